@@ -1,0 +1,38 @@
+# Thin wrapper over CMake.  `make demo` and `make test` install what is missing first.
+BUILD       ?= build
+BUILD_DEBUG ?= build-debug
+JOBS        ?= $(shell nproc)
+CMAKE_FLAGS ?=
+
+.PHONY: all deps build debug test test-release test-debug demo bench clean
+
+all: build
+
+deps:
+	@./tools/install-deps.sh
+
+build:
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS)
+	cmake --build $(BUILD) -j $(JOBS)
+
+debug:
+	cmake -S . -B $(BUILD_DEBUG) -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS)
+	cmake --build $(BUILD_DEBUG) -j $(JOBS)
+
+# The whole suite, in Release and then in the Debug (sanitizer, bounds-checked) build.
+test: deps test-release test-debug
+
+test-release: build
+	cd $(BUILD) && OMP_NUM_THREADS=2 ctest --output-on-failure -j $(JOBS) < /dev/null
+
+test-debug: debug
+	cd $(BUILD_DEBUG) && OMP_NUM_THREADS=2 ctest --output-on-failure -j $(JOBS) < /dev/null
+
+demo: deps build
+	./tools/demo.sh $(BUILD)
+
+bench: deps
+	./bench/run.sh
+
+clean:
+	rm -rf $(BUILD) $(BUILD_DEBUG) demo

@@ -1,0 +1,53 @@
+// Making and inspecting case files: what the case builder writes and what its --check reads.
+// The layout is the one described in kavellib.hpp.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace riffle::platform {
+
+// A CGNS call failed; the message names the file, the step and the library's own error text.
+class CaseFileError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// One calculation condition as stored: an integer (I4), a real (R8) or a string (C1).
+struct Condition {
+    std::string key;
+    std::variant<int, double, std::string> value;
+};
+
+// The 2-D bed grid: ni x nj nodes, arrays of ni*nj values with i fastest.
+struct BedGrid {
+    int ni = 0, nj = 0;
+    std::vector<double> x, y, elevation;
+};
+
+// Writes a new case file at `path` (replacing any file there): an empty /Flow base first, so that
+// viewers that open only the first base show the results, then /Case with the conditions and the
+// bed. Written to a temporary name beside `path` and renamed into place, so an interrupted write
+// never leaves a half-made case. Throws CaseFileError.
+void writecasefile(const std::string& path, const BedGrid& bed,
+                   const std::vector<Condition>& conditions);
+
+// What is stored under a condition's key, for reports: its CGNS data type ("Integer",
+// "RealDouble", "Character", ...), its length and, where the type is one of the three, its value.
+struct StoredCondition {
+    std::string key;
+    std::string datatype;
+    long length = 0;
+    std::variant<std::monostate, int, double, std::string> value;
+};
+
+// Every condition stored in /Case/CalculationConditions, in stored order. Throws CaseFileError
+// when the file cannot be opened or has no such node.
+std::vector<StoredCondition> listconditions(const std::string& path);
+
+// The bed grid of a case file. Throws CaseFileError.
+BedGrid readbed(const std::string& path);
+
+}  // namespace riffle::platform

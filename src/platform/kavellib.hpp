@@ -1,0 +1,57 @@
+// The host platform's solver I/O calls over a CGNS case file (CGNS mid-level library, HDF5).
+//
+// Layout of a case file (i fastest in every array):
+//   /Flow                      CGNSBase_t, cell dim 3, phys dim 3 (results; the first base)
+//     BaseIterativeData        NumberOfSteps N, TimeValues R8(N)
+//     Box                      structured zone, node counts I x J x K
+//       GridCoordinates        CoordinateX/Y/Z R8(I,J,K)
+//       ZoneIterativeData      FlowSolutionPointers C1(32,N)
+//       FlowSolution<n>        Vertex fields VelocityX ... Coherent, R8(I,J,K)
+//   /Case                      CGNSBase_t, cell dim 2, phys dim 2 (the case)
+//     CalculationConditions    UserDefinedData_t of DataArray_t named by key: I4(1), R8(1) or C1(len)
+//     Bed                      structured zone I x J: GridCoordinates (X, Y), NodeAttributes/Elevation
+//
+// Every call reports through its last argument `ier`: 0 on success, non-zero otherwise. A failed
+// read leaves the output variable unchanged. The read and write calls act on the file selected by
+// CG_KAVEL_INIT_F.
+#pragma once
+
+#include <string>
+
+namespace riffle::platform {
+
+// Open mode for CG_OPEN_F: 2 = modify (read and write an existing file).
+inline constexpr int mode_read = 0;
+inline constexpr int mode_modify = 2;
+
+// Opens `file`; a missing, unreadable or non-CGNS file gives ier != 0 and leaves it untouched.
+void CG_OPEN_F(const std::string& file, int mode, int& fid, int& ier);
+void CG_CLOSE_F(int fid, int& ier);
+
+// Selects `fid` for the calls below and locates /Case and /Case/Bed (ier != 0 if either is missing).
+void CG_KAVEL_INIT_F(int fid, int& ier);
+
+// Node counts of the 2-D bed grid.
+void CG_KAVEL_GOTOGRIDCOORD2D_F(int& ni, int& nj, int& ier);
+// Its node coordinates; x and y hold ni*nj values each, i fastest.
+void CG_KAVEL_GETGRIDCOORD2D_F(double* x, double* y, int& ier);
+// A real node attribute of the bed grid (e.g. "Elevation"), ni*nj values.
+void CG_KAVEL_READ_GRID_REAL_NODE_F(const std::string& name, double* values, int& ier);
+
+// Calculation conditions. A missing key, a stored type other than the one asked for, or a number
+// of length other than 1 gives ier != 0 and leaves `value` unchanged. Strings are cut to 200
+// characters, the size of the solver's text buffers.
+void CG_KAVEL_READ_INTEGER_F(const std::string& key, int& value, int& ier);
+void CG_KAVEL_READ_REAL_F(const std::string& key, double& value, int& ier);
+void CG_KAVEL_READ_STRING_F(const std::string& key, std::string& value, int& ier);
+
+// Writes zone Box of /Flow with its node coordinates (each ni*nj*nk values, i fastest), first
+// removing the results of any earlier run so they never pile up.
+void CG_KAVEL_WRITEGRIDCOORD3D_F(int ni, int nj, int nk, const double* x, const double* y,
+                                 const double* z, int& ier);
+// Appends a solution time: NumberOfSteps N+1, a new FlowSolution<N+1> at Vertex, pointers updated.
+void CG_KAVEL_WRITE_SOL_TIME_F(double t, int& ier);
+// Writes a node field (ni*nj*nk values of the Box zone) into the newest FlowSolution.
+void CG_KAVEL_WRITE_SOL_REAL_F(const std::string& name, const double* values, int& ier);
+
+}  // namespace riffle::platform

@@ -1,0 +1,23 @@
+// Every fixed text the solver prints, in one place. They are part of the program's interface
+// (scripts and operators read them), so they are spelled exactly as users have always seen them.
+#pragma once
+
+namespace riffle::messages {
+
+inline constexpr const char* no_input_file = "Input File not specified";
+inline constexpr const char* open_error = "*** Open error of CGNS file ***";
+
+inline constexpr const char* error_parameters = "ERROR : Failed to read the parameters ...";
+inline constexpr const char* error_allocate = "ERROR : Failed to allocate the arrays ...";
+inline constexpr const char* error_restart = "ERROR : Failed to read the saved results ...";
+
+// Console report after every step: 21-character labels ending in "= ".
+inline constexpr const char* label_step = "Step Number        = ";
+inline constexpr const char* label_dt = "Time Step          = ";
+inline constexpr const char* label_time = "Time               = ";
+inline constexpr const char* label_npois = "Number of Poisson  = ";
+inline constexpr const char* label_divmax = "Maximum divergence = ";
+inline constexpr const char* label_divtotal = "Total divergence   = ";
+inline constexpr const char* report_rule = "--------------------------------------------------------";
+
+}  // namespace riffle::messages

@@ -1,0 +1,124 @@
+// The shared storage of a run: grid scalars, calculation conditions, every field on the staggered
+// grid and the multigrid hierarchy, in one object created once by the driver.
+//
+// Grid: imax x jmax x kmax cells of dx x dy x dz. Cell (i,j,k), i = 1..imax, spans
+// xmin + (i-1) dx .. xmin + i dx (likewise in y and z); index 0 and imax+1 are ghost cells.
+// Staggering: p, nut, vort, qc, the strain rates and fu/fv/fw sit at cell centres
+// (0:imax+1, 0:jmax+1, 0:kmax+1); u on x-faces (u(i) between cells i and i+1) with one more ghost
+// layer at i = -1; v on y-faces with j = -1; w on z-faces with k = -1. The flag arrays share the
+// ranges of the variable they classify.
+//
+// Every solver routine takes this object by reference and reads and writes its members under the
+// names used throughout the solver (u, iflagu, kpoismax, ...). Scalars start at zero: a condition
+// that is absent from the case file leaves its variable at zero (ks excepted, see casefile_m).
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "run/field3.hpp"
+
+namespace riffle {
+
+using Field3d = Field3<double>;
+using Field3i = Field3<std::int32_t>;
+using Field2d = Field2<double>;
+
+// One level of the multigrid hierarchy: cell counts ni x nj x nk, five cell-centred arrays over
+// (0:ni+1, 0:nj+1, 0:nk+1).
+struct mglevel {
+    int ni = 0, nj = 0, nk = 0;
+    Field3d phi;   // pressure increment
+    Field3d lphi;  // operator applied to phi
+    Field3d res;   // residual
+    Field3d src;   // source (right-hand side)
+    Field3d wk;    // work array
+};
+
+// Faces of the box, in the order of the boundary-code arrays (index 1..6; index 0 unused).
+enum Face : int { west = 1, east = 2, south = 3, north = 4, bottom = 5, top = 6 };
+
+struct Storage {
+    // ---- grid -----------------------------------------------------------------------------
+    int imax = 0, jmax = 0, kmax = 0;
+    double dx = 0.0, dy = 0.0, dz = 0.0;
+    double xmin = 0.0, xmax = 0.0, ymin = 0.0, ymax = 0.0, zmin = 0.0, zmax = 0.0;
+    int lmin = 0;
+
+    // ---- calculation conditions -------------------------------------------------------------
+    double visc = 0.0, dens = 0.0, gravity = 0.0, discharge = 0.0;
+    int timetype = 0;
+    double dt = 0.0, cfl = 0.0;
+    // The two initial-state switches are read as reals into 8-byte slots; every test looks only
+    // at the low 32 bits of the slot taken as a signed integer (see int32view).
+    double iInitial = 0.0, iPerturb = 0.0;
+    double xInit = 0.0, yInit = 0.0, zInit = 0.0, amplitude = 0.0, BAmplitude = 0.0;
+    int ibed = 0;
+    double ks = 0.0;  // bed grain size in millimetres
+    double cs = 0.0;  // Smagorinsky constant
+    int iIBM = 0;
+    int igamma = 0, ipres = 0, iposts = 0, kpoismax = 0;
+    int eps = 0;  // Poisson tolerance setting, kept as the integer read
+
+    // Boundary-type codes (0 periodic, -1 prescribed value, 1 prescribed gradient) and values,
+    // indexed by Face 1..6.
+    std::array<int, 7> ibu{}, ibv{}, ibw{}, ibp{};
+    std::array<double, 7> ubval{}, vbval{}, wbval{};
+
+    // Driving accelerations (set each step by the driving-force routine).
+    double fx = 0.0, fy = 0.0, fz = 0.0;
+
+    // ---- run state ----------------------------------------------------------------------------
+    int istep = 0;
+    double time = 0.0, endtime = 0.0;
+    int npois = 0;
+    double divmax = 0.0, divtotal = 0.0;
+
+    // ---- output settings ----------------------------------------------------------------------
+    double otime = 0.0, dthotout = 0.0, dttecplot = 0.0;
+    int hotout = 0, tecplot = 0;
+    std::string outpath, outfile, startfile;
+
+    // ---- fields -------------------------------------------------------------------------------
+    Field3d u, v, w, p;
+    Field3d uo, vo, wo;
+    Field3d fu, fv, fw, fuo, fvo, fwo;
+    Field3d nut;
+    Field3d s11, s22, s33, s12, s13, s23, sabs;
+    Field3d vort, qc;
+    Field3i iflagu, iflagv, iflagw, iflagp;
+    Field3i iflaguo, iflagvo, iflagwo;
+    Field2d zb;
+    std::vector<mglevel> mglevels;  // level l lives at mglevels[-l]; use mg(l)
+
+    // Point data kept in restart files: npt points, six reals and one integer each. No
+    // computation produces such points; npt is 0 after the initial state.
+    int npt = 0;
+    std::array<std::vector<double>, 6> ptdata;
+    std::vector<std::int32_t> ptindex;
+
+    [[nodiscard]] mglevel& mg(int l) { return mglevels[static_cast<std::size_t>(-l)]; }
+    [[nodiscard]] const mglevel& mg(int l) const { return mglevels[static_cast<std::size_t>(-l)]; }
+};
+
+// The low 32 bits of an 8-byte real's bit pattern, as a signed integer.
+[[nodiscard]] std::int32_t int32view(double slot);
+
+// Number of the coarsest multigrid level (<= 0): halve the cell counts while imax > 1 and
+// jmax, kmax >= 2; sets st.lmin.
+void levelcount(Storage& st);
+
+// Bytes that allocation() will ask for, so an impossible grid is refused before any is taken.
+[[nodiscard]] std::uint64_t allocationbytes(const Storage& st);
+
+// Allocates every field and the multigrid hierarchy for the grid in st (levelcount first).
+// A request that cannot be met ends the run through errorreport(2).
+void allocation(Storage& st);
+
+// Fatal-error reporter: prints the message of `code`, pauses for the operator and stops the
+// program with a non-zero status. Codes: 1 parameters, 2 allocation, 3 restart read.
+[[noreturn]] void errorreport(int code);
+
+}  // namespace riffle
