@@ -1,0 +1,35 @@
+#include "flow/timestep_m.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace riffle::flow {
+
+void timestep(Storage& st) {
+    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
+    const double dx = st.dx, dy = st.dy, dz = st.dz, cfl = st.cfl;
+    const double viscous = st.visc * (1.0 / (dx * dx) + 1.0 / (dy * dy) + 1.0 / (dz * dz));
+    const auto u = st.u.cview();
+    const auto v = st.v.cview();
+    const auto w = st.w.cview();
+
+    // The step never exceeds 1.0 time unit: 1.0 is the start of the minimum. A cell at rest with
+    // no viscosity gives cfl/0 = +inf and so never sets the step.
+    double dtmin = 1.0;
+#pragma omp parallel for schedule(static) reduction(min : dtmin)
+    for (int k = 1; k <= kmax; ++k) {
+        for (int j = 1; j <= jmax; ++j) {
+            for (int i = 1; i <= imax; ++i) {
+                const double a = std::max(std::abs(u(i - 1, j, k)), std::abs(u(i, j, k))) / dx +
+                                 viscous +
+                                 std::max(std::abs(v(i, j - 1, k)), std::abs(v(i, j, k))) / dy +
+                                 std::max(std::abs(w(i, j, k - 1)), std::abs(w(i, j, k))) / dz;
+                dtmin = std::min(dtmin, cfl / a);
+            }
+        }
+    }
+    st.dt = dtmin;
+}
+
+}  // namespace riffle::flow

@@ -1,0 +1,63 @@
+// Reading the case file: the 2-D bed grid and the 3-D box grid built over it, the calculation
+// conditions in their reading order, the boundary-type codes and the cell-centred bed zb.
+//
+// A condition that is absent from the case file leaves its variable as it was (zero for nearly
+// all of them): the solver stays silent about missing keys; `riffle-case --check` reports them.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "run/storage_m.hpp"
+
+namespace riffle {
+
+// A case that cannot be run at all (no bed grid, a grid with no nodes); the message is one line.
+class CaseError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Node arrays owned by the driver, over the grid nodes (0:imax, 0:jmax, 0:kmax); node (i,j,k) is
+// the corner shared by cells i and i+1 (likewise in j, k).
+struct NodeArrays {
+    Field3d x3, y3, z3;
+    Field2d elev;  // bed elevation at the nodes (0:imax, 0:jmax)
+    Field3d unode, vnode, wnode, pnode, vortnode, qnode;
+};
+
+// Condition reads: the error flag is deliberately not looked at (an absent key keeps `value`).
+void readinteger(const char* key, int& value);
+void readreal(const char* key, double& value);
+void readstring(const char* key, std::string& value);
+
+// The vertical cell count from the exponent n of "kmaxItm": 2^n, or 0 for n outside 0..31.
+[[nodiscard]] int kmaxfromexponent(int n);
+
+// Reads the bed grid and "kmaxItm", "zminItm", "zmaxItm"; sets imax, jmax, kmax, the box and the
+// spacings; allocates and fills the node arrays; writes the 3-D grid to the case file.
+// Throws CaseError when the case has no bed grid or the vertical count overflows.
+void gridsetup(Storage& st, NodeArrays& nodes);
+
+// "viscItm" .. "zBoundItm": physical parameters, time-step mode and boundary-type codes.
+void readphysics(Storage& st);
+
+// Boundary-type codes and values from the three boundary switches.
+void setboundarycodes(Storage& st, int xbound, int ybound, int zbound);
+
+// "iInitialItm", "iPerturbItmItm" and the keys that depend on them.
+void readinitialconditions(Storage& st);
+
+// Cell-centred bed from the node elevations, with ghost rows by the pressure codes.
+void buildzb(Storage& st, const Field2d& elev);
+
+// "OTimeItm" .. "outfileItm": output intervals, switches and names.
+void readoutputsettings(Storage& st);
+
+// ks = 1.0, then "BedItm" and "SedimentItm" or "RoughItm".
+void readroughness(Storage& st);
+
+// "smagorinskyItm" .. "epsItm": subgrid, immersed-boundary and Poisson-solver settings.
+void readsolversettings(Storage& st);
+
+}  // namespace riffle

@@ -1,0 +1,242 @@
+#include "run/driver_m.hpp"
+
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "flow/timestep_m.hpp"
+#include "platform/kavellib.hpp"
+#include "run/console_m.hpp"
+#include "run/initial_m.hpp"
+#include "run/messages.hpp"
+
+namespace riffle {
+
+namespace pf = platform;
+
+namespace {
+
+constexpr std::size_t textlength = 200;  // the length of the driver's file-name buffers
+
+// Below this step the velocities inside the bed are zeroed every step. A fixed constant of the
+// driver: it deliberately does not scale with the grid.
+constexpr double zerosolidstep = 0.0008;
+
+[[noreturn]] void stopwith(const char* message) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "%s\n", message);
+    std::exit(EXIT_FAILURE);
+}
+
+}  // namespace
+
+std::int32_t trunc32(double x) {
+    if (!(x > -2147483649.0 && x < 2147483648.0)) return INT32_MIN;
+    return static_cast<std::int32_t>(x);
+}
+
+bool crossed(double time, double told, double interval) {
+    return trunc32(time / interval) != trunc32(told / interval);
+}
+
+void zerosolid(Storage& st) {
+    for (int k = 0; k <= st.kmax + 1; ++k) {
+        for (int j = 0; j <= st.jmax + 1; ++j) {
+            for (int i = 0; i <= st.imax + 1; ++i) {
+                if (st.iflagu(i, j, k) == -1) st.u(i, j, k) = 0.0;
+                if (st.iflagv(i, j, k) == -1) st.v(i, j, k) = 0.0;
+                if (st.iflagw(i, j, k) == -1) st.w(i, j, k) = 0.0;
+                if (st.iflagp(i, j, k) == -1) st.nut(i, j, k) = 0.0;
+            }
+        }
+    }
+}
+
+void storeold(Storage& st) {
+    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
+    const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
+    const auto fu = st.iflagu.cview(), fv = st.iflagv.cview(), fw = st.iflagw.cview();
+    const auto uo = st.uo.view(), vo = st.vo.view(), wo = st.wo.view();
+    const auto fuo = st.iflaguo.view(), fvo = st.iflagvo.view(), fwo = st.iflagwo.view();
+#pragma omp parallel for schedule(static)
+    for (int k = 0; k <= kmax + 1; ++k) {
+        for (int j = 0; j <= jmax + 1; ++j) {
+            for (int i = 0; i <= imax + 1; ++i) {
+                uo(i, j, k) = u(i, j, k);
+                vo(i, j, k) = v(i, j, k);
+                wo(i, j, k) = w(i, j, k);
+                fuo(i, j, k) = fu(i, j, k);
+                fvo(i, j, k) = fv(i, j, k);
+                fwo(i, j, k) = fw(i, j, k);
+            }
+        }
+    }
+}
+
+void nodeaveraging(const Storage& st, NodeArrays& nodes) {
+    const auto& u = st.u;
+    const auto& v = st.v;
+    const auto& w = st.w;
+    const auto& p = st.p;
+    const auto& vort = st.vort;
+    const auto& qc = st.qc;
+    const auto eightcells = [](const Field3d& a, int i, int j, int k) {
+        return 0.125 * (a(i, j, k) + a(i + 1, j, k) + a(i, j + 1, k) + a(i + 1, j + 1, k) +
+                        a(i, j, k + 1) + a(i + 1, j, k + 1) + a(i, j + 1, k + 1) +
+                        a(i + 1, j + 1, k + 1));
+    };
+    for (int k = 0; k <= st.kmax; ++k) {
+        for (int j = 0; j <= st.jmax; ++j) {
+            for (int i = 0; i <= st.imax; ++i) {
+                // The pressure is written everywhere, inside the bed too.
+                nodes.pnode(i, j, k) = eightcells(p, i, j, k);
+                if (nodes.elev(i, j) < nodes.z3(i, j, k)) {
+                    nodes.unode(i, j, k) = 0.25 * (u(i, j, k) + u(i, j + 1, k) + u(i, j, k + 1) +
+                                                   u(i, j + 1, k + 1));
+                    nodes.vnode(i, j, k) = 0.25 * (v(i, j, k) + v(i + 1, j, k) + v(i, j, k + 1) +
+                                                   v(i + 1, j, k + 1));
+                    nodes.wnode(i, j, k) = 0.25 * (w(i, j, k) + w(i + 1, j, k) + w(i, j + 1, k) +
+                                                   w(i + 1, j + 1, k));
+                    nodes.vortnode(i, j, k) = eightcells(vort, i, j, k);
+                    nodes.qnode(i, j, k) = eightcells(qc, i, j, k);
+                } else {
+                    nodes.unode(i, j, k) = 0.0;
+                    nodes.vnode(i, j, k) = 0.0;
+                    nodes.wnode(i, j, k) = 0.0;
+                    nodes.vortnode(i, j, k) = 0.0;
+                    nodes.qnode(i, j, k) = 0.0;
+                }
+            }
+        }
+    }
+}
+
+void writeresults(const Storage& st, NodeArrays& nodes) {
+    nodeaveraging(st, nodes);
+    int ier = 0;
+    pf::CG_KAVEL_WRITE_SOL_TIME_F(st.time, ier);
+    pf::CG_KAVEL_WRITE_SOL_REAL_F("VelocityX", nodes.unode.data(), ier);
+    pf::CG_KAVEL_WRITE_SOL_REAL_F("VelocityY", nodes.vnode.data(), ier);
+    pf::CG_KAVEL_WRITE_SOL_REAL_F("VelocityZ", nodes.wnode.data(), ier);
+    pf::CG_KAVEL_WRITE_SOL_REAL_F("Pressure", nodes.pnode.data(), ier);
+    pf::CG_KAVEL_WRITE_SOL_REAL_F("Vorticity", nodes.vortnode.data(), ier);
+    pf::CG_KAVEL_WRITE_SOL_REAL_F("Coherent", nodes.qnode.data(), ier);
+}
+
+void stepreport(const Storage& st) {
+    console::writeline(messages::label_step, st.istep);
+    console::writeline(messages::label_dt, st.dt);
+    console::writeline(messages::label_time, st.time);
+    console::writeline(messages::label_npois, st.npois);
+    console::writeline(messages::label_divmax, st.divmax);
+    console::writeline(messages::label_divtotal, st.divtotal);
+    console::writeline(messages::report_rule);
+    std::fflush(stdout);
+}
+
+namespace {
+
+// Start-up steps 3 to 13: everything between opening the case file and the first step.
+void startup(Storage& st, NodeArrays& nodes) {
+    gridsetup(st, nodes);
+    readphysics(st);
+    allocation(st);
+
+    readinitialconditions(st);
+    initialfields(st);
+
+    int ibedperturb = 0;
+    readinteger("iBedPerturbItm", ibedperturb);
+    if (ibedperturb == 1) {
+        readreal("BAmplitudeItm", st.BAmplitude);
+        bedroughening(st, nodes.elev);
+    }
+    buildzb(st, nodes.elev);
+
+    st.istep = 0;
+    readreal("starttimeItm", st.time);
+    readreal("endtimeItm", st.endtime);
+    int hotstart = 0;
+    readinteger("HotstartItm", hotstart);
+    if (hotstart == 1) {
+        readstring("StartfileItm", st.startfile);
+        // [restart read: fields, step and time from the restart file]
+        int timeinitial = 0;
+        readinteger("TimeInitialItm", timeinitial);
+        if (timeinitial == 0) {
+            st.istep = 0;  // keep the restart's fields, drop its clock
+            st.time = 0.0;
+        }
+    }
+    readoutputsettings(st);
+
+    // [cell classification against the bed]
+
+    readroughness(st);
+
+    // [vorticity and Q criterion]
+    writeresults(st, nodes);
+
+    // Read only now, after the initial write: the first step is the first to use them.
+    readsolversettings(st);
+}
+
+// One time step, loop steps 1 to 20 (the report and the outputs follow in the loop).
+void advance(Storage& st) {
+    st.istep = st.istep + 1;
+    if (st.timetype == 0) flow::timestep(st);
+    st.time = st.time + st.dt;
+
+    // [subgrid viscosity from the velocity at the start of the step]
+    // [driving force towards the target discharge]
+    // [momentum predictor: u, v, w]
+    // [side walls: south and north wall laws where all three codes of the face are -1]
+    // [immersed-boundary forcing at the bed]
+    if (st.dt < zerosolidstep) zerosolid(st);
+    // [velocity boundary conditions]
+    // [pressure solve, which sets npois; velocity correction]
+    // [velocity boundary conditions; divergence report, which sets divmax and divtotal]
+    // [side walls and immersed-boundary forcing again; velocity boundary conditions]
+    // [subgrid viscosity from the corrected velocity; cell classification]
+    storeold(st);
+}
+
+}  // namespace
+
+int riffle(int argc, const char* const* argv) {
+    if (argc != 2) stopwith(messages::no_input_file);
+    std::string casename(argv[1]);
+    if (casename.size() > textlength) casename.resize(textlength);
+
+    int fid = 0, ier = 0;
+    pf::CG_OPEN_F(casename, pf::mode_modify, fid, ier);
+    if (ier != 0) stopwith(messages::open_error);
+    pf::CG_KAVEL_INIT_F(fid, ier);
+
+    Storage st;
+    NodeArrays nodes;
+    try {
+        startup(st, nodes);
+    } catch (const CaseError& e) {
+        pf::CG_CLOSE_F(fid, ier);
+        stopwith(e.what());
+    }
+
+    double told = st.time;
+    for (;;) {
+        advance(st);
+        stepreport(st);
+        if (crossed(st.time, told, st.otime)) {
+            // [vorticity and Q criterion]
+            writeresults(st, nodes);
+        }
+        // [restart file when the restart interval is crossed]
+        // [Tecplot file when the Tecplot interval is crossed]
+        told = st.time;
+        if (st.endtime <= st.time) break;
+    }
+    pf::CG_CLOSE_F(fid, ier);
+    return EXIT_SUCCESS;
+}
+
+}  // namespace riffle

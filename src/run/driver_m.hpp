@@ -1,0 +1,39 @@
+// The run driver: start-up from the case file, the time loop, the console report and the output
+// schedules. It is serial; every routine it calls runs its own parallel region.
+#pragma once
+
+#include <cstdint>
+
+#include "run/casefile_m.hpp"
+#include "run/storage_m.hpp"
+
+namespace riffle {
+
+// The whole program: exactly one argument, the case file. Returns the exit status.
+int riffle(int argc, const char* const* argv);
+
+// Zeroes the velocities and eddy viscosity at points inside the bed (flag -1). Serial.
+void zerosolid(Storage& st);
+
+// Copies u, v, w and their flags to the previous level over 0..n+1 in each direction (the extra
+// ghost layer at -1 is not copied).
+void storeold(Storage& st);
+
+// Averages p, u, v, w, vort and qc from the staggered grid to the nodes. Nodes at or below the bed
+// get zero velocity, vorticity and Q; the pressure is averaged everywhere.
+void nodeaveraging(const Storage& st, NodeArrays& nodes);
+
+// Writes the solution time and the six node fields to the open case file.
+void writeresults(const Storage& st, NodeArrays& nodes);
+
+// The seven-line report after every step.
+void stepreport(const Storage& st);
+
+// Truncation toward zero to a 32-bit integer; NaN and values outside the int32 range give
+// INT32_MIN, so an interval of zero (an infinite quotient) never schedules output.
+[[nodiscard]] std::int32_t trunc32(double x);
+
+// True when the step from `told` to `time` crossed a whole multiple of `interval`.
+[[nodiscard]] bool crossed(double time, double told, double interval);
+
+}  // namespace riffle

@@ -1,0 +1,167 @@
+"""End to end: riffle-case makes a small case, riffle runs it, and an independent reader (h5py)
+finds the 3-D grid, the output times and the six fields of every output; cgnscheck accepts the
+file; bad invocations print their message, exit non-zero and change no file."""
+
+import argparse
+import hashlib
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import h5py
+import numpy as np
+
+ARGS = None
+
+LABELS = ["Step Number        = ", "Time Step          = ", "Time               = ",
+          "Number of Poisson  = ", "Maximum divergence = ", "Total divergence   = "]
+FIELDS = ["VelocityX", "VelocityY", "VelocityZ", "Pressure", "Vorticity", "Coherent"]
+
+# 16 x 8 cells, 2^3 = 8 layers; fixed step 0.25 to t = 1.25 (5 steps), results every 0.5:
+# the initial state plus steps 2 and 4 (t = 0.5, 1.0).
+RECIPE = """\
+xmin = 0
+xmax = 1.6
+ymin = 0
+ymax = 0.4
+ni = 17
+nj = 9
+bed = flat
+level = 0.0
+kmaxItm = 3
+zminItm = -0.025
+zmaxItm = 0.175
+dischargeItm = 0.014
+timetypeItm = 1
+timestepItm = 0.25
+starttimeItm = 0.0
+endtimeItm = 1.25
+OTimeItm = 0.5
+"""
+
+
+def run(cmd, **kw):
+    return subprocess.run(cmd, stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                          timeout=120, **kw)
+
+
+def digest(path):
+    with open(path, "rb") as f:
+        return hashlib.sha256(f.read()).hexdigest()
+
+
+def data(node):
+    return node[" data"][()]
+
+
+class Spine(unittest.TestCase):
+    def setUp(self):
+        self.dir = tempfile.mkdtemp(prefix="riffle_e2e_")
+        self.recipe = os.path.join(self.dir, "small.recipe")
+        with open(self.recipe, "w") as f:
+            f.write(RECIPE)
+        self.case = os.path.join(self.dir, "small.cgns")
+        made = run([ARGS.riffle_case, self.recipe, "-o", self.case])
+        self.assertEqual(made.returncode, 0, made.stderr)
+
+    def tearDown(self):
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+    def check_results(self, nsteps_expected_times):
+        with h5py.File(self.case, "r") as f:
+            self.assertIn("Case", f)
+            box = f["Flow/Box"]
+            coords = box["GridCoordinates"]
+            for name in ("CoordinateX", "CoordinateY", "CoordinateZ"):
+                self.assertEqual(data(coords[name]).shape, (9, 9, 17), name)  # (K, J, I)
+            z = data(coords["CoordinateZ"])
+            np.testing.assert_allclose(z[:, 0, 0], -0.025 + 0.025 * np.arange(9))
+            x = data(coords["CoordinateX"])
+            np.testing.assert_allclose(x[3, 2, :], 0.1 * np.arange(17))
+
+            times = data(f["Flow/BaseIterativeData/TimeValues"])
+            np.testing.assert_allclose(times, nsteps_expected_times)
+            self.assertEqual(int(data(f["Flow/BaseIterativeData"])[0]), len(times))
+            pointers = data(box["ZoneIterativeData/FlowSolutionPointers"])
+            self.assertEqual(pointers.shape, (len(times), 32))
+            for n in range(1, len(times) + 1):
+                name = bytes(pointers[n - 1]).decode().strip()
+                self.assertEqual(name, f"FlowSolution{n}")
+                sol = box[name]
+                for field in FIELDS:
+                    self.assertEqual(data(sol[field]).shape, (9, 9, 17), (name, field))
+            # The initial flow: u = discharge / width / zmax above the bed, 0 at or below it.
+            u0 = data(box["FlowSolution1/VelocityX"])
+            np.testing.assert_allclose(u0[2:, :, :], 0.014 / 0.4 / 0.175)
+            np.testing.assert_array_equal(u0[:2, :, :], 0.0)
+            self.assertTrue(np.all(data(box["FlowSolution1/Pressure"]) == 0.0))
+
+    def test_run_report_results_and_rerun(self):
+        out = run([ARGS.riffle, self.case])
+        self.assertEqual(out.returncode, 0, out.stdout + out.stderr)
+        lines = out.stdout.splitlines()
+        self.assertEqual(len(lines), 5 * 7)
+        for step in range(5):
+            block = lines[7 * step: 7 * step + 7]
+            for label, line in zip(LABELS, block):
+                self.assertTrue(line.startswith(" " + label), line)
+            self.assertEqual(int(block[0][len(LABELS[0]) + 1:]), step + 1)
+            self.assertEqual(float(block[1][len(LABELS[1]) + 1:]), 0.25)
+            self.assertEqual(float(block[2][len(LABELS[2]) + 1:]), 0.25 * (step + 1))
+            self.assertEqual(block[6], " " + "-" * 56)
+        self.check_results([0.0, 0.5, 1.0])
+
+        if shutil.which("cgnscheck"):
+            check = run(["cgnscheck", self.case])
+            text = check.stdout + check.stderr
+            self.assertNotIn("ERROR", text.upper().replace("0 ERRORS", ""), text)
+
+        # A second run replaces the first run's results instead of adding to them.
+        again = run([ARGS.riffle, self.case])
+        self.assertEqual(again.returncode, 0)
+        self.check_results([0.0, 0.5, 1.0])
+
+    def test_bad_invocations_change_nothing(self):
+        before = digest(self.case)
+        text = os.path.join(self.dir, "notes.txt")
+        with open(text, "w") as f:
+            f.write("not a case file\n")
+        empty = os.path.join(self.dir, "empty.cgns")
+        open(empty, "w").close()
+        cases = [([], "Input File not specified"),
+                 ([self.case, self.case], "Input File not specified"),
+                 ([os.path.join(self.dir, "missing.cgns")], "*** Open error of CGNS file ***"),
+                 ([text], "*** Open error of CGNS file ***"),
+                 ([empty], "*** Open error of CGNS file ***")]
+        for args, message in cases:
+            out = run([ARGS.riffle] + args)
+            self.assertNotEqual(out.returncode, 0, args)
+            self.assertIn(message, out.stdout + out.stderr, args)
+        self.assertEqual(digest(self.case), before)
+        with open(text) as f:
+            self.assertEqual(f.read(), "not a case file\n")
+        self.assertEqual(os.path.getsize(empty), 0)
+        self.assertFalse(os.path.exists(os.path.join(self.dir, "missing.cgns")))
+
+    def test_impossible_grid_is_refused_by_allocation(self):
+        # 2^30 vertical cells cannot be held: the allocation report, then a non-zero exit.
+        subprocess.run(["/usr/bin/python3", "-c", (
+            "import h5py, numpy as np, sys\n"
+            "f = h5py.File(sys.argv[1], 'r+')\n"
+            "f['Case/CalculationConditions/kmaxItm/ data'][...] = np.array([30], dtype='i4')\n"),
+            self.case], check=True)
+        out = run([ARGS.riffle, self.case])
+        self.assertNotEqual(out.returncode, 0)
+        self.assertIn(" ERROR : Failed to allocate the arrays ...", out.stdout.splitlines())
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--riffle", required=True)
+    parser.add_argument("--riffle-case", required=True)
+    parser.add_argument("--source", required=True)
+    ARGS, rest = parser.parse_known_args()
+    unittest.main(argv=[sys.argv[0]] + rest)

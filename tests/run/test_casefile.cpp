@@ -1,0 +1,154 @@
+// Calculation conditions and grid from a real case file: key order and dependencies, the vertical
+// count from its exponent, the int32 view of the initial switches, the roughness, the cycle
+// switch, the boundary codes and the ghost rows of the cell-centred bed.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <filesystem>
+
+#include <unistd.h>
+
+#include "platform/casefile.hpp"
+#include "platform/kavellib.hpp"
+#include "run/casefile_m.hpp"
+#include "run/initial_m.hpp"
+
+namespace riffle {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Condition;
+
+// Writes a case of ni x nj nodes over [0, 2] x [0, 1] with the given conditions, opens it and
+// selects it for the readers; closes it on destruction.
+class OpenCase {
+public:
+    OpenCase(int ni, int nj, std::vector<Condition> conditions) {
+        path_ = fs::temp_directory_path() /
+                ("riffle_casefile_" + std::to_string(::getpid()) + "_" + std::to_string(count_++) + ".cgns");
+        platform::BedGrid bed{ni, nj, {}, {}, {}};
+        for (int j = 0; j < nj; ++j)
+            for (int i = 0; i < ni; ++i) {
+                bed.x.push_back(2.0 * i / (ni - 1));
+                bed.y.push_back(1.0 * j / (nj - 1));
+                bed.elevation.push_back(0.1 * i + 0.01 * j);
+            }
+        platform::writecasefile(path_.string(), bed, conditions);
+        int ier = 0;
+        platform::CG_OPEN_F(path_.string(), platform::mode_modify, fid_, ier);
+        EXPECT_EQ(ier, 0);
+        platform::CG_KAVEL_INIT_F(fid_, ier);
+        EXPECT_EQ(ier, 0);
+    }
+    ~OpenCase() {
+        int ier = 0;
+        platform::CG_CLOSE_F(fid_, ier);
+        fs::remove(path_);
+    }
+
+private:
+    static inline int count_ = 0;
+    fs::path path_;
+    int fid_ = 0;
+};
+
+TEST(CaseFile, VerticalCountFromItsExponent) {
+    EXPECT_EQ(kmaxfromexponent(5), 32);
+    EXPECT_EQ(kmaxfromexponent(0), 1);
+    EXPECT_EQ(kmaxfromexponent(32), 0);
+    EXPECT_EQ(kmaxfromexponent(-1), 0);
+    EXPECT_EQ(kmaxfromexponent(30), 1 << 30);
+}
+
+TEST(CaseFile, GridFromTheBedGrid) {
+    OpenCase c(65, 33, {{"kmaxItm", 3}, {"zminItm", -0.1}, {"zmaxItm", 0.7}});
+    Storage st;
+    NodeArrays nodes;
+    gridsetup(st, nodes);
+    EXPECT_EQ(st.imax, 64);
+    EXPECT_EQ(st.jmax, 32);
+    EXPECT_EQ(st.kmax, 8);
+    EXPECT_DOUBLE_EQ(st.dx, 2.0 / 64);
+    EXPECT_DOUBLE_EQ(st.dy, 1.0 / 32);
+    EXPECT_DOUBLE_EQ(st.dz, 0.1);
+    EXPECT_DOUBLE_EQ(nodes.z3(3, 4, 8), 0.7);
+    EXPECT_DOUBLE_EQ(nodes.x3(64, 7, 5), 2.0);
+    EXPECT_DOUBLE_EQ(nodes.elev(10, 2), 0.1 * 10 + 0.01 * 2);
+}
+
+TEST(CaseFile, ConditionsReadInOrderWithTheirDependencies) {
+    // timetype 1 reads the fixed step and not the CFL number; iInitialItm = 1.0 has int32 view 0,
+    // so xInitItm is never read; BedItm 2 turns the roughness height into a grain size;
+    // iCycleItm 1 forces a V-cycle whatever igammaItm holds.
+    OpenCase c(5, 4, {{"timetypeItm", 1}, {"timestepItm", 0.002}, {"cflItm", 0.5},
+                      {"iInitialItm", 1.0}, {"xInitItm", 9.0}, {"iPerturbItmItm", 0.0},
+                      {"amplitudeItm", 3.0}, {"BedItm", 2}, {"RoughItm", 0.05},
+                      {"SedimentItm", 7.0}, {"iCycleItm", 1}, {"igammaItm", 2},
+                      {"kpoismaxItm", 5}, {"epsItm", 3}, {"yBoundItm", 1}});
+    Storage st;
+    readphysics(st);
+    readinitialconditions(st);
+    readroughness(st);
+    readsolversettings(st);
+    EXPECT_EQ(st.dt, 0.002);
+    EXPECT_EQ(st.cfl, 0.0);
+    EXPECT_EQ(st.xInit, 0.0);
+    EXPECT_EQ(st.amplitude, 0.0);
+    EXPECT_DOUBLE_EQ(st.ks, 0.02);
+    EXPECT_EQ(st.igamma, 1);
+    EXPECT_EQ(st.kpoismax, 5);
+    EXPECT_EQ(st.eps, 3);
+    EXPECT_EQ(st.ibp[south], 1);
+    EXPECT_EQ(st.ibu[north], -1);
+}
+
+TEST(CaseFile, MissingOrMistypedKeysLeaveTheirVariables) {
+    OpenCase c(5, 4, {{"timetypeItm", 0}, {"cflItm", 1}, {"BedItm", 0}, {"iCycleItm", 0},
+                      {"igammaItm", 2}, {"iInitialItm", std::bit_cast<double>(std::uint64_t{1})},
+                      {"xInitItm", 0.4}});
+    Storage st;
+    readphysics(st);
+    readinitialconditions(st);
+    readroughness(st);
+    readsolversettings(st);
+    EXPECT_EQ(st.cfl, 0.0);  // stored as an integer: the real read fails and leaves it
+    EXPECT_EQ(st.visc, 0.0);
+    EXPECT_EQ(st.ks, 1.0);   // any BedItm other than 1 or 2 keeps ks = 1
+    EXPECT_EQ(st.igamma, 2);
+    EXPECT_EQ(st.xInit, 0.4);  // a switch whose low half is 1 does read the start velocity
+}
+
+TEST(CaseFile, BoundaryCodesAndBedGhostRows) {
+    Storage st;
+    st.imax = 4;
+    st.jmax = 3;
+    st.kmax = 2;
+    allocation(st);
+    Field2d elev({0, 4}, {0, 3});
+    for (int j = 0; j <= 3; ++j)
+        for (int i = 0; i <= 4; ++i) elev(i, j) = 10.0 * i + j;
+
+    setboundarycodes(st, 0, 0, 0);  // periodic sides, free-slip lid
+    EXPECT_EQ(st.ibu[top], 1);
+    EXPECT_EQ(st.ibw[bottom], 1);
+    EXPECT_EQ(st.ibw[top], -1);
+    EXPECT_EQ(st.ibp[bottom], -1);
+    EXPECT_EQ(st.ibp[south], 0);
+    buildzb(st, elev);
+    EXPECT_DOUBLE_EQ(st.zb(2, 2), 0.25 * (11 + 21 + 12 + 22));
+    EXPECT_EQ(st.zb(2, 0), st.zb(2, 3));   // wraps to the far row
+    EXPECT_EQ(st.zb(0, 2), st.zb(4, 2));
+    EXPECT_EQ(st.zb(5, 4), st.zb(1, 1));   // corner: x rule on the finished y rows
+
+    setboundarycodes(st, 0, 1, 5);  // side walls, no-slip lid
+    EXPECT_EQ(st.ibu[top], -1);
+    EXPECT_EQ(st.ibp[north], 1);
+    buildzb(st, elev);
+    EXPECT_EQ(st.zb(2, 0), st.zb(2, 1));   // copies the neighbouring row
+    EXPECT_EQ(st.zb(3, 4), st.zb(3, 3));
+    EXPECT_EQ(st.zb(0, 0), st.zb(4, 1));   // x still periodic
+}
+
+}  // namespace
+}  // namespace riffle
