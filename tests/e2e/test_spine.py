@@ -78,9 +78,9 @@ class Spine(unittest.TestCase):
             for name in ("CoordinateX", "CoordinateY", "CoordinateZ"):
                 self.assertEqual(data(coords[name]).shape, (9, 9, 17), name)  # (K, J, I)
             z = data(coords["CoordinateZ"])
-            np.testing.assert_allclose(z[:, 0, 0], -0.025 + 0.025 * np.arange(9))
+            np.testing.assert_allclose(z[:, 0, 0], -0.025 + 0.025 * np.arange(9), atol=1e-15)
             x = data(coords["CoordinateX"])
-            np.testing.assert_allclose(x[3, 2, :], 0.1 * np.arange(17))
+            np.testing.assert_allclose(x[3, 2, :], 0.1 * np.arange(17), atol=1e-15)
 
             times = data(f["Flow/BaseIterativeData/TimeValues"])
             np.testing.assert_allclose(times, nsteps_expected_times)
