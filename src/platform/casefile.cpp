@@ -1,0 +1,162 @@
+// Making and inspecting case files (layout in kavellib.hpp): the case builder writes a new case
+// with writecasefile, and its check reads the conditions and the bed back. Unlike the solver's
+// calls, these throw CaseFileError, whose one-line message names the file, the step and the CGNS
+// library's own error text.
+#include "platform/casefile.hpp"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <variant>
+
+#include "platform/cgnsutil.hpp"
+
+namespace riffle::platform {
+
+namespace {
+
+namespace cu = cgnsutil;
+
+[[noreturn]] void fail(const std::string& path, const std::string& step, const std::string& why) {
+    throw CaseFileError("case file " + path + ": " + step + ": " + why);
+}
+
+void check(int rc, const std::string& path, const std::string& step) {
+    if (rc != CG_OK) fail(path, step, cu::describe(rc));
+}
+
+// Closes a file on every way out of a scope; a close that matters is made by hand and checked.
+struct OpenFile {
+    int fn = 0;
+    OpenFile() = default;
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    ~OpenFile() {
+        if (fn != 0) cg_close(fn);
+    }
+};
+
+// Removes a temporary file on every way out of a scope unless it was renamed into place.
+struct TemporaryFile {
+    std::string path;
+    bool kept = false;
+    explicit TemporaryFile(std::string p) : path(std::move(p)) {}
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() {
+        std::error_code ec;
+        if (!kept) std::filesystem::remove(path, ec);
+    }
+};
+
+// One condition as a DataArray_t under the current node: I4(1), R8(1) or C1(len) without a NUL.
+int writecondition(const Condition& c) {
+    return std::visit(
+        [&c](const auto& v) {
+            using V = std::decay_t<decltype(v)>;
+            const cgsize_t one = 1;
+            if constexpr (std::is_same_v<V, int>) {
+                return cg_array_write(c.key.c_str(), Integer, 1, &one, &v);
+            } else if constexpr (std::is_same_v<V, double>) {
+                return cg_array_write(c.key.c_str(), RealDouble, 1, &one, &v);
+            } else {
+                const auto length = static_cast<cgsize_t>(v.size());
+                return cg_array_write(c.key.c_str(), Character, 1, &length, v.data());
+            }
+        },
+        c.value);
+}
+
+void writecase(int fn, const std::string& path, const BedGrid& bed,
+               const std::vector<Condition>& conditions) {
+    // /Flow first: viewers that open only the first base then show the results.
+    int flow = 0, cas = 0;
+    check(cg_base_write(fn, cu::flow_base, 3, 3, &flow), path, "writing base /Flow");
+    check(cg_base_write(fn, cu::case_base, 2, 2, &cas), path, "writing base /Case");
+
+    check(cg_goto(fn, cas, "end"), path, "going to /Case");
+    check(cg_user_data_write(cu::conditions_node), path, "writing /Case/CalculationConditions");
+    check(cg_gopath(fn, cu::conditions_path), path, "going to /Case/CalculationConditions");
+    for (const Condition& c : conditions) {
+        check(writecondition(c), path, "writing condition " + c.key);
+    }
+
+    const cgsize_t size[6] = {bed.ni, bed.nj, bed.ni - 1, bed.nj - 1, 0, 0};
+    int Z = 0, C = 0, S = 0, F = 0;
+    check(cg_zone_write(fn, cas, cu::bed_zone, size, Structured, &Z), path,
+          "writing zone /Case/Bed");
+    check(cg_coord_write(fn, cas, Z, RealDouble, "CoordinateX", bed.x.data(), &C), path,
+          "writing /Case/Bed coordinates");
+    check(cg_coord_write(fn, cas, Z, RealDouble, "CoordinateY", bed.y.data(), &C), path,
+          "writing /Case/Bed coordinates");
+    check(cg_sol_write(fn, cas, Z, cu::attributes_node, Vertex, &S), path,
+          "writing /Case/Bed/NodeAttributes");
+    check(cg_field_write(fn, cas, Z, S, RealDouble, cu::elevation_field, bed.elevation.data(), &F),
+          path, "writing /Case/Bed/NodeAttributes/Elevation");
+}
+
+// Opens an existing case file for reading; closes it on leaving the caller's scope.
+void openforreading(const std::string& path, OpenFile& file) {
+    check(cu::openfile(path, CG_MODE_READ, file.fn), path, "opening");
+}
+
+}  // namespace
+
+void writecasefile(const std::string& path, const BedGrid& bed,
+                   const std::vector<Condition>& conditions) {
+    const auto nodes = static_cast<std::size_t>(bed.ni) * static_cast<std::size_t>(bed.nj);
+    if (bed.ni < 1 || bed.nj < 1 || bed.x.size() != nodes || bed.y.size() != nodes ||
+        bed.elevation.size() != nodes) {
+        fail(path, "checking the bed grid",
+             "arrays must hold ni*nj = " + std::to_string(bed.ni) + "*" +
+                 std::to_string(bed.nj) + " values each");
+    }
+    // Written under a temporary name beside the target and renamed into place: the rename within
+    // one folder is atomic, so an interrupted write never leaves a half-made case at `path`.
+    TemporaryFile temporary{path + ".tmp" + std::to_string(::getpid())};
+    {
+        OpenFile file;
+        check(cg_open(temporary.path.c_str(), CG_MODE_WRITE, &file.fn), path,
+              "creating " + temporary.path);
+        writecase(file.fn, path, bed, conditions);
+        const int fn = file.fn;
+        file.fn = 0;
+        check(cg_close(fn), path, "closing " + temporary.path);
+    }
+    std::error_code ec;
+    std::filesystem::rename(temporary.path, path, ec);
+    if (ec) fail(path, "renaming " + temporary.path + " into place", ec.message());
+    temporary.kept = true;
+}
+
+std::vector<StoredCondition> listconditions(const std::string& path) {
+    OpenFile file;
+    openforreading(path, file);
+    check(cg_gopath(file.fn, cu::conditions_path), path, "going to /Case/CalculationConditions");
+    int narrays = 0;
+    check(cg_narrays(&narrays), path, "counting the conditions");
+    std::vector<StoredCondition> stored(static_cast<std::size_t>(narrays));
+    for (int a = 1; a <= narrays; ++a) {
+        check(cu::readcondition(a, stored[static_cast<std::size_t>(a - 1)]), path,
+              "reading condition number " + std::to_string(a));
+    }
+    return stored;
+}
+
+BedGrid readbed(const std::string& path) {
+    OpenFile file;
+    openforreading(path, file);
+    int B = 0, Z = 0;
+    check(cu::locatebed(file.fn, B, Z), path, "finding /Case/Bed");
+    BedGrid bed;
+    check(cu::bedsize(file.fn, B, Z, bed.ni, bed.nj), path, "reading the size of /Case/Bed");
+    check(cu::readbedcoords(file.fn, B, Z, bed.x, bed.y), path, "reading /Case/Bed coordinates");
+    check(cu::readbedattribute(file.fn, B, Z, cu::elevation_field, bed.elevation), path,
+          "reading /Case/Bed/NodeAttributes/Elevation");
+    return bed;
+}
+
+}  // namespace riffle::platform

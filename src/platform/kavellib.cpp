@@ -1,0 +1,299 @@
+// The solver's I/O calls over a CGNS case file (layout in kavellib.hpp).
+//
+// The calls keep one selection at module level (the program handles one case file per run): the
+// file chosen by CG_KAVEL_INIT_F with its /Case base and Bed zone, and the newest FlowSolution of
+// /Flow/Box written in this session. Every CGNS return code is checked; no call throws, each
+// reports through `ier` (0 success, 1 failure) and a failed call writes nothing to its outputs.
+// Results are appended step by step: each new time rewrites BaseIterativeData (NumberOfSteps,
+// TimeValues) and ZoneIterativeData/FlowSolutionPointers whole, which is what viewers need to
+// animate the solutions over time. CG_OPEN_F accepts the read and modify modes only, and never
+// hands a file that is not CGNS to the library's open.
+#include "platform/kavellib.hpp"
+
+#include <cgns_io.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <type_traits>
+#include <variant>
+#include <vector>
+
+#include "platform/cgnsutil.hpp"
+
+namespace riffle::platform {
+
+namespace {
+
+namespace cu = cgnsutil;
+
+// Width of one name in FlowSolutionPointers (a CGNS name is at most 32 characters).
+constexpr int pointer_width = 32;
+// Size of the solver's text buffers; longer strings are cut.
+constexpr std::size_t string_capacity = 200;
+
+struct Selection {
+    int fid = 0;       // file handle of CG_KAVEL_INIT_F; 0 = nothing selected
+    int casebase = 0;  // index of /Case
+    int bed = 0;       // index of /Case/Bed
+    // /Flow, Box and the FlowSolution opened by the last successful CG_KAVEL_WRITE_SOL_TIME_F of
+    // this selection; solution = 0 while none is open (none yet, or a grid or time write since).
+    int flowbase = 0;
+    int box = 0;
+    int solution = 0;
+};
+
+Selection selected;
+
+// Result of a call as the flag the callers expect.
+int flag(bool ok) { return ok ? 0 : 1; }
+
+// Locates /Flow and its 3-D zone Box.
+int locatebox(int fn, int& B, int& Z) {
+    int b = 0, z = 0;
+    if (const int rc = cu::findbase(fn, cu::flow_base, b); rc != CG_OK) return rc;
+    if (const int rc = cu::findzone(fn, b, cu::box_zone, z); rc != CG_OK) return rc;
+    int indexdim = 0;
+    if (const int rc = cg_index_dim(fn, b, z, &indexdim); rc != CG_OK) return rc;
+    if (indexdim != 3) return cu::bad_layout;
+    B = b;
+    Z = z;
+    return CG_OK;
+}
+
+// The output times written so far (none when /Flow has no BaseIterativeData yet).
+int readtimes(int fn, int B, std::vector<double>& times) {
+    char name[33] = {};
+    int nsteps = 0;
+    const int found = cg_biter_read(fn, B, name, &nsteps);
+    if (found == CG_NODE_NOT_FOUND || (found == CG_OK && nsteps == 0)) {
+        times.clear();
+        return CG_OK;
+    }
+    if (found != CG_OK) return found;
+    if (const int rc = cg_goto(fn, B, "BaseIterativeData_t", 1, "end"); rc != CG_OK) return rc;
+    int A = 0;
+    if (const int rc = cu::findarray(cu::time_values, A); rc != CG_OK) return rc;
+    char aname[33] = {};
+    DataType_t type = DataTypeNull;
+    int ndim = 0;
+    cgsize_t dims[CGIO_MAX_DIMENSIONS] = {};
+    if (const int rc = cg_array_info(A, aname, &type, &ndim, dims); rc != CG_OK) return rc;
+    if (ndim != 1 || dims[0] != nsteps) return cu::bad_layout;
+    std::vector<double> t(static_cast<std::size_t>(nsteps));
+    if (const int rc = cg_array_read_as(A, RealDouble, t.data()); rc != CG_OK) return rc;
+    times = std::move(t);
+    return CG_OK;
+}
+
+// "FlowSolution<n>" for n = 1..count, each padded with blanks to the pointer width, one after
+// another (a C1(32, count) array).
+std::string solutionpointers(int count) {
+    std::string names;
+    for (int n = 1; n <= count; ++n) {
+        std::string one = cu::sol_prefix + std::to_string(n);
+        one.resize(pointer_width, ' ');
+        names += one;
+    }
+    return names;
+}
+
+int appendtime(double t) {
+    const int fn = selected.fid;
+    int B = 0, Z = 0;
+    if (const int rc = locatebox(fn, B, Z); rc != CG_OK) return rc;
+    std::vector<double> times;
+    if (const int rc = readtimes(fn, B, times); rc != CG_OK) return rc;
+    // Viewers step through the solutions in the order of TimeValues, which must ascend.
+    if (!std::isfinite(t) || (!times.empty() && !(t > times.back()))) return cu::bad_layout;
+    times.push_back(t);
+    const int nsteps = static_cast<int>(times.size());
+
+    // The solution first: if a later step fails, NumberOfSteps still names the previous one and
+    // the next try writes over this half-made solution.
+    // (GridLocation Vertex is the SIDS default, so the library stores no GridLocation node.)
+    const std::string solname = cu::sol_prefix + std::to_string(nsteps);
+    int S = 0;
+    if (const int rc = cg_sol_write(fn, B, Z, solname.c_str(), Vertex, &S); rc != CG_OK) return rc;
+
+    // cg_biter_write and cg_ziter_write replace an existing node with its children, so both
+    // arrays are written whole each time.
+    if (const int rc = cg_biter_write(fn, B, cu::base_iter_node, nsteps); rc != CG_OK) return rc;
+    if (const int rc = cg_goto(fn, B, "BaseIterativeData_t", 1, "end"); rc != CG_OK) return rc;
+    const cgsize_t ntimes = nsteps;
+    if (const int rc = cg_array_write(cu::time_values, RealDouble, 1, &ntimes, times.data());
+        rc != CG_OK)
+        return rc;
+
+    if (const int rc = cg_ziter_write(fn, B, Z, cu::zone_iter_node); rc != CG_OK) return rc;
+    if (const int rc = cg_goto(fn, B, "Zone_t", Z, "ZoneIterativeData_t", 1, "end"); rc != CG_OK)
+        return rc;
+    const std::string pointers = solutionpointers(nsteps);
+    const cgsize_t pdims[2] = {pointer_width, nsteps};
+    if (const int rc = cg_array_write(cu::sol_pointers, Character, 2, pdims, pointers.data());
+        rc != CG_OK)
+        return rc;
+
+    selected.flowbase = B;
+    selected.box = Z;
+    selected.solution = S;
+    return CG_OK;
+}
+
+int writegrid(int ni, int nj, int nk, const double* x, const double* y, const double* z) {
+    const int fn = selected.fid;
+    int B = 0;
+    if (const int rc = cu::findbase(fn, cu::flow_base, B); rc == CG_NODE_NOT_FOUND) {
+        // A file made without the empty /Flow base: /Flow is added after the existing bases, so a
+        // viewer that opens only the first base must be pointed to it by hand.
+        if (const int wrc = cg_base_write(fn, cu::flow_base, 3, 3, &B); wrc != CG_OK) return wrc;
+    } else if (rc != CG_OK) {
+        return rc;
+    }
+    char bname[33] = {};
+    int celldim = 0, physdim = 0;
+    if (const int rc = cg_base_read(fn, B, bname, &celldim, &physdim); rc != CG_OK) return rc;
+    if (celldim != 3 || physdim != 3) return cu::bad_layout;
+
+    // Remove the results of any earlier run, so that they never pile up in the file. (HDF5 does
+    // not give the space back; the file keeps its size until it is repacked.)
+    int Z = 0;
+    if (const int rc = cu::findzone(fn, B, cu::box_zone, Z); rc == CG_OK) {
+        if (const int grc = cg_goto(fn, B, "end"); grc != CG_OK) return grc;
+        if (const int drc = cg_delete_node(cu::box_zone); drc != CG_OK) return drc;
+    } else if (rc != CG_NODE_NOT_FOUND) {
+        return rc;
+    }
+    char biname[33] = {};
+    int nsteps = 0;
+    if (const int rc = cg_biter_read(fn, B, biname, &nsteps); rc == CG_OK) {
+        if (const int grc = cg_goto(fn, B, "end"); grc != CG_OK) return grc;
+        if (const int drc = cg_delete_node(biname); drc != CG_OK) return drc;
+    } else if (rc != CG_NODE_NOT_FOUND) {
+        return rc;
+    }
+    selected.solution = 0;
+
+    const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
+    if (const int rc = cg_zone_write(fn, B, cu::box_zone, size, Structured, &Z); rc != CG_OK)
+        return rc;
+    int C = 0;
+    if (const int rc = cg_coord_write(fn, B, Z, RealDouble, "CoordinateX", x, &C); rc != CG_OK)
+        return rc;
+    if (const int rc = cg_coord_write(fn, B, Z, RealDouble, "CoordinateY", y, &C); rc != CG_OK)
+        return rc;
+    if (const int rc = cg_coord_write(fn, B, Z, RealDouble, "CoordinateZ", z, &C); rc != CG_OK)
+        return rc;
+    return CG_OK;
+}
+
+// A calculation condition of type T (int, double or std::string) into `value`.
+template <typename T>
+int readkey(const std::string& key, T& value) {
+    if (selected.fid == 0) return CG_ERROR;
+    if (const int rc = cg_gopath(selected.fid, cu::conditions_path); rc != CG_OK) return rc;
+    int A = 0;
+    if (const int rc = cu::findarray(key.c_str(), A); rc != CG_OK) return rc;
+    StoredCondition c;
+    if (const int rc = cu::readcondition(A, c); rc != CG_OK) return rc;
+    const T* stored = std::get_if<T>(&c.value);
+    if (stored == nullptr) return cu::bad_layout;
+    if constexpr (std::is_same_v<T, std::string>) {
+        value = stored->substr(0, string_capacity);
+    } else {
+        value = *stored;
+    }
+    return CG_OK;
+}
+
+}  // namespace
+
+void CG_OPEN_F(const std::string& file, int mode, int& fid, int& ier) {
+    // Only reading and modifying: the write mode would create or empty the file.
+    int cgmode = 0;
+    if (mode == mode_read) {
+        cgmode = CG_MODE_READ;
+    } else if (mode == mode_modify) {
+        cgmode = CG_MODE_MODIFY;
+    } else {
+        ier = 1;
+        return;
+    }
+    int fn = 0;
+    ier = flag(cu::openfile(file, cgmode, fn) == CG_OK);
+    if (ier == 0) fid = fn;
+}
+
+void CG_CLOSE_F(int fid, int& ier) {
+    if (fid == selected.fid) selected = Selection{};
+    ier = flag(cg_close(fid) == CG_OK);
+}
+
+void CG_KAVEL_INIT_F(int fid, int& ier) {
+    // A failed selection leaves none, so that later reads fail instead of reading another file.
+    selected = Selection{};
+    int B = 0, Z = 0;
+    ier = flag(cu::locatebed(fid, B, Z) == CG_OK);
+    if (ier == 0) selected = Selection{fid, B, Z, 0, 0, 0};
+}
+
+void CG_KAVEL_GOTOGRIDCOORD2D_F(int& ni, int& nj, int& ier) {
+    int i = 0, j = 0;
+    ier = flag(selected.fid != 0 &&
+               cu::bedsize(selected.fid, selected.casebase, selected.bed, i, j) == CG_OK);
+    if (ier != 0) return;
+    ni = i;
+    nj = j;
+}
+
+void CG_KAVEL_GETGRIDCOORD2D_F(double* x, double* y, int& ier) {
+    std::vector<double> xs, ys;
+    ier = flag(selected.fid != 0 && x != nullptr && y != nullptr &&
+               cu::readbedcoords(selected.fid, selected.casebase, selected.bed, xs, ys) == CG_OK);
+    if (ier != 0) return;
+    std::copy(xs.begin(), xs.end(), x);
+    std::copy(ys.begin(), ys.end(), y);
+}
+
+void CG_KAVEL_READ_GRID_REAL_NODE_F(const std::string& name, double* values, int& ier) {
+    std::vector<double> v;
+    ier = flag(selected.fid != 0 && values != nullptr &&
+               cu::readbedattribute(selected.fid, selected.casebase, selected.bed, name.c_str(),
+                                    v) == CG_OK);
+    if (ier != 0) return;
+    std::copy(v.begin(), v.end(), values);
+}
+
+void CG_KAVEL_READ_INTEGER_F(const std::string& key, int& value, int& ier) {
+    ier = flag(readkey(key, value) == CG_OK);
+}
+
+void CG_KAVEL_READ_REAL_F(const std::string& key, double& value, int& ier) {
+    ier = flag(readkey(key, value) == CG_OK);
+}
+
+void CG_KAVEL_READ_STRING_F(const std::string& key, std::string& value, int& ier) {
+    ier = flag(readkey(key, value) == CG_OK);
+}
+
+void CG_KAVEL_WRITEGRIDCOORD3D_F(int ni, int nj, int nk, const double* x, const double* y,
+                                 const double* z, int& ier) {
+    ier = flag(selected.fid != 0 && ni >= 1 && nj >= 1 && nk >= 1 && x != nullptr &&
+               y != nullptr && z != nullptr && writegrid(ni, nj, nk, x, y, z) == CG_OK);
+}
+
+void CG_KAVEL_WRITE_SOL_TIME_F(double t, int& ier) {
+    // A failed time leaves no solution open, so the fields that follow are refused rather than
+    // written over the previous step's.
+    selected.solution = 0;
+    ier = flag(selected.fid != 0 && appendtime(t) == CG_OK);
+}
+
+void CG_KAVEL_WRITE_SOL_REAL_F(const std::string& name, const double* values, int& ier) {
+    int F = 0;
+    ier = flag(selected.fid != 0 && selected.solution != 0 && values != nullptr &&
+               cg_field_write(selected.fid, selected.flowbase, selected.box, selected.solution,
+                              RealDouble, name.c_str(), values, &F) == CG_OK);
+}
+
+}  // namespace riffle::platform
