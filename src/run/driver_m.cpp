@@ -1,11 +1,19 @@
 #include "run/driver_m.hpp"
 
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <string>
 
+#include "flow/boundary_m.hpp"
 #include "flow/timestep_m.hpp"
+#include "flow/xvelocity_m.hpp"
+#include "flow/yvelocity_m.hpp"
+#include "flow/zvelocity_m.hpp"
 #include "platform/kavellib.hpp"
+#include "pressure/correction_m.hpp"
+#include "pressure/divergence_m.hpp"
+#include "pressure/multigridp_m.hpp"
 #include "run/console_m.hpp"
 #include "run/initial_m.hpp"
 #include "run/messages.hpp"
@@ -29,6 +37,21 @@ constexpr double zerosolidstep = 0.0008;
 }
 
 }  // namespace
+
+void RoutineTimers::add(const char* name, double seconds) {
+    for (auto& [n, s] : entries_) {
+        if (n == name) {
+            s += seconds;
+            return;
+        }
+    }
+    entries_.emplace_back(name, seconds);
+}
+
+double RoutineTimers::now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
 
 std::int32_t trunc32(double x) {
     if (!(x > -2147483649.0 && x < 2147483648.0)) return INT32_MIN;
@@ -181,29 +204,43 @@ void startup(Storage& st, NodeArrays& nodes) {
     readsolversettings(st);
 }
 
-// One time step, loop steps 1 to 20 (the report and the outputs follow in the loop).
-void advance(Storage& st) {
+}  // namespace
+
+void velocityboundaries(Storage& st) {
+    flow::boundaryu(st);
+    flow::boundaryv(st);
+    flow::boundaryw(st);
+}
+
+void advance(Storage& st, RoutineTimers* timers) {
+    RoutineTimers none(false);
+    RoutineTimers& t = timers ? *timers : none;
     st.istep = st.istep + 1;
-    if (st.timetype == 0) flow::timestep(st);
+    if (st.timetype == 0) t.time("timestep", [&] { flow::timestep(st); });
     st.time = st.time + st.dt;
 
     // [subgrid viscosity from the velocity at the start of the step]
     // [driving force towards the target discharge]
-    // [momentum predictor: u, v, w]
+    t.time("predictor", [&] {
+        flow::xvelocity(st);
+        flow::yvelocity(st);
+        flow::zvelocity(st);
+    });
     // [side walls: south and north wall laws where all three codes of the face are -1]
     // [immersed-boundary forcing at the bed]
-    if (st.dt < zerosolidstep) zerosolid(st);
-    // [velocity boundary conditions]
-    // [pressure solve, which sets npois; velocity correction]
-    // [velocity boundary conditions; divergence report, which sets divmax and divtotal]
-    // [side walls and immersed-boundary forcing again; velocity boundary conditions]
+    if (st.dt < zerosolidstep) t.time("zerosolid", [&] { zerosolid(st); });
+    t.time("boundaries", [&] { velocityboundaries(st); });
+    t.time("poisson", [&] { pressure::poisson(st, st.npois); });
+    t.time("correction", [&] { pressure::correction(st); });
+    t.time("boundaries", [&] { velocityboundaries(st); });
+    t.time("divergence", [&] { pressure::divergence(st); });
+    // [side walls and immersed-boundary forcing again]
+    t.time("boundaries", [&] { velocityboundaries(st); });
     // [subgrid viscosity from the corrected velocity; cell classification]
-    storeold(st);
+    t.time("storeold", [&] { storeold(st); });
 }
 
-}  // namespace
-
-int riffle(int argc, const char* const* argv) {
+int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     if (argc != 2) stopwith(messages::no_input_file);
     std::string casename(argv[1]);
     if (casename.size() > textlength) casename.resize(textlength);
@@ -222,13 +259,15 @@ int riffle(int argc, const char* const* argv) {
         stopwith(e.what());
     }
 
+    RoutineTimers none(false);
+    RoutineTimers& t = timers ? *timers : none;
     double told = st.time;
     for (;;) {
-        advance(st);
+        advance(st, &t);
         stepreport(st);
         if (crossed(st.time, told, st.otime)) {
             // [vorticity and Q criterion]
-            writeresults(st, nodes);
+            t.time("case-file output", [&] { writeresults(st, nodes); });
         }
         // [restart file when the restart interval is crossed]
         // [Tecplot file when the Tecplot interval is crossed]

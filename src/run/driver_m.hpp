@@ -3,14 +3,50 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "run/casefile_m.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle {
 
-// The whole program: exactly one argument, the case file. Returns the exit status.
-int riffle(int argc, const char* const* argv);
+// Wall-clock seconds spent in each routine of the time loop, for the benchmark's summary.
+class RoutineTimers {
+public:
+    explicit RoutineTimers(bool enabled = true) : enabled_(enabled) {}
+    template <class F>
+    void time(const char* name, F&& f) {
+        if (!enabled_) {
+            f();
+            return;
+        }
+        const double t0 = now();
+        f();
+        add(name, now() - t0);
+    }
+    [[nodiscard]] const std::vector<std::pair<std::string, double>>& entries() const {
+        return entries_;
+    }
+
+private:
+    void add(const char* name, double seconds);
+    static double now();
+    bool enabled_;
+    std::vector<std::pair<std::string, double>> entries_;
+};
+
+// The whole program: exactly one argument, the case file. Returns the exit status. With
+// `timers`, the time spent in each routine of the loop is added up there.
+int riffle(int argc, const char* const* argv, RoutineTimers* timers = nullptr);
+
+// One time step without its report and outputs: the step counter, the time step, the predictor,
+// the boundaries, the projection, the divergence report and the store of the previous level.
+void advance(Storage& st, RoutineTimers* timers = nullptr);
+
+// boundaryu, boundaryv, boundaryw, in that order.
+void velocityboundaries(Storage& st);
 
 // Zeroes the velocities and eddy viscosity at points inside the bed (flag -1). Serial.
 void zerosolid(Storage& st);

@@ -1,0 +1,167 @@
+#include "flow/boundary_m.hpp"
+
+#include <array>
+#include <cstdlib>
+
+namespace riffle::flow {
+
+namespace {
+
+// Element (m, a, b) of a field where m runs normal to a face in direction Dir (0 x, 1 y, 2 z)
+// and (a, b) span the face plane, b the outer of the two.
+template <int Dir>
+inline double& at(const View3<double>& f, int m, int a, int b) {
+    if constexpr (Dir == 0) return f(m, a, b);
+    if constexpr (Dir == 1) return f(a, m, b);
+    return f(a, b, m);
+}
+
+struct Plane {
+    int n;       // cells normal to the face
+    int na, nb;  // cells along the two plane directions (the plane covers 0..na+1 x 0..nb+1)
+};
+
+template <int Dir>
+Plane plane(const Storage& st) {
+    if constexpr (Dir == 0) return {st.imax, st.jmax, st.kmax};
+    if constexpr (Dir == 1) return {st.jmax, st.imax, st.kmax};
+    return {st.kmax, st.imax, st.jmax};
+}
+
+// A face across which the component is tangential: its ghost lies half a cell outside. The
+// coefficient of the inner value is the code itself, so one formula serves all three codes.
+template <int Dir>
+void tangentialface(const View3<double>& f, Plane pl, bool low, int c, double val, double h) {
+    const double cc = c;
+    const double a = 1 - std::abs(c);
+    const double s = low ? -1.0 : 1.0;
+    const double bterm = (2.0 * ((1 - c) / 2) + s * ((c + 1) / 2) * h) * val;
+    const int n = pl.n;
+    const int ghost = low ? 0 : n + 1;
+    const int inner = low ? 1 : n;
+    const int partner = low ? n : 1;
+#pragma omp for schedule(static)
+    for (int b = 0; b <= pl.nb + 1; ++b) {
+        for (int a2 = 0; a2 <= pl.na + 1; ++a2) {
+            at<Dir>(f, ghost, a2, b) =
+                cc * at<Dir>(f, inner, a2, b) + a * at<Dir>(f, partner, a2, b) + bterm;
+        }
+    }
+}
+
+// A face normal to the component. Low face: target -((c+1)/2) (the face 0, or the layer -1 for a
+// gradient face); high face: target n + (c+2)/2 (the face n, or n+1 for periodic and gradient).
+template <int Dir>
+void normalface(const View3<double>& f, Plane pl, bool low, int c, double val, double h) {
+    const double a = 1 - std::abs(c);
+    const int n = pl.n;
+    if (low) {
+        const int d = -((c + 1) / 2);
+        const int target = d;
+        const double bterm = ((1 - c) / 2 + 2.0 * d * h) * val;
+#pragma omp for schedule(static)
+        for (int b = 0; b <= pl.nb + 1; ++b) {
+            for (int a2 = 0; a2 <= pl.na + 1; ++a2) {
+                at<Dir>(f, target, a2, b) =
+                    a * at<Dir>(f, n, a2, b) + bterm - d * at<Dir>(f, 1, a2, b);
+            }
+        }
+    } else {
+        const int e = (c + 1) / 2;
+        const int target = n + (c + 2) / 2;
+        const double bterm = (1 - (c + 2) / 2 + 2.0 * e * h) * val;
+#pragma omp for schedule(static)
+        for (int b = 0; b <= pl.nb + 1; ++b) {
+            for (int a2 = 0; a2 <= pl.na + 1; ++a2) {
+                at<Dir>(f, target, a2, b) =
+                    a * at<Dir>(f, 1, a2, b) + bterm + e * at<Dir>(f, n - 1, a2, b);
+            }
+        }
+    }
+}
+
+// The outer ghost layers in the component's own direction, after the six faces.
+template <int Dir>
+void outerghosts(const View3<double>& f, Plane pl, int clow, int chigh) {
+    const int n = pl.n;
+#pragma omp for schedule(static)
+    for (int b = 0; b <= pl.nb + 1; ++b) {
+        for (int a2 = 0; a2 <= pl.na + 1; ++a2) {
+            if (clow == -1) {
+                // Linear extrapolation through the prescribed face value.
+                at<Dir>(f, -1, a2, b) = 2.0 * at<Dir>(f, 0, a2, b) - at<Dir>(f, 1, a2, b);
+            }
+            if (chigh == -1) {
+                at<Dir>(f, n + 1, a2, b) = 2.0 * at<Dir>(f, n, a2, b) - at<Dir>(f, n - 1, a2, b);
+            }
+            if (clow == 0) at<Dir>(f, -1, a2, b) = at<Dir>(f, n - 1, a2, b);
+        }
+    }
+}
+
+// Applies the faces of one direction pair (low then high), normal or tangential to the component.
+template <int Dir>
+void facepair(const Storage& st, const View3<double>& f, bool normal, const std::array<int, 7>& code,
+              const std::array<double, 7>& val, double h) {
+    const Plane pl = plane<Dir>(st);
+    const int lowface = 2 * Dir + 1, highface = 2 * Dir + 2;
+    if (normal) {
+        normalface<Dir>(f, pl, true, code[lowface], val[lowface], h);
+        normalface<Dir>(f, pl, false, code[highface], val[highface], h);
+    } else {
+        tangentialface<Dir>(f, pl, true, code[lowface], val[lowface], h);
+        tangentialface<Dir>(f, pl, false, code[highface], val[highface], h);
+    }
+}
+
+}  // namespace
+
+// Each face is a work-shared loop with its implied barrier, so faces follow strictly in order.
+void boundaryu(Storage& st) {
+    const View3<double> u = st.u.view();
+    const double h[3] = {st.dx, st.dy, st.dz};
+#pragma omp parallel
+    {
+        facepair<0>(st, u, true, st.ibu, st.ubval, h[0]);
+        facepair<1>(st, u, false, st.ibu, st.ubval, h[1]);
+        facepair<2>(st, u, false, st.ibu, st.ubval, h[2]);
+        outerghosts<0>(u, plane<0>(st), st.ibu[west], st.ibu[east]);
+    }
+}
+
+void boundaryv(Storage& st) {
+    const View3<double> v = st.v.view();
+    const double h[3] = {st.dx, st.dy, st.dz};
+#pragma omp parallel
+    {
+        facepair<1>(st, v, true, st.ibv, st.vbval, h[1]);
+        facepair<2>(st, v, false, st.ibv, st.vbval, h[2]);
+        facepair<0>(st, v, false, st.ibv, st.vbval, h[0]);
+        outerghosts<1>(v, plane<1>(st), st.ibv[south], st.ibv[north]);
+    }
+}
+
+void boundaryw(Storage& st) {
+    const View3<double> w = st.w.view();
+    const double h[3] = {st.dx, st.dy, st.dz};
+#pragma omp parallel
+    {
+        facepair<2>(st, w, true, st.ibw, st.wbval, h[2]);
+        facepair<0>(st, w, false, st.ibw, st.wbval, h[0]);
+        facepair<1>(st, w, false, st.ibw, st.wbval, h[1]);
+        outerghosts<2>(w, plane<2>(st), st.ibw[bottom], st.ibw[top]);
+    }
+}
+
+void boundaryp(Storage& st) {
+    const View3<double> p = st.p.view();
+    static constexpr std::array<double, 7> novalue{};
+#pragma omp parallel
+    {
+        facepair<0>(st, p, false, st.ibp, novalue, st.dx);
+        facepair<2>(st, p, false, st.ibp, novalue, st.dz);
+        facepair<1>(st, p, false, st.ibp, novalue, st.dy);
+    }
+}
+
+}  // namespace riffle::flow
