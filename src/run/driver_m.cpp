@@ -261,9 +261,11 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
 
     RoutineTimers none(false);
     RoutineTimers& t = timers ? *timers : none;
+    t.cells = static_cast<long long>(st.imax) * st.jmax * st.kmax;
     double told = st.time;
     for (;;) {
         advance(st, &t);
+        ++t.steps;
         stepreport(st);
         if (crossed(st.time, told, st.otime)) {
             // [vorticity and Q criterion]

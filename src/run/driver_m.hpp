@@ -29,6 +29,8 @@ public:
     [[nodiscard]] const std::vector<std::pair<std::string, double>>& entries() const {
         return entries_;
     }
+    long long cells = 0;  // interior cells of the grid
+    int steps = 0;        // time steps made
 
 private:
     void add(const char* name, double seconds);
