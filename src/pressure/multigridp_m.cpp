@@ -1,0 +1,448 @@
+// Multigrid solve of the pressure increment, Laplacian(phi) = (dens/dt) div(u), on the cell
+// centres of the hierarchy mg(lmin..0) (level l: n = n0 / 2^-l cells, h = h0 * 2^-l).
+//
+// Per level: lphi(i,j,k) = (phi(i+1)-2phi+phi(i-1))/hx^2 + (..j..)/hy^2 + (..k..)/hz^2 over the
+// interior; res = src - lphi; the restriction averages res over the eight children into the
+// coarse src; the prolongation adds 0.25 (Phi(P) + Phi(P+-i) + Phi(P+-j) + Phi(P+-k)), each +-
+// pointing toward the child, to the fine phi. The smoother and the operator read the face ghosts
+// of phi (rewritten first from the codes ibp), the prolongation reads the face ghosts of the
+// coarse phi as left by that level's last ghost update, and boundarypres also writes the edges.
+//
+// Threads: every pass is one OpenMP loop with a static schedule; the Gauss-Seidel passes let
+// threads update neighbouring lines without ordering, on purpose (see smoothingp).
+#include "pressure/multigridp_m.hpp"
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "run/parallel.hpp"
+
+namespace riffle::pressure {
+
+namespace {
+
+using View = View3<double>;
+using CView = ConstView3<double>;
+
+// The coarsest level's Gauss-Seidel iteration ends once no cell changes by more than this
+// fraction of its value in one sweep.
+constexpr double coarsetolerance = 1.0e-8;
+
+// Sweep limit of the coarsest-level iteration used by the pressure-solve driver.
+constexpr int coarsesweeps = 100;
+
+// ---- pointwise arithmetic ---------------------------------------------------------------------
+
+// Ghost value of a face of code t: t * (adjacent interior) + (1 - |t|) * (opposite end). The
+// formula is applied even where a factor is 0, so a periodic face is an exact copy.
+inline double ghost(double t, double adjacent, double opposite) {
+    return t * adjacent + (1.0 - std::abs(t)) * opposite;
+}
+
+// Second difference of one direction, formed as (east - centre - centre + west) / h^2.
+inline double secdiff(double west, double centre, double east, double h2) {
+    return (east - centre - centre + west) / h2;
+}
+
+// The four-point interpolation of a coarse correction toward one child.
+inline double fourpoint(double centre, double towardi, double towardj, double towardk) {
+    return 0.25 * (centre + towardi + towardj + towardk);
+}
+
+// Point Gauss-Seidel value of the seven-point equation with the neighbour sums given.
+inline double pointvalue(double sumi, double sumj, double sumk, double src, double hx2, double hy2,
+                         double hz2, double diag) {
+    return (sumi / hx2 + sumj / hy2 + sumk / hz2 - src) / diag;
+}
+
+// Larger of two changes; a NaN, once met, wins, so a blown-up coarse iteration runs to its
+// sweep limit instead of reporting convergence.
+inline double nanmax(double a, double b) { return (b > a || std::isnan(b)) ? b : a; }
+
+// Max is exact in any order (and a NaN stays a NaN), so a reduction clause is deterministic here.
+#pragma omp declare reduction(nanmax : double : omp_out = nanmax(omp_out, omp_in)) \
+    initializer(omp_priv = 0.0)
+
+// Exact solve of the tridiagonal system a(k) x(k-1) + b(k) x(k) + c(k) x(k+1) = r(k),
+// k = 1..n (Thomas algorithm, no pivoting: the line operator is diagonally dominant).
+// b and r are overwritten by the elimination.
+inline void thomas(const double* a, double* b, const double* c, double* r, double* x, int n) {
+    for (int k = 1; k < n; ++k) {
+        b[k + 1] = b[k + 1] - c[k] * a[k + 1] / b[k];
+        r[k + 1] = r[k + 1] - a[k + 1] * r[k] / b[k];
+    }
+    x[n] = r[n] / b[n];
+    for (int k = n - 1; k >= 1; --k) x[k] = (r[k] - c[k] * x[k + 1]) / b[k];
+}
+
+// ---- level data -------------------------------------------------------------------------------
+
+struct Level {
+    int nx, ny, nz;
+    double hx, hy, hz;
+};
+
+Level level_of(const Storage& st, int level) {
+    const mglevel& m = st.mg(level);
+    const double f = static_cast<double>(1 << (-level));
+    return {m.ni, m.nj, m.nk, st.dx * f, st.dy * f, st.dz * f};
+}
+
+// The six face codes as real factors.
+struct Codes {
+    double w, e, s, n, b, t;
+};
+
+Codes codes_of(const Storage& st) {
+    return {static_cast<double>(st.ibp[west]),  static_cast<double>(st.ibp[east]),
+            static_cast<double>(st.ibp[south]), static_cast<double>(st.ibp[north]),
+            static_cast<double>(st.ibp[bottom]), static_cast<double>(st.ibp[top])};
+}
+
+// ---- ghost passes (orphaned work-sharing loops: call from every thread of a team) ---------------
+
+void faceghosts(const View& phi, int nx, int ny, int nz, const Codes& t) {
+#pragma omp for schedule(static)
+    for (int k = 1; k <= nz; ++k) {
+        for (int j = 1; j <= ny; ++j) {
+            phi(0, j, k) = ghost(t.w, phi(1, j, k), phi(nx, j, k));
+            phi(nx + 1, j, k) = ghost(t.e, phi(nx, j, k), phi(1, j, k));
+        }
+    }
+#pragma omp for schedule(static)
+    for (int k = 1; k <= nz; ++k) {
+        for (int i = 1; i <= nx; ++i) {
+            phi(i, 0, k) = ghost(t.s, phi(i, 1, k), phi(i, ny, k));
+            phi(i, ny + 1, k) = ghost(t.n, phi(i, ny, k), phi(i, 1, k));
+        }
+    }
+#pragma omp for schedule(static)
+    for (int j = 1; j <= ny; ++j) {
+        for (int i = 1; i <= nx; ++i) {
+            phi(i, j, 0) = ghost(t.b, phi(i, j, 1), phi(i, j, nz));
+            phi(i, j, nz + 1) = ghost(t.t, phi(i, j, nz), phi(i, j, 1));
+        }
+    }
+}
+
+// Edge lines of the ghost layer, one pass per edge direction. Each edge cell extrapolates from
+// the two face ghosts beside it, so the face passes must have completed.
+void edgeghosts(const View& phi, int nx, int ny, int nz) {
+    const int jg[2] = {0, ny + 1}, jn[2] = {1, ny};
+    const int kg[2] = {0, nz + 1}, kn[2] = {1, nz};
+    const int ig[2] = {0, nx + 1}, in[2] = {1, nx};
+#pragma omp for schedule(static)
+    for (int i = 1; i <= nx; ++i) {
+        for (int b = 0; b < 2; ++b) {
+            for (int a = 0; a < 2; ++a) {
+                phi(i, jg[a], kg[b]) =
+                    phi(i, jn[a], kg[b]) + phi(i, jg[a], kn[b]) - phi(i, jn[a], kn[b]);
+            }
+        }
+    }
+#pragma omp for schedule(static)
+    for (int j = 1; j <= ny; ++j) {
+        for (int b = 0; b < 2; ++b) {
+            for (int a = 0; a < 2; ++a) {
+                phi(ig[a], j, kg[b]) =
+                    phi(in[a], j, kg[b]) + phi(ig[a], j, kn[b]) - phi(in[a], j, kn[b]);
+            }
+        }
+    }
+#pragma omp for schedule(static)
+    for (int k = 1; k <= nz; ++k) {
+        for (int b = 0; b < 2; ++b) {
+            for (int a = 0; a < 2; ++a) {
+                phi(ig[a], jg[b], k) =
+                    phi(in[a], jg[b], k) + phi(ig[a], jn[b], k) - phi(in[a], jn[b], k);
+            }
+        }
+    }
+}
+
+// Sum of squares over the interior. Each k-plane is summed by one thread and the planes are
+// added in order afterwards, so the norm has the same bits whatever the thread count.
+double sumsquares(const CView& a, int nx, int ny, int nz) {
+    std::vector<double> plane(static_cast<std::size_t>(nz) + 1, 0.0);
+#pragma omp parallel for schedule(static)
+    for (int k = 1; k <= nz; ++k) {
+        double s = 0.0;
+        for (int j = 1; j <= ny; ++j) {
+            for (int i = 1; i <= nx; ++i) s += a(i, j, k) * a(i, j, k);
+        }
+        plane[static_cast<std::size_t>(k)] = s;
+    }
+    double sum = 0.0;
+    for (int k = 1; k <= nz; ++k) sum += plane[static_cast<std::size_t>(k)];
+    return sum;
+}
+
+// Coarse src = eight-cell average of the fine residual; the coarse problem starts from zero
+// (its ghost layer keeps whatever the last ghost update left).
+void restriction(Storage& st, int level) {
+    const CView res = st.mg(level).res.cview();
+    const mglevel& c = st.mg(level - 1);
+    const int ncx = c.ni, ncy = c.nj, ncz = c.nk;
+    const View src = st.mg(level - 1).src.view();
+    const View phi = st.mg(level - 1).phi.view();
+#pragma omp parallel for schedule(static)
+    for (int kc = 1; kc <= ncz; ++kc) {
+        const int k = 2 * kc - 1;
+        for (int jc = 1; jc <= ncy; ++jc) {
+            const int j = 2 * jc - 1;
+            for (int ic = 1; ic <= ncx; ++ic) {
+                const int i = 2 * ic - 1;
+                src(ic, jc, kc) =
+                    0.125 * (res(i, j, k) + res(i + 1, j, k) + res(i, j + 1, k) +
+                             res(i + 1, j + 1, k) + res(i, j, k + 1) + res(i + 1, j, k + 1) +
+                             res(i, j + 1, k + 1) + res(i + 1, j + 1, k + 1));
+                phi(ic, jc, kc) = 0.0;
+            }
+        }
+    }
+}
+
+// Coarsest level: point Gauss-Seidel, each sweep after a face-ghost refresh, until the largest
+// relative change of a sweep is below the tolerance or ncoarse sweeps are done.
+void coarsesolve(Storage& st, int level, int ncoarse) {
+    const Level g = level_of(st, level);
+    const int nx = g.nx, ny = g.ny, nz = g.nz;
+    const double hx2 = g.hx * g.hx, hy2 = g.hy * g.hy, hz2 = g.hz * g.hz;
+    const double diag = 2.0 / hx2 + 2.0 / hy2 + 2.0 / hz2;
+    const Codes t = codes_of(st);
+    const View phi = st.mg(level).phi.view();
+    const CView src = st.mg(level).src.cview();
+
+    for (int s = 1; s <= ncoarse; ++s) {
+        double chg = 0.0;
+        // k-planes are shared out with no ordering between them: a plane may read its
+        // neighbour while another thread updates it, which a relaxation tolerates.
+#pragma omp parallel
+        {
+            faceghosts(phi, nx, ny, nz, t);
+#pragma omp for schedule(static) reduction(nanmax : chg)
+            for (int k = 1; k <= nz; ++k) {
+                for (int j = 1; j <= ny; ++j) {
+                    for (int i = 1; i <= nx; ++i) {
+                        const double old = phi(i, j, k);
+                        const double now = pointvalue(phi(i - 1, j, k) + phi(i + 1, j, k),
+                                                      phi(i, j - 1, k) + phi(i, j + 1, k),
+                                                      phi(i, j, k - 1) + phi(i, j, k + 1),
+                                                      src(i, j, k), hx2, hy2, hz2, diag);
+                        phi(i, j, k) = now;
+                        // Cells whose value is zero have no relative change and are not counted.
+                        if (now != 0.0) chg = nanmax(chg, std::abs((now - old) / now));
+                    }
+                }
+            }
+        }
+        if (chg < coarsetolerance) break;
+    }
+}
+
+}  // namespace
+
+// ---- public routines ---------------------------------------------------------------------------
+
+void sourcep(Storage& st) {
+    const int nx = st.imax, ny = st.jmax, nz = st.kmax;
+    const double dx = st.dx, dy = st.dy, dz = st.dz;
+    const double factor = st.dens / st.dt;
+    const CView u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
+    const View src = st.mg(0).src.view();
+    // Cells inside the bed get a source like any other: the Poisson problem covers the box.
+#pragma omp parallel for schedule(static)
+    for (int k = 1; k <= nz; ++k) {
+        for (int j = 1; j <= ny; ++j) {
+            for (int i = 1; i <= nx; ++i) {
+                src(i, j, k) = ((u(i, j, k) - u(i - 1, j, k)) / dx +
+                                (v(i, j, k) - v(i, j - 1, k)) / dy +
+                                (w(i, j, k) - w(i, j, k - 1)) / dz) *
+                               factor;
+            }
+        }
+    }
+}
+
+void poisson(Storage& st, int& npois) {
+    const int ipres = st.ipres, iposts = st.iposts, igamma = st.igamma;
+    const int kpoismax = st.kpoismax;
+    // eps is the setting's bit pattern as a subnormal (m*2^-1074): kpoismax sets the work per step.
+    const double eps = std::bit_cast<double>(std::uint64_t{static_cast<std::uint32_t>(st.eps)});
+
+    sourcep(st);
+    double divnorm = 0.0, resnorm = 1.0;
+    divnormp(st, 0, divnorm);
+    int n = 0;
+    for (;;) {
+        ++n;
+        npois = n;
+        multigridp(st, 0, igamma, ipres, iposts, coarsesweeps);
+        operatorp(st, 0);  // also leaves phi's face ghosts fresh for the velocity correction
+        residualp(st, 0);
+        resnormp(st, 0, resnorm);
+        if (n > kpoismax) break;
+        if (resnorm / divnorm > eps) continue;  // a NaN ratio fails this test
+        if (n < 2) continue;
+        break;
+    }
+}
+
+void divnormp(const Storage& st, int level, double& norm) {
+    const mglevel& m = st.mg(level);
+    norm = std::sqrt(sumsquares(m.src.cview(), m.ni, m.nj, m.nk));
+}
+
+void resnormp(const Storage& st, int level, double& norm) {
+    const mglevel& m = st.mg(level);
+    norm = std::sqrt(sumsquares(m.res.cview(), m.ni, m.nj, m.nk));
+}
+
+void multigridp(Storage& st, int level, int igamma, int ipres, int iposts, int ncoarse) {
+    if (level == st.lmin) {
+        coarsesolve(st, level, ncoarse);  // no smoothing before or after on the coarsest level
+        return;
+    }
+    smoothingp(st, level, ipres);  // in: phi, src;  out: smoothed phi
+    operatorp(st, level);          // out: lphi
+    residualp(st, level);          // out: res
+    restriction(st, level);        // out: coarse src, coarse phi = 0
+    for (int g = 0; g < igamma; ++g) {
+        multigridp(st, level - 1, igamma, ipres, iposts, ncoarse);  // out: coarse correction
+    }
+    prolongationp(st, level);       // phi += interpolated correction; fresh ghosts
+    smoothingp(st, level, iposts);  // out: smoothed phi
+}
+
+void boundarypres(Storage& st, int level) {
+    const Level g = level_of(st, level);
+    const int nx = g.nx, ny = g.ny, nz = g.nz;
+    const Codes t = codes_of(st);
+    const View phi = st.mg(level).phi.view();
+#pragma omp parallel
+    {
+        faceghosts(phi, nx, ny, nz, t);
+        edgeghosts(phi, nx, ny, nz);
+    }
+}
+
+void operatorp(Storage& st, int level) {
+    const Level g = level_of(st, level);
+    const int nx = g.nx, ny = g.ny, nz = g.nz;
+    const double hx2 = g.hx * g.hx, hy2 = g.hy * g.hy, hz2 = g.hz * g.hz;
+    const Codes t = codes_of(st);
+    const View phi = st.mg(level).phi.view();
+    const View lphi = st.mg(level).lphi.view();
+#pragma omp parallel
+    {
+        faceghosts(phi, nx, ny, nz, t);
+#pragma omp for schedule(static)
+        for (int k = 1; k <= nz; ++k) {
+            for (int j = 1; j <= ny; ++j) {
+                for (int i = 1; i <= nx; ++i) {
+                    const double c = phi(i, j, k);
+                    lphi(i, j, k) = secdiff(phi(i - 1, j, k), c, phi(i + 1, j, k), hx2) +
+                                    secdiff(phi(i, j - 1, k), c, phi(i, j + 1, k), hy2) +
+                                    secdiff(phi(i, j, k - 1), c, phi(i, j, k + 1), hz2);
+                }
+            }
+        }
+    }
+}
+
+void residualp(Storage& st, int level) {
+    const mglevel& m = st.mg(level);
+    const int nx = m.ni, ny = m.nj, nz = m.nk;
+    const CView src = m.src.cview(), lphi = m.lphi.cview();
+    const View res = st.mg(level).res.view();
+    // The i range is shared out in static blocks; within a block the k-j-i order keeps unit stride.
+#pragma omp parallel
+    {
+        const Block b = staticblock(1, nx);
+        for (int k = 1; k <= nz; ++k) {
+            for (int j = 1; j <= ny; ++j) {
+                for (int i = b.lo; i <= b.hi; ++i) res(i, j, k) = src(i, j, k) - lphi(i, j, k);
+            }
+        }
+    }
+}
+
+void smoothingp(Storage& st, int level, int nsweeps) {
+    if (nsweeps <= 0) return;
+    const Level g = level_of(st, level);
+    const int nx = g.nx, ny = g.ny, nz = g.nz;
+    const double cx = 1.0 / (g.hx * g.hx), cy = 1.0 / (g.hy * g.hy), cz = 1.0 / (g.hz * g.hz);
+    const double d0 = -2.0 * (cx + cy + cz);
+    const Codes t = codes_of(st);
+    const View phi = st.mg(level).phi.view();
+    const CView src = st.mg(level).src.cview();
+#pragma omp parallel
+    {
+        // Work vectors a, b, c, r, x (index 1..nz) of this thread, taken once per call.
+        std::vector<double> work(5 * (static_cast<std::size_t>(nz) + 1));
+        double* const a = work.data();
+        double* const b = a + nz + 1;
+        double* const c = b + nz + 1;
+        double* const r = c + nz + 1;
+        double* const x = r + nz + 1;
+        for (int s = 0; s < nsweeps; ++s) {
+            faceghosts(phi, nx, ny, nz, t);
+            // Columns of neighbouring j rows on different threads read each other while they
+            // are being updated, without ordering: deliberate, the smoother tolerates it.
+#pragma omp for schedule(static)
+            for (int j = 1; j <= ny; ++j) {
+                for (int i = 1; i <= nx; ++i) {
+                    for (int k = 1; k <= nz; ++k) {
+                        a[k] = cz;
+                        b[k] = d0;
+                        c[k] = cz;
+                        r[k] = src(i, j, k) - (phi(i - 1, j, k) + phi(i + 1, j, k)) * cx -
+                               (phi(i, j - 1, k) + phi(i, j + 1, k)) * cy;
+                    }
+                    // The bed and surface ghosts fold into the end rows: bottom zero increment
+                    // (t = -1) gives b(1) = d0 - cz, top zero gradient (t = 1) b(nz) = d0 + cz.
+                    b[1] = b[1] + a[1] * t.b;
+                    a[1] = 0.0;
+                    b[nz] = b[nz] + c[nz] * t.t;
+                    c[nz] = 0.0;
+                    thomas(a, b, c, r, x, nz);
+                    for (int k = 1; k <= nz; ++k) phi(i, j, k) = x[k];
+                }
+            }
+        }
+    }
+}
+
+void prolongationp(Storage& st, int level) {
+    const mglevel& cm = st.mg(level - 1);
+    const int ncx = cm.ni, ncy = cm.nj, ncz = cm.nk;
+    const CView cphi = cm.phi.cview();
+    const View phi = st.mg(level).phi.view();
+    const View res = st.mg(level).res.view();
+#pragma omp parallel for schedule(static)
+    for (int kc = 1; kc <= ncz; ++kc) {
+        for (int dk = -1; dk <= 1; dk += 2) {  // lower child (2K-1) leans on K-1, upper on K+1
+            const int k = 2 * kc + (dk - 1) / 2;
+            for (int jc = 1; jc <= ncy; ++jc) {
+                for (int dj = -1; dj <= 1; dj += 2) {
+                    const int j = 2 * jc + (dj - 1) / 2;
+                    for (int ic = 1; ic <= ncx; ++ic) {
+                        const double p = cphi(ic, jc, kc);
+                        const double pj = cphi(ic, jc + dj, kc), pk = cphi(ic, jc, kc + dk);
+                        const double lo = fourpoint(p, cphi(ic - 1, jc, kc), pj, pk);
+                        const double hi = fourpoint(p, cphi(ic + 1, jc, kc), pj, pk);
+                        phi(2 * ic - 1, j, k) = phi(2 * ic - 1, j, k) + lo;
+                        res(2 * ic - 1, j, k) = lo;
+                        phi(2 * ic, j, k) = phi(2 * ic, j, k) + hi;
+                        res(2 * ic, j, k) = hi;
+                    }
+                }
+            }
+        }
+    }
+    boundarypres(st, level);
+}
+
+}  // namespace riffle::pressure
