@@ -2,15 +2,13 @@
 start flow runs 50 steps; every step reports kpoismax+1 Poisson cycles and a small divergence
 that does not grow, and no cell is reported for a large divergence."""
 
-import argparse
 import os
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 
-ARGS = None
+from e2e_common import Paths, main, run
 
 # 32 x 8 x 16 cells; the start flow carries the index-hash disturbance (its switch is the real
 # whose low 32 bits read 1, the smallest subnormal).
@@ -43,11 +41,10 @@ class BoxSolver(unittest.TestCase):
             with open(recipe, "w") as f:
                 f.write(RECIPE)
             case = os.path.join(work, "box.cgns")
-            made = subprocess.run([ARGS.riffle_case, recipe, "-o", case], capture_output=True,
-                                  text=True, stdin=subprocess.DEVNULL)
+            made = run([Paths.riffle_case, recipe, "-o", case])
             self.assertEqual(made.returncode, 0, made.stderr)
             # Stop after 50 steps: the end time is far away, so read the report as it comes.
-            proc = subprocess.Popen([ARGS.riffle, case], stdout=subprocess.PIPE, text=True,
+            proc = subprocess.Popen([Paths.riffle, case], stdout=subprocess.PIPE, text=True,
                                     stdin=subprocess.DEVNULL)
             steps = []
             current = {}
@@ -77,9 +74,4 @@ class BoxSolver(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--riffle", required=True)
-    parser.add_argument("--riffle-case", required=True)
-    parser.add_argument("--source", required=True)
-    ARGS, rest = parser.parse_known_args()
-    unittest.main(argv=[sys.argv[0]] + rest)
+    main()

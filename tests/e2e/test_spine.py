@@ -2,19 +2,17 @@
 finds the 3-D grid, the output times and the six fields of every output; cgnscheck accepts the
 file; bad invocations print their message, exit non-zero and change no file."""
 
-import argparse
 import hashlib
 import os
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 
 import h5py
 import numpy as np
 
-ARGS = None
+from e2e_common import Paths, main, run
 
 LABELS = ["Step Number        = ", "Time Step          = ", "Time               = ",
           "Number of Poisson  = ", "Maximum divergence = ", "Total divergence   = "]
@@ -43,11 +41,6 @@ OTimeItm = 0.5
 """
 
 
-def run(cmd, **kw):
-    return subprocess.run(cmd, stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                          timeout=120, **kw)
-
-
 def digest(path):
     with open(path, "rb") as f:
         return hashlib.sha256(f.read()).hexdigest()
@@ -64,7 +57,7 @@ class Spine(unittest.TestCase):
         with open(self.recipe, "w") as f:
             f.write(RECIPE)
         self.case = os.path.join(self.dir, "small.cgns")
-        made = run([ARGS.riffle_case, self.recipe, "-o", self.case])
+        made = run([Paths.riffle_case, self.recipe, "-o", self.case])
         self.assertEqual(made.returncode, 0, made.stderr)
 
     def tearDown(self):
@@ -100,7 +93,7 @@ class Spine(unittest.TestCase):
             self.assertTrue(np.all(data(box["FlowSolution1/Pressure"]) == 0.0))
 
     def test_run_report_results_and_rerun(self):
-        out = run([ARGS.riffle, self.case])
+        out = run([Paths.riffle, self.case])
         self.assertEqual(out.returncode, 0, out.stdout + out.stderr)
         lines = out.stdout.splitlines()
         self.assertEqual(len(lines), 5 * 7)
@@ -120,7 +113,7 @@ class Spine(unittest.TestCase):
             self.assertNotIn("ERROR", text.upper().replace("0 ERRORS", ""), text)
 
         # A second run replaces the first run's results instead of adding to them.
-        again = run([ARGS.riffle, self.case])
+        again = run([Paths.riffle, self.case])
         self.assertEqual(again.returncode, 0)
         self.check_results([0.0, 0.5, 1.0])
 
@@ -137,7 +130,7 @@ class Spine(unittest.TestCase):
                  ([text], "*** Open error of CGNS file ***"),
                  ([empty], "*** Open error of CGNS file ***")]
         for args, message in cases:
-            out = run([ARGS.riffle] + args)
+            out = run([Paths.riffle] + args)
             self.assertNotEqual(out.returncode, 0, args)
             self.assertIn(message, out.stdout + out.stderr, args)
         self.assertEqual(digest(self.case), before)
@@ -153,15 +146,10 @@ class Spine(unittest.TestCase):
             "f = h5py.File(sys.argv[1], 'r+')\n"
             "f['Case/CalculationConditions/kmaxItm/ data'][...] = np.array([30], dtype='i4')\n"),
             self.case], check=True)
-        out = run([ARGS.riffle, self.case])
+        out = run([Paths.riffle, self.case])
         self.assertNotEqual(out.returncode, 0)
         self.assertIn(" ERROR : Failed to allocate the arrays ...", out.stdout.splitlines())
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--riffle", required=True)
-    parser.add_argument("--riffle-case", required=True)
-    parser.add_argument("--source", required=True)
-    ARGS, rest = parser.parse_known_args()
-    unittest.main(argv=[sys.argv[0]] + rest)
+    main()

@@ -7,19 +7,13 @@
 
 #include "flow/boundary_m.hpp"
 #include "run/casefile_m.hpp"
+#include "support/box.hpp"
 
 namespace riffle {
 namespace {
 
 Storage randombox(unsigned seed) {
-    Storage st;
-    st.imax = 6;
-    st.jmax = 5;
-    st.kmax = 4;
-    st.dx = 0.5;
-    st.dy = 0.25;
-    st.dz = 0.125;
-    allocation(st);
+    Storage st = testsupport::box(6, 5, 4, 0.5, 0.25, 0.125);
     std::mt19937 gen(seed);
     std::uniform_real_distribution<double> r(-1.0, 1.0);
     for (Field3d* a : {&st.u, &st.v, &st.w, &st.p}) {

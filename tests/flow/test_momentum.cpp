@@ -10,26 +10,16 @@
 #include "flow/xvelocity_m.hpp"
 #include "flow/yvelocity_m.hpp"
 #include "flow/zvelocity_m.hpp"
-#include "run/initial_m.hpp"
+#include "support/box.hpp"
 
 namespace riffle {
 namespace {
 
 Storage box() {
-    Storage st;
-    st.imax = 8;
-    st.jmax = 6;
-    st.kmax = 4;
-    st.dx = 0.1;
-    st.dy = 0.2;
-    st.dz = 0.05;
-    st.ymax = 1.0;
-    st.zmax = 1.0;
+    Storage st = testsupport::box(8, 6, 4, 0.1, 0.2, 0.05);
     st.visc = 1e-3;
     st.dens = 1000.0;
     st.dt = 0.01;
-    allocation(st);
-    initialfields(st);
     return st;
 }
 
@@ -129,7 +119,8 @@ TEST(Momentum, SameResultsOnOneAndTwoThreads) {
     predict(two);
     for (std::size_t n = 0; n < one.u.size(); ++n) ASSERT_EQ(one.u.data()[n], two.u.data()[n]);
     for (std::size_t n = 0; n < one.v.size(); ++n) ASSERT_EQ(one.v.data()[n], two.v.data()[n]);
-    for (std::size_t n = 0; n < one.w.size(); ++n) ASSERT_EQ(one.fwo.data()[n], two.fwo.data()[n]);
+    for (std::size_t n = 0; n < one.w.size(); ++n) ASSERT_EQ(one.w.data()[n], two.w.data()[n]);
+    for (std::size_t n = 0; n < one.fwo.size(); ++n) ASSERT_EQ(one.fwo.data()[n], two.fwo.data()[n]);
 }
 
 }  // namespace

@@ -5,23 +5,13 @@
 #include <omp.h>
 
 #include "flow/timestep_m.hpp"
-#include "run/initial_m.hpp"
+#include "support/box.hpp"
 
 namespace riffle {
 namespace {
 
 Storage restingbox() {
-    Storage st;
-    st.imax = 8;
-    st.jmax = 4;
-    st.kmax = 4;
-    st.dx = 0.1;
-    st.dy = 0.2;
-    st.dz = 0.05;
-    st.ymax = 1.0;
-    st.zmax = 1.0;
-    allocation(st);
-    initialfields(st);  // discharge 0: fluid at rest
+    Storage st = testsupport::box(8, 4, 4, 0.1, 0.2, 0.05);
     st.cfl = 0.5;
     return st;
 }

@@ -11,7 +11,7 @@
 #include <numbers>
 
 #include "pressure/multigridp_m.hpp"
-#include "run/initial_m.hpp"
+#include "support/box.hpp"
 
 namespace riffle::pressure {
 namespace {
@@ -20,14 +20,10 @@ using Codes = std::array<int, 7>;
 constexpr Codes channel{0, 0, 0, 0, 0, -1, 1};  // periodic x, y; zero at the bed; free top
 constexpr double pi = std::numbers::pi;
 
+// Zero flow, phi zero on every level, ghosts and corners included.
 Storage box(int nx, int ny, int nz, double lx, double ly, double lz, Codes ibp = channel) {
-    Storage st;
-    st.imax = nx, st.jmax = ny, st.kmax = nz;
-    st.dx = lx / nx, st.dy = ly / ny, st.dz = lz / nz;
-    st.ymax = ly, st.zmax = lz;
+    Storage st = testsupport::box(nx, ny, nz, lx / nx, ly / ny, lz / nz);
     st.ibp = ibp;
-    allocation(st);
-    initialfields(st);  // zero flow, phi zero on every level, ghosts and corners included
     return st;
 }
 

@@ -19,7 +19,7 @@
 #include "pressure/multigridp_m.hpp"
 #include "run/casefile_m.hpp"
 #include "run/driver_m.hpp"
-#include "run/initial_m.hpp"
+#include "support/box.hpp"
 
 namespace riffle {
 namespace {
@@ -29,18 +29,7 @@ const double pi = std::acos(-1.0);
 // A box of imax x jmax x kmax cells over lx x ly x lz, fluid at rest, periodic in x and y, the
 // solver's own bottom and top codes, a V-cycle with two sweeps either side.
 Storage box(int imax, int jmax, int kmax, double lx, double ly, double lz) {
-    Storage st;
-    st.imax = imax;
-    st.jmax = jmax;
-    st.kmax = kmax;
-    st.dx = lx / imax;
-    st.dy = ly / jmax;
-    st.dz = lz / kmax;
-    st.zmax = lz;
-    st.ymax = ly;
-    st.dens = 1.0;
-    allocation(st);
-    initialfields(st);
+    Storage st = testsupport::box(imax, jmax, kmax, lx / imax, ly / jmax, lz / kmax);
     setboundarycodes(st, 0, 0, 0);
     st.igamma = 1;
     st.ipres = 2;
