@@ -1,0 +1,55 @@
+// Driving force: flow rate through the west face and the controller that follows it.
+#include "flow/forces_m.hpp"
+
+#include <algorithm>
+#include <functional>
+
+#include "ibm/flagdeter_m.hpp"
+#include "run/parallel.hpp"
+
+namespace riffle::flow {
+
+namespace {
+
+// Acceleration per unit of discharge deficit. Proportional only: no memory between steps.
+constexpr double discharge_gain = 100.0;
+
+// Height of cell k above the bed, at most one cell. Not bounded below: a cell whose u point is
+// above the bed but whose top is not counts negatively (points inside the bed are skipped).
+inline double wetheight(int k, double dz, double zmin, double bed) {
+    return std::min(zmin + k * dz - bed, dz);
+}
+
+}  // namespace
+
+void forces(Storage& st) {
+    const int jmax = st.jmax, kmax = st.kmax;
+    const double dy = st.dy, dz = st.dz, zmin = st.zmin;
+    const ConstView3<double> uo = st.uo.cview();
+    const ConstView3<std::int32_t> flagu = st.iflagu.cview();
+    const Field2d& zb = st.zb;
+
+    // Each thread sums its rows from zero; the partials are added in thread order. With the
+    // dynamic schedule the rows a thread gets, and so the last bits of Q, may vary run to run.
+    Partials partials(0.0);
+#pragma omp parallel
+    {
+        double q = 0.0;
+#pragma omp for schedule(dynamic, 1)
+        for (int j = 1; j <= jmax; ++j) {
+            const double bed = 0.5 * (zb(0, j) + zb(1, j));
+            for (int k = 1; k <= kmax; ++k) {
+                if (flagu(0, j, k) == ibm::solid) continue;
+                q += uo(0, j, k) * dy * wetheight(k, dz, zmin, bed);
+            }
+        }
+        partials.mine() = q;
+    }
+    const double flowrate = partials.combine(0.0, std::plus<>());
+
+    st.fx = (st.discharge - flowrate) * discharge_gain;
+    st.fy = 0.0;
+    st.fz = -st.gravity;
+}
+
+}  // namespace riffle::flow

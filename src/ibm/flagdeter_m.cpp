@@ -1,0 +1,210 @@
+// Classification of the staggered points against the bed, and the hand-over of newly emerged
+// points to the point search. Loop structure: one parallel region per routine; every loop is
+// work-shared over its outermost index with a dynamic schedule of chunk one and ends with the
+// implied barrier, because each fill reads what the loop before wrote on other threads.
+#include "ibm/flagdeter_m.hpp"
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+
+#include "ibm/pointsearch_m.hpp"
+
+namespace riffle::ibm {
+
+namespace {
+
+using Flags = View3<std::int32_t>;
+
+// Read-only (i, j) access to the cell-centred bed, bounds-checked in Debug like the fields.
+class BedView {
+public:
+    explicit BedView(const Field2d& zb) : v_(zb.data(), zb.irange(), zb.jrange(), Range{0, 0}) {}
+    [[nodiscard]] double operator()(int i, int j) const { return v_(i, j, 0); }
+
+private:
+    ConstView3<double> v_;
+};
+
+// A point strictly below the bed is solid; one exactly on it is fluid.
+inline std::int32_t classify(double height, double bed) { return height < bed ? solid : fluid; }
+
+// Classify loop over the box ri x rj x rk: flag -1 where height(k) < bed(i,j), else 1. The view
+// and the bed come by value so that they live in registers: an int store through a view that the
+// loop reads from memory could alias the view's own int bounds and stop the vectoriser.
+template <class Height, class Bed>
+void classifybox(Flags f, Range ri, Range rj, Range rk, Height height, Bed bed) {
+#pragma omp for schedule(dynamic, 1)
+    for (int k = rk.lo; k <= rk.hi; ++k) {
+        const double z = height(k);
+        for (int j = rj.lo; j <= rj.hi; ++j) {
+            for (int i = ri.lo; i <= ri.hi; ++i)
+                f(i, j, k) = classify(z, bed(i, j));
+        }
+    }
+}
+
+// Element (m, a, b) of a flag array, m normal to direction Dir (0 x, 1 y, 2 z) and (a, b) in the
+// plane, b the outer of the two.
+template <int Dir>
+inline std::int32_t& at(const Flags& f, int m, int a, int b) {
+    if constexpr (Dir == 0) return f(m, a, b);
+    if constexpr (Dir == 1) return f(a, m, b);
+    return f(a, b, m);
+}
+
+// The two ghost layers of one direction and the plane they cover.
+struct Fill {
+    int dir;          // 0 x, 1 y, 2 z
+    int n;            // cells in that direction
+    bool face;        // the variable sits on the faces of this direction (layers 0 and n are faces)
+    int clow, chigh;  // codes of the low and high face
+    Range a, b;       // inner and outer plane index; b is divided among the threads
+};
+
+template <int Dir>
+void ghostfill(const Flags& f, const Fill& g) {
+    // |code|: a wall's -1 reverses a velocity's sign but must not reverse a flag.
+    const int wl = std::abs(g.clow), wh = std::abs(g.chigh);
+    const int n = g.n;
+    const int lowghost = g.face ? -1 : 0;
+    const int lowinner = lowghost + 1;
+    const int lowfar = g.face ? n - 1 : n;
+    const Range ra = g.a, rb = g.b;
+#pragma omp for schedule(dynamic, 1)
+    for (int b = rb.lo; b <= rb.hi; ++b) {
+        for (int a = ra.lo; a <= ra.hi; ++a) {
+            at<Dir>(f, lowghost, a, b) =
+                wl * at<Dir>(f, lowinner, a, b) + (1 - wl) * at<Dir>(f, lowfar, a, b);
+            at<Dir>(f, n + 1, a, b) = wh * at<Dir>(f, n, a, b) + (1 - wh) * at<Dir>(f, 1, a, b);
+        }
+    }
+}
+
+// The three directions in the array's own order.
+void fillghosts(const Flags& f, const std::array<Fill, 3>& fills) {
+    for (const Fill& g : fills) {
+        if (g.dir == 0) ghostfill<0>(f, g);
+        if (g.dir == 1) ghostfill<1>(f, g);
+        if (g.dir == 2) ghostfill<2>(f, g);
+    }
+}
+
+// Layers k-1 and k+1 belong to other threads, which may be turning a 1 into a 0 at this moment.
+// Relaxed atomic access keeps that well defined; either value fails the test for -1.
+inline std::int32_t shared(std::int32_t& f) {
+    return std::atomic_ref<std::int32_t>(f).load(std::memory_order_relaxed);
+}
+
+// A fluid point with a solid face neighbour becomes a forcing point. Only -1 is looked for and
+// only a 1 is changed, so the array can be updated in place in any order.
+void markforcing(const Flags& f, Range ri, Range rj, Range rk) {
+#pragma omp for schedule(dynamic, 1)
+    for (int k = rk.lo; k <= rk.hi; ++k) {
+        for (int j = rj.lo; j <= rj.hi; ++j) {
+            for (int i = ri.lo; i <= ri.hi; ++i) {
+                if (f(i, j, k) != fluid) continue;
+                const bool nearbed = f(i - 1, j, k) == solid || f(i + 1, j, k) == solid ||
+                                     f(i, j - 1, k) == solid || f(i, j + 1, k) == solid ||
+                                     shared(f(i, j, k - 1)) == solid ||
+                                     shared(f(i, j, k + 1)) == solid;
+                if (nearbed) {
+                    std::atomic_ref<std::int32_t>(f(i, j, k))
+                        .store(forcing, std::memory_order_relaxed);
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+
+void flagdeter(Storage& st) {
+    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
+    const double dz = st.dz, zmin = st.zmin;
+    const BedView zb(st.zb);
+    const Flags fu = st.iflagu.view();
+    const Flags fv = st.iflagv.view();
+    const Flags fw = st.iflagw.view();
+    const Flags fp = st.iflagp.view();
+    const std::array<int, 7> cu = st.ibu, cv = st.ibv, cw = st.ibw, cp = st.ibp;
+
+    const Range iall{0, imax + 1}, jall{0, jmax + 1}, kall{0, kmax + 1};
+    // Heights of cell centres and of the w faces on top of them.
+    const auto centre = [dz, zmin](int k) { return (k - 0.5) * dz + zmin; };
+    const auto face = [dz, zmin](int k) { return k * dz + zmin; };
+    // The x fill of u covers the interior rows only, so iflagu(-1, ., .) stays unwritten on the
+    // edge rows j = 0, jmax+1 and k = 0, kmax+1; the marking of u(0) reads interior rows only.
+    const std::array<Fill, 3> ufills{
+        Fill{0, imax, true, cu[west], cu[east], Range{1, jmax}, Range{1, kmax}},
+        Fill{1, jmax, false, cu[south], cu[north], iall, kall},
+        Fill{2, kmax, false, cu[bottom], cu[top], iall, jall}};
+    const std::array<Fill, 3> vfills{Fill{1, jmax, true, cv[south], cv[north], iall, kall},
+                                     Fill{2, kmax, false, cv[bottom], cv[top], iall, jall},
+                                     Fill{0, imax, false, cv[west], cv[east], jall, kall}};
+    const std::array<Fill, 3> wfills{Fill{2, kmax, true, cw[bottom], cw[top], iall, jall},
+                                     Fill{0, imax, false, cw[west], cw[east], jall, kall},
+                                     Fill{1, jmax, false, cw[south], cw[north], iall, kall}};
+    const std::array<Fill, 3> pfills{Fill{0, imax, false, cp[west], cp[east], jall, kall},
+                                     Fill{1, jmax, false, cp[south], cp[north], iall, kall},
+                                     Fill{2, kmax, false, cp[bottom], cp[top], iall, jall}};
+
+#pragma omp parallel
+    {
+        // u points: x faces at cell-centre height, bed midway between the columns i and i+1.
+        // Layers k = 0 and kmax+1 are classified and then overwritten by the z fill (copies of
+        // k = 1 and kmax at wall and surface codes), so a bed at zmin makes no forcing points
+        // (likewise for v and the cell centres): the bottom boundary condition is the wall there.
+        classifybox(fu, Range{0, imax}, jall, kall, centre,
+                    [zb](int i, int j) { return (zb(i, j) + zb(i + 1, j)) * 0.5; });
+        fillghosts(fu, ufills);
+        markforcing(fu, Range{0, imax}, Range{1, jmax}, Range{1, kmax});
+        fillghosts(fu, ufills);
+
+        // v points: y faces at cell-centre height, bed midway between the rows j and j+1.
+        classifybox(fv, iall, Range{0, jmax}, kall, centre,
+                    [zb](int i, int j) { return (zb(i, j) + zb(i, j + 1)) * 0.5; });
+        fillghosts(fv, vfills);
+        markforcing(fv, Range{1, imax}, Range{0, jmax}, Range{1, kmax});
+        fillghosts(fv, vfills);
+
+        // w points: z faces at face height over the cell-centred bed.
+        classifybox(fw, iall, jall, Range{0, kmax}, face, zb);
+        fillghosts(fw, wfills);
+        markforcing(fw, Range{1, imax}, Range{1, jmax}, Range{0, kmax});
+        fillghosts(fw, wfills);
+
+        // Cell centres.
+        classifybox(fp, iall, jall, kall, centre, zb);
+        fillghosts(fp, pfills);
+        markforcing(fp, Range{1, imax}, Range{1, jmax}, Range{1, kmax});
+        fillghosts(fp, pfills);
+    }
+}
+
+void flagmove(Storage& st) {
+    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
+    const ConstView3<std::int32_t> fu = st.iflagu.cview(), fuo = st.iflaguo.cview();
+    const ConstView3<std::int32_t> fv = st.iflagv.cview(), fvo = st.iflagvo.cview();
+    const ConstView3<std::int32_t> fw = st.iflagw.cview(), fwo = st.iflagwo.cview();
+    const View3<double> uo = st.uo.view();
+    const View3<double> vo = st.vo.view();
+    const View3<double> wo = st.wo.view();
+    const Storage& state = st;  // the search reads the current fields and writes only its value
+
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int k = 1; k <= kmax; ++k) {
+        for (int j = 1; j <= jmax; ++j) {
+            for (int i = 1; i <= imax; ++i) {
+                if (fuo(i, j, k) == solid && fu(i, j, k) == forcing)
+                    searchu(state, i, j, k, uo(i, j, k));
+                if (fvo(i, j, k) == solid && fv(i, j, k) == forcing)
+                    searchv(state, i, j, k, vo(i, j, k));
+                if (fwo(i, j, k) == solid && fw(i, j, k) == forcing)
+                    searchw(state, i, j, k, wo(i, j, k));
+            }
+        }
+    }
+}
+
+}  // namespace riffle::ibm
