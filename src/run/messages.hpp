@@ -10,6 +10,9 @@ inline constexpr const char* open_error = "*** Open error of CGNS file ***";
 inline constexpr const char* error_parameters = "ERROR : Failed to read the parameters ...";
 inline constexpr const char* error_allocate = "ERROR : Failed to allocate the arrays ...";
 inline constexpr const char* error_restart = "ERROR : Failed to read the saved results ...";
+// An output file (restart or Tecplot) that cannot be written; the file name and the system's
+// reason follow on the same line.
+inline constexpr const char* error_write = "ERROR : Cannot write the file ";
 
 // Console report after every step: 21-character labels ending in "= ".
 inline constexpr const char* label_step = "Step Number        = ";
