@@ -45,14 +45,17 @@ def main():
     fig, (ax1, ax2) = plt.subplots(2, 1, figsize=(10, 7), gridspec_kw={"height_ratios": [2, 1]})
     xs, zs = x[:, jmid, :], z[:, jmid, :]
     masked = np.ma.masked_where(zs <= elev[jmid, :][None, :], field[:, jmid, :])
-    mesh = ax1.pcolormesh(xs, zs, masked, shading="gouraud", cmap="viridis")
+    # A diverging map centred on zero shows reversed flow (blue) apart from forward flow (red).
+    limit = max(float(np.abs(masked).max()), 1e-12)
+    mesh = ax1.pcolormesh(xs, zs, masked, shading="nearest", cmap="RdBu_r", vmin=-limit,
+                          vmax=limit)
     ax1.plot(x[0, jmid, :], elev[jmid, :], "k-", lw=2, label="bed")
     ax1.set_xlabel("x (m)")
     ax1.set_ylabel("z (m)")
     ax1.set_title(f"{args.field} at y = {y[0, jmid, 0]:.3g} m, t = {times[n - 1]:.4g} s")
     ax1.legend(loc="upper right")
     fig.colorbar(mesh, ax=ax1)
-    plan = ax2.pcolormesh(x[0], y[0], elev, shading="gouraud", cmap="terrain")
+    plan = ax2.pcolormesh(x[0], y[0], elev, shading="nearest", cmap="terrain")
     ax2.set_xlabel("x (m)")
     ax2.set_ylabel("y (m)")
     ax2.set_title("bed elevation (m)")

@@ -7,11 +7,54 @@
 // let the wall law set the value handed in. They are called from parallel loops by many threads at
 // once: every working value is local, shared arrays are only read, and only `value` is written.
 // When no candidate is found the run stops with the routine's message after a pause.
+//
+// Points: u at (x(i), yc(j), zc(k)), v at (xc(i), y(j), zc(k)), w at (xc(i), yc(j), zf(k)), cell
+// centres at (xc(i), yc(j), zc(k)), with x(i) = xmin + i dx, xc(i) = xmin + (i - 0.5) dx and
+// likewise in y and z. zb is read over 0..imax+1, 0..jmax+1.
 #pragma once
 
 #include "run/storage_m.hpp"
 
 namespace riffle::ibm {
+
+struct Point3 {
+    double x = 0.0, y = 0.0, z = 0.0;
+};
+
+// The bilinear bed over one patch, z = c0 + cx x + cy y + cxy x y, through z11 at (x1, y1),
+// z21 at (x2, y1), z12 at (x1, y2) and z22 at (x2, y2).
+struct Bilinear {
+    double c0 = 0.0, cx = 0.0, cy = 0.0, cxy = 0.0;
+    [[nodiscard]] double z(double x, double y) const { return c0 + cx * x + cy * y + cxy * x * y; }
+};
+
+[[nodiscard]] inline Bilinear bilinear(double x1, double x2, double y1, double y2, double z11,
+                                       double z21, double z12, double z22) {
+    const double den = (x1 - x2) * (y1 - y2);
+    Bilinear b;
+    b.cxy = (z11 - z21 - z12 + z22) / den;
+    b.cx = -(y2 * (z11 - z21) - y1 * (z12 - z22)) / den;
+    b.cy = -(x2 * (z11 - z12) - x1 * (z21 - z22)) / den;
+    b.c0 = z11 - b.cx * x1 - b.cy * y1 - b.cxy * x1 * y1;
+    return b;
+}
+
+// Result of the projection of a point onto one patch: the foot (not clipped to the patch), the
+// last relative change and the number of passes made (at most patchmaxpasses).
+struct PatchFoot {
+    Point3 foot;
+    double err = 0.0;
+    int passes = 0;
+};
+
+inline constexpr int patchmaxpasses = 201;
+
+// Nearest point of the patch surface to p, by alternating exact minimisation of the squared
+// distance along x (y held) and along y (x held). Converged when the largest relative change of
+// x, y, z is <= 1e-8; after patchmaxpasses passes a change <= 1e-4 is still accepted, otherwise a
+// warning is written and the centre of the patch is returned (the run goes on).
+[[nodiscard]] PatchFoot patchfoot(double x1, double x2, double y1, double y2, double z11,
+                                  double z21, double z12, double z22, Point3 p);
 
 // u point (x(i), yc(j), zc(k)): sets the u velocity `value` of a forcing point.
 void searchu(const Storage& st, int i, int j, int k, double& value);
@@ -22,4 +65,4 @@ void searchw(const Storage& st, int i, int j, int k, double& value);
 // Cell centre (xc(i), yc(j), zc(k)): sets the eddy viscosity `value` of a forcing cell.
 void searchnut(const Storage& st, int i, int j, int k, double& value);
 
-}  // namespace riffle::ibm
+} // namespace riffle::ibm

@@ -3,20 +3,29 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 
 #include "flow/boundary_m.hpp"
+#include "flow/forces_m.hpp"
+#include "flow/smagorinsky_m.hpp"
 #include "flow/timestep_m.hpp"
+#include "flow/wall_m.hpp"
 #include "flow/xvelocity_m.hpp"
 #include "flow/yvelocity_m.hpp"
 #include "flow/zvelocity_m.hpp"
+#include "ibm/flagdeter_m.hpp"
+#include "ibm/immersing_m.hpp"
 #include "platform/kavellib.hpp"
 #include "pressure/correction_m.hpp"
 #include "pressure/divergence_m.hpp"
 #include "pressure/multigridp_m.hpp"
+#include "pressure/vorticity_m.hpp"
 #include "run/console_m.hpp"
 #include "run/initial_m.hpp"
 #include "run/messages.hpp"
+#include "run/restart_m.hpp"
+#include "run/tecplot_m.hpp"
 
 namespace riffle {
 
@@ -183,7 +192,7 @@ void startup(Storage& st, NodeArrays& nodes) {
     readinteger("HotstartItm", hotstart);
     if (hotstart == 1) {
         readstring("StartfileItm", st.startfile);
-        // [restart read: fields, step and time from the restart file]
+        restartread(st, st.startfile);
         int timeinitial = 0;
         readinteger("TimeInitialItm", timeinitial);
         if (timeinitial == 0) {
@@ -193,11 +202,11 @@ void startup(Storage& st, NodeArrays& nodes) {
     }
     readoutputsettings(st);
 
-    // [cell classification against the bed]
+    ibm::flagdeter(st);
 
     readroughness(st);
 
-    // [vorticity and Q criterion]
+    pressure::vorticity(st);
     writeresults(st, nodes);
 
     // Read only now, after the initial write: the first step is the first to use them.
@@ -212,6 +221,12 @@ void velocityboundaries(Storage& st) {
     flow::boundaryw(st);
 }
 
+// The side-wall laws run only where all three velocity codes of the face are walls.
+void sidewalls(Storage& st) {
+    if (st.ibu[south] == -1 && st.ibv[south] == -1 && st.ibw[south] == -1) flow::walls(st);
+    if (st.ibu[north] == -1 && st.ibv[north] == -1 && st.ibw[north] == -1) flow::walln(st);
+}
+
 void advance(Storage& st, RoutineTimers* timers) {
     RoutineTimers none(false);
     RoutineTimers& t = timers ? *timers : none;
@@ -219,24 +234,26 @@ void advance(Storage& st, RoutineTimers* timers) {
     if (st.timetype == 0) t.time("timestep", [&] { flow::timestep(st); });
     st.time = st.time + st.dt;
 
-    // [subgrid viscosity from the velocity at the start of the step]
-    // [driving force towards the target discharge]
+    t.time("smagorinsky", [&] { flow::smagorinsky(st); });  // from the velocity at the start
+    t.time("forces", [&] { flow::forces(st); });
     t.time("predictor", [&] {
         flow::xvelocity(st);
         flow::yvelocity(st);
         flow::zvelocity(st);
     });
-    // [side walls: south and north wall laws where all three codes of the face are -1]
-    // [immersed-boundary forcing at the bed]
+    t.time("side walls", [&] { sidewalls(st); });
+    t.time("immersing", [&] { ibm::immersing(st); });
     if (st.dt < zerosolidstep) t.time("zerosolid", [&] { zerosolid(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
     t.time("poisson", [&] { pressure::poisson(st, st.npois); });
     t.time("correction", [&] { pressure::correction(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
     t.time("divergence", [&] { pressure::divergence(st); });
-    // [side walls and immersed-boundary forcing again]
+    t.time("side walls", [&] { sidewalls(st); });
+    t.time("immersing", [&] { ibm::immersing(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
-    // [subgrid viscosity from the corrected velocity; cell classification]
+    t.time("smagorinsky", [&] { flow::smagorinsky(st); });  // from the corrected velocity
+    t.time("flagdeter", [&] { ibm::flagdeter(st); });
     t.time("storeold", [&] { storeold(st); });
 }
 
@@ -262,19 +279,36 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     RoutineTimers none(false);
     RoutineTimers& t = timers ? *timers : none;
     t.cells = static_cast<long long>(st.imax) * st.jmax * st.kmax;
-    double told = st.time;
-    for (;;) {
-        advance(st, &t);
-        ++t.steps;
-        stepreport(st);
-        if (crossed(st.time, told, st.otime)) {
-            // [vorticity and Q criterion]
-            t.time("case-file output", [&] { writeresults(st, nodes); });
+    // An output file that cannot be written ends the run with a one-line message.
+    try {
+        double told = st.time;
+        for (;;) {
+            advance(st, &t);
+            ++t.steps;
+            stepreport(st);
+            if (crossed(st.time, told, st.otime)) {
+                t.time("case-file output", [&] {
+                    pressure::vorticity(st);
+                    writeresults(st, nodes);
+                });
+            }
+            if (st.hotout == 1 && crossed(st.time, told, st.dthotout)) {
+                t.time("restart output", [&] {
+                    restartwrite(st, st.istep, st.time, st.outpath, st.outfile);
+                });
+            }
+            if (st.tecplot == 1 && crossed(st.time, told, st.dttecplot)) {
+                t.time("tecplot output", [&] {
+                    pressure::vorticity(st);
+                    tecplotflow(st, st.outpath, st.outfile, trunc32(st.time / st.dttecplot));
+                });
+            }
+            told = st.time;
+            if (st.endtime <= st.time) break;
         }
-        // [restart file when the restart interval is crossed]
-        // [Tecplot file when the Tecplot interval is crossed]
-        told = st.time;
-        if (st.endtime <= st.time) break;
+    } catch (const std::runtime_error& e) {
+        pf::CG_CLOSE_F(fid, ier);
+        stopwith(e.what());
     }
     pf::CG_CLOSE_F(fid, ier);
     return EXIT_SUCCESS;

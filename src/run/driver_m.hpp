@@ -43,12 +43,17 @@ private:
 // `timers`, the time spent in each routine of the loop is added up there.
 int riffle(int argc, const char* const* argv, RoutineTimers* timers = nullptr);
 
-// One time step without its report and outputs: the step counter, the time step, the predictor,
-// the boundaries, the projection, the divergence report and the store of the previous level.
+// One time step without its report and outputs: the step counter and time step; subgrid
+// viscosity and driving force; the predictor; side walls and bed forcing; boundaries; the
+// projection and divergence report; side walls, bed forcing and boundaries again; subgrid
+// viscosity and classification from the corrected velocity; the store of the previous level.
 void advance(Storage& st, RoutineTimers* timers = nullptr);
 
 // boundaryu, boundaryv, boundaryw, in that order.
 void velocityboundaries(Storage& st);
+
+// The south and north wall laws, each where all three velocity codes of its face are walls.
+void sidewalls(Storage& st);
 
 // Zeroes the velocities and eddy viscosity at points inside the bed (flag -1). Serial.
 void zerosolid(Storage& st);

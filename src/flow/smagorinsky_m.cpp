@@ -1,0 +1,132 @@
+#include "flow/smagorinsky_m.hpp"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "ibm/pointsearch_m.hpp"
+
+namespace riffle::flow {
+
+namespace {
+
+struct Strain {
+    double s11, s22, s33, s12, s13, s23;
+};
+
+// Strain rates at the centre of cell (i,j,k). Each shear difference is formed on the sums of the
+// two faces of each neighbour cell, times 0.25, over the spacing: the central difference of the
+// cell-centred velocities over two cells.
+inline Strain strainrate(const ConstView3<double>& u, const ConstView3<double>& v,
+                         const ConstView3<double>& w, double dx, double dy, double dz, int i,
+                         int j, int k) {
+    Strain s;
+    s.s11 = (u(i, j, k) - u(i - 1, j, k)) / dx;
+    s.s22 = (v(i, j, k) - v(i, j - 1, k)) / dy;
+    s.s33 = (w(i, j, k) - w(i, j, k - 1)) / dz;
+    const double dudy =
+        (u(i, j + 1, k) + u(i - 1, j + 1, k) - u(i, j - 1, k) - u(i - 1, j - 1, k)) * 0.25 / dy;
+    const double dvdx =
+        (v(i + 1, j, k) + v(i + 1, j - 1, k) - v(i - 1, j, k) - v(i - 1, j - 1, k)) * 0.25 / dx;
+    const double dudz =
+        (u(i, j, k + 1) + u(i - 1, j, k + 1) - u(i, j, k - 1) - u(i - 1, j, k - 1)) * 0.25 / dz;
+    const double dwdx =
+        (w(i + 1, j, k) + w(i + 1, j, k - 1) - w(i - 1, j, k) - w(i - 1, j, k - 1)) * 0.25 / dx;
+    const double dvdz =
+        (v(i, j, k + 1) + v(i, j - 1, k + 1) - v(i, j, k - 1) - v(i, j - 1, k - 1)) * 0.25 / dz;
+    const double dwdy =
+        (w(i, j + 1, k) + w(i, j + 1, k - 1) - w(i, j - 1, k) - w(i, j - 1, k - 1)) * 0.25 / dy;
+    s.s12 = 0.5 * (dudy + dvdx);
+    s.s13 = 0.5 * (dudz + dwdx);
+    s.s23 = 0.5 * (dvdz + dwdy);
+    return s;
+}
+
+// |S| = sqrt(2 Sij Sij), the off-diagonal terms counted twice.
+inline double magnitude(const Strain& s) {
+    return std::sqrt(2.0 * ((s.s12 * s.s12 + s.s13 * s.s13 + s.s23 * s.s23) * 2.0 +
+                            (s.s11 * s.s11 + s.s22 * s.s22 + s.s33 * s.s33)));
+}
+
+// Ghost layers in direction Dir (0 x, 1 y, 2 z) of the strain arrays and nut:
+//   strain: ghost = |c| inner + (1 - |c|) opposite interior  (a copy at every non-periodic face)
+//   nut:    ghost = -c inner + (1 - |c|) opposite interior
+// The sign of the code is kept for nut alone, so nut changes sign across the free surface and
+// the side walls and keeps it at the bed: the eddy viscosity the momentum stencils see there.
+template <int Dir>
+void ghostfaces(Storage& st) {
+    const int n = Dir == 0 ? st.imax : Dir == 1 ? st.jmax : st.kmax;
+    const int na = Dir == 0 ? st.jmax : st.imax;  // inner plane index
+    const int nb = Dir == 2 ? st.jmax : st.kmax;  // outer plane index, shared among threads
+    const double clo = st.ibp[2 * Dir + 1], chi = st.ibp[2 * Dir + 2];
+    const double alo = std::abs(clo), ahi = std::abs(chi);
+    const View3<double> strain[7] = {st.s11.view(), st.s22.view(), st.s33.view(), st.s12.view(),
+                                     st.s13.view(), st.s23.view(), st.sabs.view()};
+    const View3<double> nut = st.nut.view();
+    const auto at = [](const View3<double>& f, int m, int a, int b) -> double& {
+        if constexpr (Dir == 0) return f(m, a, b);
+        if constexpr (Dir == 1) return f(a, m, b);
+        return f(a, b, m);
+    };
+#pragma omp for schedule(static)
+    for (int b = 0; b <= nb + 1; ++b) {
+        for (const View3<double>& f : strain) {
+            for (int a = 0; a <= na + 1; ++a) {
+                at(f, 0, a, b) = alo * at(f, 1, a, b) + (1.0 - alo) * at(f, n, a, b);
+                at(f, n + 1, a, b) = ahi * at(f, n, a, b) + (1.0 - ahi) * at(f, 1, a, b);
+            }
+        }
+        for (int a = 0; a <= na + 1; ++a) {
+            at(nut, 0, a, b) = -clo * at(nut, 1, a, b) + (1.0 - alo) * at(nut, n, a, b);
+            at(nut, n + 1, a, b) = -chi * at(nut, n, a, b) + (1.0 - ahi) * at(nut, 1, a, b);
+        }
+    }
+}
+
+}  // namespace
+
+void smagorinsky(Storage& st) {
+    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
+    const double dx = st.dx, dy = st.dy, dz = st.dz;
+    const double delta = std::cbrt(dx * dy * dz);
+    const double cl2 = (delta * st.cs) * (delta * st.cs);
+    const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
+    const auto s11 = st.s11.view(), s22 = st.s22.view(), s33 = st.s33.view();
+    const auto s12 = st.s12.view(), s13 = st.s13.view(), s23 = st.s23.view();
+    const auto sabs = st.sabs.view(), nut = st.nut.view();
+    const auto iflagp = st.iflagp.cview();
+    const Storage& cst = st;
+#pragma omp parallel
+    {
+#pragma omp for schedule(static)
+        for (int k = 1; k <= kmax; ++k) {
+            for (int j = 1; j <= jmax; ++j) {
+                for (int i = 1; i <= imax; ++i) {
+                    const Strain s = strainrate(u, v, w, dx, dy, dz, i, j, k);
+                    s11(i, j, k) = s.s11;
+                    s22(i, j, k) = s.s22;
+                    s33(i, j, k) = s.s33;
+                    s12(i, j, k) = s.s12;
+                    s13(i, j, k) = s.s13;
+                    s23(i, j, k) = s.s23;
+                    sabs(i, j, k) = magnitude(s);
+                    nut(i, j, k) = cl2 * sabs(i, j, k);
+                }
+            }
+        }
+        // Forcing cells next to the bed take the eddy viscosity of the wall-law interpolation;
+        // it reads only fluid cells, which this loop does not write.
+#pragma omp for schedule(static)
+        for (int k = 1; k <= kmax; ++k) {
+            for (int j = 1; j <= jmax; ++j) {
+                for (int i = 1; i <= imax; ++i) {
+                    if (iflagp(i, j, k) == 0) ibm::searchnut(cst, i, j, k, nut(i, j, k));
+                }
+            }
+        }
+        ghostfaces<0>(st);
+        ghostfaces<1>(st);
+        ghostfaces<2>(st);
+    }
+}
+
+}  // namespace riffle::flow
