@@ -166,7 +166,7 @@ void edgeghosts(const View& phi, int nx, int ny, int nz) {
 // added in order afterwards, so the norm has the same bits whatever the thread count.
 double sumsquares(const CView& a, int nx, int ny, int nz) {
     std::vector<double> plane(static_cast<std::size_t>(nz) + 1, 0.0);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for if (worththreads(nx, ny, nz)) schedule(static)
     for (int k = 1; k <= nz; ++k) {
         double s = 0.0;
         for (int j = 1; j <= ny; ++j) {
@@ -187,7 +187,7 @@ void restriction(Storage& st, int level) {
     const int ncx = c.ni, ncy = c.nj, ncz = c.nk;
     const View src = st.mg(level - 1).src.view();
     const View phi = st.mg(level - 1).phi.view();
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for if (worththreads(2 * ncx, 2 * ncy, 2 * ncz)) schedule(static)
     for (int kc = 1; kc <= ncz; ++kc) {
         const int k = 2 * kc - 1;
         for (int jc = 1; jc <= ncy; ++jc) {
@@ -219,7 +219,7 @@ void coarsesolve(Storage& st, int level, int ncoarse) {
         double chg = 0.0;
         // k-planes are shared out with no ordering between them: a plane may read its
         // neighbour while another thread updates it, which a relaxation tolerates.
-#pragma omp parallel
+#pragma omp parallel if (worththreads(nx, ny, nz))
         {
             faceghosts(phi, nx, ny, nz, t);
 #pragma omp for schedule(static) reduction(nanmax : chg)
@@ -253,7 +253,7 @@ void sourcep(Storage& st) {
     const CView u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
     const View src = st.mg(0).src.view();
     // Cells inside the bed get a source like any other: the Poisson problem covers the box.
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for if (worththreads(nx, ny, nz)) schedule(static)
     for (int k = 1; k <= nz; ++k) {
         for (int j = 1; j <= ny; ++j) {
             for (int i = 1; i <= nx; ++i) {
@@ -321,7 +321,7 @@ void boundarypres(Storage& st, int level) {
     const int nx = g.nx, ny = g.ny, nz = g.nz;
     const Codes t = codes_of(st);
     const View phi = st.mg(level).phi.view();
-#pragma omp parallel
+#pragma omp parallel if (worththreads(nx, ny, nz))
     {
         faceghosts(phi, nx, ny, nz, t);
         edgeghosts(phi, nx, ny, nz);
@@ -335,7 +335,7 @@ void operatorp(Storage& st, int level) {
     const Codes t = codes_of(st);
     const View phi = st.mg(level).phi.view();
     const View lphi = st.mg(level).lphi.view();
-#pragma omp parallel
+#pragma omp parallel if (worththreads(nx, ny, nz))
     {
         faceghosts(phi, nx, ny, nz, t);
 #pragma omp for schedule(static)
@@ -358,7 +358,7 @@ void residualp(Storage& st, int level) {
     const CView src = m.src.cview(), lphi = m.lphi.cview();
     const View res = st.mg(level).res.view();
     // The i range is shared out in static blocks; within a block the k-j-i order keeps unit stride.
-#pragma omp parallel
+#pragma omp parallel if (worththreads(nx, ny, nz))
     {
         const Block b = staticblock(1, nx);
         for (int k = 1; k <= nz; ++k) {
@@ -378,7 +378,7 @@ void smoothingp(Storage& st, int level, int nsweeps) {
     const Codes t = codes_of(st);
     const View phi = st.mg(level).phi.view();
     const CView src = st.mg(level).src.cview();
-#pragma omp parallel
+#pragma omp parallel if (worththreads(nx, ny, nz))
     {
         // Work vectors a, b, c, r, x (index 1..nz) of this thread, taken once per call.
         std::vector<double> work(5 * (static_cast<std::size_t>(nz) + 1));
@@ -421,7 +421,7 @@ void prolongationp(Storage& st, int level) {
     const CView cphi = cm.phi.cview();
     const View phi = st.mg(level).phi.view();
     const View res = st.mg(level).res.view();
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for if (worththreads(2 * ncx, 2 * ncy, 2 * ncz)) schedule(static)
     for (int kc = 1; kc <= ncz; ++kc) {
         for (int dk = -1; dk <= 1; dk += 2) {  // lower child (2K-1) leans on K-1, upper on K+1
             const int k = 2 * kc + (dk - 1) / 2;

@@ -166,9 +166,6 @@ void stepreport(const Storage& st) {
     std::fflush(stdout);
 }
 
-namespace {
-
-// Start-up steps 3 to 13: everything between opening the case file and the first step.
 void startup(Storage& st, NodeArrays& nodes) {
     gridsetup(st, nodes);
     readphysics(st);
@@ -212,8 +209,6 @@ void startup(Storage& st, NodeArrays& nodes) {
     // Read only now, after the initial write: the first step is the first to use them.
     readsolversettings(st);
 }
-
-}  // namespace
 
 void velocityboundaries(Storage& st) {
     flow::boundaryu(st);

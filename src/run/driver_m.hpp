@@ -43,6 +43,10 @@ private:
 // `timers`, the time spent in each routine of the loop is added up there.
 int riffle(int argc, const char* const* argv, RoutineTimers* timers = nullptr);
 
+// Everything between opening the case file (selected for the case-file calls) and the first step:
+// grid, conditions, storage, initial state, bed, classification, the initial write.
+void startup(Storage& st, NodeArrays& nodes);
+
 // One time step without its report and outputs: the step counter and time step; subgrid
 // viscosity and driving force; the predictor; side walls and bed forcing; boundaries; the
 // projection and divergence report; side walls, bed forcing and boundaries again; subgrid

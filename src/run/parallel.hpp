@@ -8,6 +8,14 @@
 
 namespace riffle {
 
+// Levels of the multigrid hierarchy with fewer cells than this run their loops on one thread:
+// below it, starting and joining the threads costs more than the work they would share.
+inline constexpr long long parallelcells = 4096;
+
+[[nodiscard]] inline bool worththreads(int nx, int ny, int nz) {
+    return static_cast<long long>(nx) * ny * nz >= parallelcells;
+}
+
 struct Block {
     int lo, hi;  // inclusive; empty when hi < lo
 };
