@@ -11,6 +11,7 @@ class Paths:
     riffle = None
     riffle_case = None
     source = None
+    build_type = None
 
 
 def run(cmd, **kw):
@@ -24,6 +25,8 @@ def main():
     parser.add_argument("--riffle", required=True)
     parser.add_argument("--riffle-case", required=True)
     parser.add_argument("--source", required=True)
+    parser.add_argument("--build-type", default="Release")
     args, rest = parser.parse_known_args()
     Paths.riffle, Paths.riffle_case, Paths.source = args.riffle, args.riffle_case, args.source
+    Paths.build_type = args.build_type
     unittest.main(argv=[sys.argv[0]] + rest)
