@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Whole-solver benchmark: builds Release, makes bed-free cases of 64x32x16, 128x64x32 and
-# 256x128x64 cells and runs a fixed number of steps on 1 and 2 threads, printing per run the
-# time per step, ns per cell per step, peak memory and each routine's share of the loop.
+# Whole-solver benchmark: builds Release, makes cases of two periodic dunes of 64x32x16,
+# 128x64x32 and 256x128x64 cells and runs a fixed number of steps on 1 and 2 threads, printing
+# per run the time per step, ns per cell per step, peak memory and each routine's share of the
+# loop.
 # Usage: bench/run.sh [BUILD_DIR]   (figures also saved in bench/out/results.txt)
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -25,9 +26,9 @@ xmax = 1.6
 ymax = 0.8
 ni = $ni
 nj = $nj
-bed = flat
-level = -0.1
-zminItm = 0.0
+bed = dunes
+height = 0.05
+length = 0.8
 zmaxItm = 0.4
 kmaxItm = $kexp
 dischargeItm = 0.1

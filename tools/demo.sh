@@ -20,5 +20,8 @@ Results in demo/:
   dune.cgns   the case with the 3-D grid and every output time: open it in ParaView
               (File > Open, CGNS reader; tick the point arrays, press Apply, then play)
   dune.log    the console report of every step
-  dune.png    the bed and the streamwise velocity on the centre plane at the last output
+  dune.png    the streamwise velocity on the centre plane at the last output, over the bed
+              (reversed flow in blue)
+  dune.dat    restart file at t = 2 s (set HotstartItm = 1 and StartfileItm = dune.dat to go on)
+  dune*.plt   Tecplot files every 0.5 s (ParaView: File > Open, Tecplot reader)
 MSG

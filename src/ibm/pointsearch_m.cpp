@@ -26,17 +26,17 @@
 
 #include "ibm/walllaw_m.hpp"
 #include "run/console_m.hpp"
+#include "run/messages.hpp"
 
 namespace riffle::ibm {
 
 namespace {
 
-// Operators' scripts match these lines as they stand: the misspellings are kept on purpose.
-inline constexpr const char* failed_u = "immrsing u could not find the minimum point";
-inline constexpr const char* failed_v = "immrsing v could not find the minimum point";
-inline constexpr const char* failed_w = "immersing w could not find the minimum point";
-inline constexpr const char* failed_visc = "immrsing visc could not find the minimum point";
-inline constexpr const char* not_converged = "Warning : The immersed boundary is not converged yet";
+using messages::failed_u;
+using messages::failed_v;
+using messages::failed_visc;
+using messages::failed_w;
+using messages::not_converged;
 
 inline constexpr double fine_tol = 1e-8;     // projection converged
 inline constexpr double coarse_tol = 1e-4;   // still accepted after the last pass

@@ -14,6 +14,14 @@ inline constexpr const char* error_restart = "ERROR : Failed to read the saved r
 // reason follow on the same line.
 inline constexpr const char* error_write = "ERROR : Cannot write the file ";
 
+// The bed point search. Operators' scripts match these lines as they stand: the misspellings
+// are kept on purpose.
+inline constexpr const char* failed_u = "immrsing u could not find the minimum point";
+inline constexpr const char* failed_v = "immrsing v could not find the minimum point";
+inline constexpr const char* failed_w = "immersing w could not find the minimum point";
+inline constexpr const char* failed_visc = "immrsing visc could not find the minimum point";
+inline constexpr const char* not_converged = "Warning : The immersed boundary is not converged yet";
+
 // Console report after every step: 21-character labels ending in "= ".
 inline constexpr const char* label_step = "Step Number        = ";
 inline constexpr const char* label_dt = "Time Step          = ";
