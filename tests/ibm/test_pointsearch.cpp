@@ -21,17 +21,7 @@ namespace {
 // of speed U along the bed: u* = kappa U / ln(2 dP/z0) and u(P) = (u*/kappa) ln(dP/z0).
 double loglawratio(double dp, double z0) { return std::log(dp / z0) / std::log(2.0 * dp / z0); }
 
-// Box with a flat bed at height zbed, uniform velocity (U, V, W), all flags fluid.
-Storage flatbox(double zbed, double uu, double vv, double ww) {
-    Storage st = testsupport::box(6, 5, 8, 0.5, 0.4, 0.1);
-    st.ks = 1.0;
-    st.visc = 1.0e-6;
-    st.zb.fill(zbed);
-    st.u.fill(uu);
-    st.v.fill(vv);
-    st.w.fill(ww);
-    return st;
-}
+using testsupport::flatbed;
 
 // ---- projection onto a patch ----------------------------------------------------------------
 
@@ -124,7 +114,7 @@ TEST(PointSearch, FlatBedFootStraightBelowForAllFourVariants) {
     const double zbed = 0.02, uu = 0.7, vv = -0.3;
     int checked = 0;
     for (int iibm : {0, 1}) {
-        Storage st = flatbox(zbed, uu, vv, 0.0);
+        Storage st = flatbed(zbed, uu, vv, 0.0);
         st.iIBM = iibm;
         st.ibed = 1;
         const double z0 = roughnesslength(st.ks);
@@ -143,7 +133,7 @@ TEST(PointSearch, FlatBedFootStraightBelowForAllFourVariants) {
 
 TEST(PointSearch, FlatBedSmoothWallVariantsUseTheSmoothFrictionVelocity) {
     const double zbed = 0.02, uu = 0.5;
-    Storage st = flatbox(zbed, uu, 0.0, 0.0);
+    Storage st = flatbed(zbed, uu, 0.0, 0.0);
     const double z0 = roughnesslength(st.ks);
     const double dp = 1.5 * st.dz - zbed; // k = 2
     for (int iibm : {0, 1}) {
@@ -160,7 +150,7 @@ TEST(PointSearch, FlatBedSmoothWallVariantsUseTheSmoothFrictionVelocity) {
 
 TEST(PointSearch, FlatBedWallNormalVelocityIsRemoved) {
     // The bed normal is vertical: a w point keeps no velocity at all, u and v keep the log law.
-    Storage st = flatbox(0.0, 0.6, 0.2, 0.3);
+    Storage st = flatbed(0.0, 0.6, 0.2, 0.3);
     st.ibed = 1;
     for (int iibm : {0, 1}) {
         st.iIBM = iibm;
@@ -174,7 +164,7 @@ TEST(PointSearch, InclinedBedFootOnTheNormal) {
     // Bed z = z1 + s x. A w point over it is dP = (pz - bed(px))/sqrt(1 + s^2) from the bed; a
     // uniform stream along the bed is purely tangential, so w(P) = W ln(dP/z0)/ln(2 dP/z0).
     const double slope = 0.2, zlow = 0.05;
-    Storage st = flatbox(0.0, 0.0, 0.0, 0.0);
+    Storage st = flatbed(0.0, 0.0, 0.0, 0.0);
     st.ibed = 1;
     for (int j = 0; j <= st.jmax + 1; ++j)
         for (int i = 0; i <= st.imax + 1; ++i)

@@ -21,13 +21,7 @@ namespace riffle::ibm {
 namespace {
 
 Storage flatbox(double zbed, double uu, double vv, double ww) {
-    Storage st = testsupport::box(6, 5, 8, 0.5, 0.4, 0.1);
-    st.ks = 1.0;
-    st.visc = 1.0e-6;
-    st.zb.fill(zbed);
-    st.u.fill(uu);
-    st.v.fill(vv);
-    st.w.fill(ww);
+    Storage st = testsupport::flatbed(zbed, uu, vv, ww);
     st.nut.fill(1.0);
     return st;
 }
