@@ -1,0 +1,86 @@
+"""End to end: a run continued from its restart file ends with the same velocities, bit for bit
+on one thread, as the same run made in one go; TimeInitialItm = 0 restarts the clock; a damaged
+restart file stops the run with the saved-results error."""
+
+import os
+import shutil
+import tempfile
+import unittest
+
+import h5py
+import numpy as np
+
+from e2e_common import Paths, main, run
+
+BASE = {"xmax": 0.4, "ymax": 0.1, "ni": 17, "nj": 5, "bed": "dunes", "height": 0.02,
+        "length": 0.4, "kmaxItm": 3, "zmaxItm": 0.1, "velocity": 0.3, "timetypeItm": 1,
+        "timestepItm": 0.0078125, "OTimeItm": 1.0, "HotoutItm": 1, "dtHotoutItm": 0.125,
+        "outpathItm": "."}
+
+
+class Restart(unittest.TestCase):
+    def setUp(self):
+        self.dir = tempfile.mkdtemp(prefix="riffle_restart_")
+        self.env = dict(os.environ, OMP_NUM_THREADS="1")
+
+    def tearDown(self):
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+    def case(self, name, **overrides):
+        keys = dict(BASE, outfileItm=name, **overrides)
+        recipe = os.path.join(self.dir, name + ".recipe")
+        with open(recipe, "w") as f:
+            f.write("".join(f"{k} = {v}\n" for k, v in keys.items()))
+        path = os.path.join(self.dir, name + ".cgns")
+        made = run([Paths.riffle_case, recipe, "-o", path])
+        self.assertEqual(made.returncode, 0, made.stderr)
+        return path
+
+    def riffle(self, path):
+        out = run([Paths.riffle, os.path.basename(path)], cwd=self.dir, env=self.env)
+        self.assertEqual(out.returncode, 0, out.stdout[-2000:] + out.stderr)
+        return out.stdout
+
+    @staticmethod
+    def last(path):
+        with h5py.File(path, "r") as f:
+            times = f["Flow/BaseIterativeData/TimeValues"][" data"][()]
+            sol = f[f"Flow/Box/FlowSolution{len(times)}"]
+            return times[-1], [sol[c][" data"][()] for c in ("VelocityX", "VelocityY", "VelocityZ")]
+
+    def test_continued_run_matches_the_run_in_one_go(self):
+        # 32 steps of 1/128 s in one go, against 16 steps, a restart, and 16 more.
+        whole = self.case("whole", endtimeItm=0.25 - 1e-9, OTimeItm=0.25)
+        self.riffle(whole)
+        first = self.case("first", endtimeItm=0.125 - 1e-9)
+        self.riffle(first)
+        self.assertTrue(os.path.exists(os.path.join(self.dir, "first.dat")))
+        second = self.case("second", endtimeItm=0.25 - 1e-9, OTimeItm=0.25, HotstartItm=1,
+                           StartfileItm="first.dat", TimeInitialItm=1)
+        report = self.riffle(second)
+        self.assertIn(" Step Number        = 17\n", report)  # the count goes on from the file
+        t1, whole_v = self.last(whole)
+        t2, cont_v = self.last(second)
+        self.assertEqual(t1, t2)
+        for a, b in zip(whole_v, cont_v):
+            np.testing.assert_array_equal(a, b)
+
+        # TimeInitialItm = 0: the same fields, but the clock and the count start again at 0.
+        fresh = self.case("fresh", endtimeItm=0.01, HotstartItm=1, StartfileItm="first.dat",
+                          TimeInitialItm=0)
+        report = self.riffle(fresh)
+        self.assertTrue(report.startswith(" Step Number        = 1\n"))
+        self.assertIn(" Time               = 7.8125000000000000E-03\n", report)
+
+        # A restart file cut short ends the run with the saved-results error.
+        with open(os.path.join(self.dir, "first.dat")) as f:
+            text = f.read()
+        with open(os.path.join(self.dir, "first.dat"), "w") as f:
+            f.write(text[: len(text) // 2])
+        out = run([Paths.riffle, "second.cgns"], cwd=self.dir, env=self.env)
+        self.assertNotEqual(out.returncode, 0)
+        self.assertIn(" ERROR : Failed to read the saved results ...", out.stdout.splitlines())
+
+
+if __name__ == "__main__":
+    main()
