@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace riffle::testsupport {
@@ -18,6 +19,12 @@ struct Scratch {
     Scratch(const Scratch&) = delete;
     Scratch& operator=(const Scratch&) = delete;
     ~Scratch() { std::filesystem::remove_all(dir); }
+    // The path of `name` in the folder, written with `text` when that is not empty.
+    [[nodiscard]] std::filesystem::path file(const std::string& name,
+                                             const std::string& text = {}) const {
+        if (!text.empty()) std::ofstream(dir / name) << text;
+        return dir / name;
+    }
 };
 
 }  // namespace riffle::testsupport

@@ -22,32 +22,14 @@
 #include "casebuild.hpp"
 #include "check.hpp"
 #include "recipe.hpp"
+#include "support/scratch.hpp"
 
 namespace riffle::casebuilder {
 namespace {
 
 namespace fs = std::filesystem;
 
-// A fresh folder for one test, removed afterwards.
-class Scratch {
-public:
-    Scratch() {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        dir_ = fs::temp_directory_path() /
-               ("riffle_cb_" + std::to_string(::getpid()) + "_" + info->name());
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-    }
-    ~Scratch() { fs::remove_all(dir_); }
-    // The path of `name` in the folder, written with `text` when that is not empty.
-    [[nodiscard]] fs::path file(const std::string& name, const std::string& text = {}) const {
-        if (!text.empty()) std::ofstream(dir_ / name) << text;
-        return dir_ / name;
-    }
-
-private:
-    fs::path dir_;
-};
+using testsupport::Scratch;
 
 bool contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
