@@ -114,44 +114,27 @@ void facepair(const Storage& st, const View3<double>& f, bool normal, const std:
     }
 }
 
+// One component: the pair of faces normal to it, then the two tangential pairs in the order
+// given, then its outer ghost layers. Each face is a work-shared loop with its implied barrier,
+// so faces follow strictly in order.
+template <int Normal, int Second, int Third>
+void component(const Storage& st, const View3<double>& f, const std::array<int, 7>& code,
+               const std::array<double, 7>& val) {
+    const double h[3] = {st.dx, st.dy, st.dz};
+#pragma omp parallel
+    {
+        facepair<Normal>(st, f, true, code, val, h[Normal]);
+        facepair<Second>(st, f, false, code, val, h[Second]);
+        facepair<Third>(st, f, false, code, val, h[Third]);
+        outerghosts<Normal>(f, plane<Normal>(st), code[2 * Normal + 1], code[2 * Normal + 2]);
+    }
+}
+
 }  // namespace
 
-// Each face is a work-shared loop with its implied barrier, so faces follow strictly in order.
-void boundaryu(Storage& st) {
-    const View3<double> u = st.u.view();
-    const double h[3] = {st.dx, st.dy, st.dz};
-#pragma omp parallel
-    {
-        facepair<0>(st, u, true, st.ibu, st.ubval, h[0]);
-        facepair<1>(st, u, false, st.ibu, st.ubval, h[1]);
-        facepair<2>(st, u, false, st.ibu, st.ubval, h[2]);
-        outerghosts<0>(u, plane<0>(st), st.ibu[west], st.ibu[east]);
-    }
-}
-
-void boundaryv(Storage& st) {
-    const View3<double> v = st.v.view();
-    const double h[3] = {st.dx, st.dy, st.dz};
-#pragma omp parallel
-    {
-        facepair<1>(st, v, true, st.ibv, st.vbval, h[1]);
-        facepair<2>(st, v, false, st.ibv, st.vbval, h[2]);
-        facepair<0>(st, v, false, st.ibv, st.vbval, h[0]);
-        outerghosts<1>(v, plane<1>(st), st.ibv[south], st.ibv[north]);
-    }
-}
-
-void boundaryw(Storage& st) {
-    const View3<double> w = st.w.view();
-    const double h[3] = {st.dx, st.dy, st.dz};
-#pragma omp parallel
-    {
-        facepair<2>(st, w, true, st.ibw, st.wbval, h[2]);
-        facepair<0>(st, w, false, st.ibw, st.wbval, h[0]);
-        facepair<1>(st, w, false, st.ibw, st.wbval, h[1]);
-        outerghosts<2>(w, plane<2>(st), st.ibw[bottom], st.ibw[top]);
-    }
-}
+void boundaryu(Storage& st) { component<0, 1, 2>(st, st.u.view(), st.ibu, st.ubval); }
+void boundaryv(Storage& st) { component<1, 2, 0>(st, st.v.view(), st.ibv, st.vbval); }
+void boundaryw(Storage& st) { component<2, 0, 1>(st, st.w.view(), st.ibw, st.wbval); }
 
 void boundaryp(Storage& st) {
     const View3<double> p = st.p.view();

@@ -80,30 +80,37 @@ inline void trypatch(Best& b, Point3 p, double x1, double x2, double y1, double 
     if (d < b.dmin && x1 <= f.x && f.x <= x2 && y1 <= f.y && f.y <= y2) take(b, d, f);
 }
 
+// Perpendicular foot on the segment from (s1, z1) to (s1 + ds, z2) of a vertical plane, for the
+// point (ps, pz) of that plane: the distance, and the foot's coordinates, when the foot lies on
+// the segment and beats the best so far; nothing otherwise.
+struct EdgeFoot {
+    bool taken;
+    double d, s, z;
+};
+inline EdgeFoot edgefoot(const Best& b, double ps, double pz, double s1, double z1, double ds,
+                         double z2) {
+    const double dz = z2 - z1;
+    const double t = -((s1 - ps) * ds + (z1 - pz) * dz) / (ds * ds + dz * dz);
+    if (!(t >= 0.0 && t <= 1.0)) return {false, 0.0, 0.0, 0.0};
+    const double sf = s1 + t * ds, zf = z1 + t * dz;
+    const double d = std::sqrt((ps - sf) * (ps - sf) + (pz - zf) * (pz - zf));
+    return {d < b.dmin, d, sf, zf};
+}
+
 // Segment from (x1, z1) to (x1 + dxe, z2) in the vertical plane y = yplane.
 inline bool tryedgex(Best& b, Point3 p, double x1, double z1, double dxe, double z2,
                      double yplane) {
-    const double dze = z2 - z1;
-    const double t = -((x1 - p.x) * dxe + (z1 - p.z) * dze) / (dxe * dxe + dze * dze);
-    if (!(t >= 0.0 && t <= 1.0)) return false;
-    const double xf = x1 + t * dxe, zf = z1 + t * dze;
-    const double d = std::sqrt((p.x - xf) * (p.x - xf) + (p.z - zf) * (p.z - zf));
-    if (!(d < b.dmin)) return false;
-    take(b, d, {xf, yplane, zf});
-    return true;
+    const EdgeFoot e = edgefoot(b, p.x, p.z, x1, z1, dxe, z2);
+    if (e.taken) take(b, e.d, {e.s, yplane, e.z});
+    return e.taken;
 }
 
 // Segment from (y1, z1) to (y1 + dye, z2) in the vertical plane x = xplane.
 inline bool tryedgey(Best& b, Point3 p, double y1, double z1, double dye, double z2,
                      double xplane) {
-    const double dze = z2 - z1;
-    const double t = -((y1 - p.y) * dye + (z1 - p.z) * dze) / (dye * dye + dze * dze);
-    if (!(t >= 0.0 && t <= 1.0)) return false;
-    const double yf = y1 + t * dye, zf = z1 + t * dze;
-    const double d = std::sqrt((p.y - yf) * (p.y - yf) + (p.z - zf) * (p.z - zf));
-    if (!(d < b.dmin)) return false;
-    take(b, d, {xplane, yf, zf});
-    return true;
+    const EdgeFoot e = edgefoot(b, p.y, p.z, y1, z1, dye, z2);
+    if (e.taken) take(b, e.d, {xplane, e.s, e.z});
+    return e.taken;
 }
 
 // Bed point (xf, p.y, zf) beside or below p, distance in the plane y = p.y.
