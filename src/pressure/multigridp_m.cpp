@@ -12,7 +12,9 @@
 // threads update neighbouring lines without ordering, on purpose (see smoothingp).
 #include "pressure/multigridp_m.hpp"
 
+#include <algorithm>
 #include <bit>
+#include <cstddef>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -65,16 +67,68 @@ inline double nanmax(double a, double b) { return (b > a || std::isnan(b)) ? b :
 #pragma omp declare reduction(nanmax : double : omp_out = nanmax(omp_out, omp_in)) \
     initializer(omp_priv = 0.0)
 
-// Exact solve of the tridiagonal system a(k) x(k-1) + b(k) x(k) + c(k) x(k+1) = r(k),
-// k = 1..n (Thomas algorithm, no pivoting: the line operator is diagonally dominant).
-// b and r are overwritten by the elimination.
-inline void thomas(const double* a, double* b, const double* c, double* r, double* x, int n) {
-    for (int k = 1; k < n; ++k) {
-        b[k + 1] = b[k + 1] - c[k] * a[k + 1] / b[k];
-        r[k + 1] = r[k + 1] - a[k + 1] * r[k] / b[k];
+// ---- vertical-line Gauss-Seidel ---------------------------------------------------------------
+//
+// Every column (i,j) solves  cz phi(k-1) + d0 phi(k) + cz phi(k+1) = r(k),  k = 1..nz, with
+// r(k) = src - (phi(i-1) + phi(i+1)) cx - (phi(j-1) + phi(j+1)) cy at the current values, the
+// bottom ghost (zero increment) and the top ghost (zero gradient) folded into the end rows. The
+// Thomas elimination of the diagonal, b(k+1) = b(k+1) - c(k) a(k+1)/b(k), involves only the level's
+// constants, so it is done once per call; the right-hand side and the back substitution are done
+// per column with the same expressions as a column-by-column solve.
+
+// The eliminated diagonal b(1..nz) of the column system.
+void eliminateddiagonal(double d0, double cz, double tb, double tt, int nz, double* b) {
+    for (int k = 1; k <= nz; ++k) b[k] = d0;
+    b[1] = b[1] + cz * tb;
+    b[nz] = b[nz] + cz * tt;
+    for (int k = 1; k < nz; ++k) b[k + 1] = b[k + 1] - cz * cz / b[k];
+}
+
+// Columns solved together, one per lane of a vector register.
+constexpr int lanes = 8;
+using Lanes = double __attribute__((vector_size(lanes * sizeof(double))));
+
+// One lexicographic sweep (i innermost, then j) over the rows jlo..jhi. A column needs the new
+// values of its west and south neighbours and the old values of its east and north ones, so
+// `lanes` consecutive rows can be swept together as a skewed wavefront: at step s lane L solves
+// column (s - L, j0 + L), one column behind the row below it. Each column then sees exactly the
+// values the row-by-row sweep would give it, and the lanes' recurrences in k run side by side.
+void linesweep(const View& phi, const CView& src, int nx, int jlo, int jhi, int nz, double cx,
+               double cy, double cz, const double* bm) {
+    if (jhi < jlo || nx < 1) return;
+    thread_local std::vector<Lanes> work;
+    const std::size_t need = 2 * (static_cast<std::size_t>(nz) + 1);
+    if (work.size() < need) work.resize(need);  // once per thread and size
+    Lanes* const r = work.data();
+    Lanes* const x = r + nz + 1;
+    // Strides of phi and src between neighbours in j and k (the same layout for both).
+    const std::ptrdiff_t sj = &phi(1, 2, 1) - &phi(1, 1, 1);
+    const std::ptrdiff_t sk = &phi(1, 1, 2) - &phi(1, 1, 1);
+    for (int j0 = jlo; j0 <= jhi; j0 += lanes) {
+        const int nl = std::min(lanes, jhi - j0 + 1);
+        for (int s = 1; s <= nx + nl - 1; ++s) {
+            const int lfirst = std::max(0, s - nx), llast = std::min(nl - 1, s - 1);
+            // Idle lanes (the wavefront's ends, a short last strip) solve a zero column.
+            for (int l = 0; l < lanes; ++l) {
+                if (l >= lfirst && l <= llast) continue;
+                for (int k = 1; k <= nz; ++k) r[k][l] = 0.0;
+            }
+            for (int l = lfirst; l <= llast; ++l) {
+                const double* p = &phi(s - l, j0 + l, 1);
+                const double* q = &src(s - l, j0 + l, 1);
+                for (int k = 1; k <= nz; ++k, p += sk, q += sk) {
+                    r[k][l] = *q - (p[-1] + p[1]) * cx - (p[-sj] + p[sj]) * cy;
+                }
+            }
+            for (int k = 1; k < nz; ++k) r[k + 1] = r[k + 1] - cz * r[k] / bm[k];
+            x[nz] = r[nz] / bm[nz];
+            for (int k = nz - 1; k >= 1; --k) x[k] = (r[k] - cz * x[k + 1]) / bm[k];
+            for (int l = lfirst; l <= llast; ++l) {
+                double* p = &phi(s - l, j0 + l, 1);
+                for (int k = 1; k <= nz; ++k, p += sk) *p = x[k][l];
+            }
+        }
     }
-    x[n] = r[n] / b[n];
-    for (int k = n - 1; k >= 1; --k) x[k] = (r[k] - c[k] * x[k + 1]) / b[k];
 }
 
 // ---- level data -------------------------------------------------------------------------------
@@ -378,39 +432,21 @@ void smoothingp(Storage& st, int level, int nsweeps) {
     const Codes t = codes_of(st);
     const View phi = st.mg(level).phi.view();
     const CView src = st.mg(level).src.cview();
+    // The eliminated diagonal of the column system is the same for every column of the level.
+    thread_local std::vector<double> diagonal;
+    if (diagonal.size() < static_cast<std::size_t>(nz) + 1) diagonal.resize(nz + 1);
+    eliminateddiagonal(d0, cz, t.b, t.t, nz, diagonal.data());
+    const double* const bm = diagonal.data();
 #pragma omp parallel if (worththreads(nx, ny, nz))
     {
-        // Work vectors a, b, c, r, x (index 1..nz) of this thread, taken once per call.
-        std::vector<double> work(5 * (static_cast<std::size_t>(nz) + 1));
-        double* const a = work.data();
-        double* const b = a + nz + 1;
-        double* const c = b + nz + 1;
-        double* const r = c + nz + 1;
-        double* const x = r + nz + 1;
         for (int s = 0; s < nsweeps; ++s) {
             faceghosts(phi, nx, ny, nz, t);
-            // Columns of neighbouring j rows on different threads read each other while they
-            // are being updated, without ordering: deliberate, the smoother tolerates it.
-#pragma omp for schedule(static)
-            for (int j = 1; j <= ny; ++j) {
-                for (int i = 1; i <= nx; ++i) {
-                    for (int k = 1; k <= nz; ++k) {
-                        a[k] = cz;
-                        b[k] = d0;
-                        c[k] = cz;
-                        r[k] = src(i, j, k) - (phi(i - 1, j, k) + phi(i + 1, j, k)) * cx -
-                               (phi(i, j - 1, k) + phi(i, j + 1, k)) * cy;
-                    }
-                    // The bed and surface ghosts fold into the end rows: bottom zero increment
-                    // (t = -1) gives b(1) = d0 - cz, top zero gradient (t = 1) b(nz) = d0 + cz.
-                    b[1] = b[1] + a[1] * t.b;
-                    a[1] = 0.0;
-                    b[nz] = b[nz] + c[nz] * t.t;
-                    c[nz] = 0.0;
-                    thomas(a, b, c, r, x, nz);
-                    for (int k = 1; k <= nz; ++k) phi(i, j, k) = x[k];
-                }
-            }
+            // Rows j are shared out in static blocks. Rows of neighbouring blocks on different
+            // threads read each other while they are being updated, without ordering:
+            // deliberate, the smoother tolerates it. Within a block the sweep is lexicographic.
+            const Block b = staticblock(1, ny);
+            linesweep(phi, src, nx, b.lo, b.hi, nz, cx, cy, cz, bm);
+#pragma omp barrier
         }
     }
 }
