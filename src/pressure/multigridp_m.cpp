@@ -97,36 +97,60 @@ void linesweep(const View& phi, const CView& src, int nx, int jlo, int jhi, int 
                double cy, double cz, const double* bm) {
     if (jhi < jlo || nx < 1) return;
     thread_local std::vector<Lanes> work;
-    const std::size_t need = 2 * (static_cast<std::size_t>(nz) + 1);
+    const std::size_t need = 3 * (static_cast<std::size_t>(nz) + 1);
     if (work.size() < need) work.resize(need);  // once per thread and size
     Lanes* const r = work.data();
-    Lanes* const x = r + nz + 1;
-    // Strides of phi and src between neighbours in j and k (the same layout for both).
+    Lanes* x = r + nz + 1;       // this step's columns
+    Lanes* xp = x + nz + 1;      // the previous step's columns
+    // Strides of phi and src between neighbours in j and k (the same layout for both), and
+    // between the columns of neighbouring lanes (one row up, one column back).
     const std::ptrdiff_t sj = &phi(1, 2, 1) - &phi(1, 1, 1);
     const std::ptrdiff_t sk = &phi(1, 1, 2) - &phi(1, 1, 1);
+    const std::ptrdiff_t sl = sj - 1;
     for (int j0 = jlo; j0 <= jhi; j0 += lanes) {
         const int nl = std::min(lanes, jhi - j0 + 1);
         for (int s = 1; s <= nx + nl - 1; ++s) {
             const int lfirst = std::max(0, s - nx), llast = std::min(nl - 1, s - 1);
-            // Idle lanes (the wavefront's ends, a short last strip) solve a zero column.
-            for (int l = 0; l < lanes; ++l) {
-                if (l >= lfirst && l <= llast) continue;
-                for (int k = 1; k <= nz; ++k) r[k][l] = 0.0;
-            }
-            for (int l = lfirst; l <= llast; ++l) {
-                const double* p = &phi(s - l, j0 + l, 1);
-                const double* q = &src(s - l, j0 + l, 1);
+            if (nl == lanes && s > lanes && s <= nx) {
+                // All lanes busy and none at i = 1: the west neighbour of each column and the
+                // south neighbour of all but the first lane are the columns solved one step ago.
+                const double* p = &phi(s, j0, 1);
+                const double* q = &src(s, j0, 1);
                 for (int k = 1; k <= nz; ++k, p += sk, q += sk) {
-                    r[k][l] = *q - (p[-1] + p[1]) * cx - (p[-sj] + p[sj]) * cy;
+                    Lanes east, north, sv, south;
+                    for (int l = 0; l < lanes; ++l) {
+                        east[l] = p[l * sl + 1];
+                        north[l] = p[l * sl + sj];
+                        sv[l] = q[l * sl];
+                    }
+                    south[0] = p[-sj];
+                    for (int l = 1; l < lanes; ++l) south[l] = xp[k][l - 1];
+                    Lanes rk = sv - (xp[k] + east) * cx - (south + north) * cy;
+                    if (k > 1) rk = rk - cz * r[k - 1] / bm[k - 1];
+                    r[k] = rk;
                 }
+            } else {
+                // Idle lanes (the wavefront's ends, a short last strip) solve a zero column.
+                for (int l = 0; l < lanes; ++l) {
+                    if (l >= lfirst && l <= llast) continue;
+                    for (int k = 1; k <= nz; ++k) r[k][l] = 0.0;
+                }
+                for (int l = lfirst; l <= llast; ++l) {
+                    const double* p = &phi(s - l, j0 + l, 1);
+                    const double* q = &src(s - l, j0 + l, 1);
+                    for (int k = 1; k <= nz; ++k, p += sk, q += sk) {
+                        r[k][l] = *q - (p[-1] + p[1]) * cx - (p[-sj] + p[sj]) * cy;
+                    }
+                }
+                for (int k = 1; k < nz; ++k) r[k + 1] = r[k + 1] - cz * r[k] / bm[k];
             }
-            for (int k = 1; k < nz; ++k) r[k + 1] = r[k + 1] - cz * r[k] / bm[k];
             x[nz] = r[nz] / bm[nz];
             for (int k = nz - 1; k >= 1; --k) x[k] = (r[k] - cz * x[k + 1]) / bm[k];
             for (int l = lfirst; l <= llast; ++l) {
                 double* p = &phi(s - l, j0 + l, 1);
                 for (int k = 1; k <= nz; ++k, p += sk) *p = x[k][l];
             }
+            std::swap(x, xp);
         }
     }
 }
@@ -233,27 +257,71 @@ double sumsquares(const CView& a, int nx, int ny, int nz) {
     return sum;
 }
 
-// Coarse src = eight-cell average of the fine residual; the coarse problem starts from zero
-// (its ghost layer keeps whatever the last ghost update left).
-void restriction(Storage& st, int level) {
-    const CView res = st.mg(level).res.cview();
+// Residual of one interior plane k: res = src - Laplacian(phi), the Laplacian formed exactly as
+// operatorp forms it. Returns the plane's sum of squares of res, accumulated in i-then-j order.
+inline double residualplane(const View& res, const CView& phi, const CView& src, int nx, int ny,
+                            int k, double hx2, double hy2, double hz2) {
+    double sum = 0.0;
+    for (int j = 1; j <= ny; ++j) {
+        for (int i = 1; i <= nx; ++i) {
+            const double c = phi(i, j, k);
+            const double lphi = secdiff(phi(i - 1, j, k), c, phi(i + 1, j, k), hx2) +
+                                secdiff(phi(i, j - 1, k), c, phi(i, j + 1, k), hy2) +
+                                secdiff(phi(i, j, k - 1), c, phi(i, j, k + 1), hz2);
+            const double r = src(i, j, k) - lphi;
+            res(i, j, k) = r;
+            sum += r * r;
+        }
+    }
+    return sum;
+}
+
+// Coarse src = eight-cell average of the fine residual over the two fine planes of coarse plane
+// kc; the coarse problem starts from zero (its ghost layer keeps whatever the last ghost update
+// left).
+inline void restrictplane(const CView& res, const View& csrc, const View& cphi, int ncx, int ncy,
+                          int kc) {
+    const int k = 2 * kc - 1;
+    for (int jc = 1; jc <= ncy; ++jc) {
+        const int j = 2 * jc - 1;
+        for (int ic = 1; ic <= ncx; ++ic) {
+            const int i = 2 * ic - 1;
+            csrc(ic, jc, kc) =
+                0.125 * (res(i, j, k) + res(i + 1, j, k) + res(i, j + 1, k) +
+                         res(i + 1, j + 1, k) + res(i, j, k + 1) + res(i + 1, j, k + 1) +
+                         res(i, j + 1, k + 1) + res(i + 1, j + 1, k + 1));
+            cphi(ic, jc, kc) = 0.0;
+        }
+    }
+}
+
+// The cycle's descent from `level`: face ghosts of phi, the residual, and its restriction to the
+// next coarser level, two fine planes and the coarse plane they make at a time, so the residual
+// is averaged while it is still in cache. lphi is not kept: nothing reads it.
+void residualrestriction(Storage& st, int level) {
+    const Level g = level_of(st, level);
+    const int nx = g.nx, ny = g.ny, nz = g.nz;
+    const double hx2 = g.hx * g.hx, hy2 = g.hy * g.hy, hz2 = g.hz * g.hz;
+    const Codes t = codes_of(st);
+    const View phi = st.mg(level).phi.view();
+    const CView src = st.mg(level).src.cview();
+    const View res = st.mg(level).res.view();
     const mglevel& c = st.mg(level - 1);
     const int ncx = c.ni, ncy = c.nj, ncz = c.nk;
-    const View src = st.mg(level - 1).src.view();
-    const View phi = st.mg(level - 1).phi.view();
-#pragma omp parallel for if (worththreads(2 * ncx, 2 * ncy, 2 * ncz)) schedule(static)
-    for (int kc = 1; kc <= ncz; ++kc) {
-        const int k = 2 * kc - 1;
-        for (int jc = 1; jc <= ncy; ++jc) {
-            const int j = 2 * jc - 1;
-            for (int ic = 1; ic <= ncx; ++ic) {
-                const int i = 2 * ic - 1;
-                src(ic, jc, kc) =
-                    0.125 * (res(i, j, k) + res(i + 1, j, k) + res(i, j + 1, k) +
-                             res(i + 1, j + 1, k) + res(i, j, k + 1) + res(i + 1, j, k + 1) +
-                             res(i, j + 1, k + 1) + res(i + 1, j + 1, k + 1));
-                phi(ic, jc, kc) = 0.0;
-            }
+    const View csrc = st.mg(level - 1).src.view();
+    const View cphi = st.mg(level - 1).phi.view();
+#pragma omp parallel if (worththreads(nx, ny, nz))
+    {
+        faceghosts(phi, nx, ny, nz, t);
+        // Fine planes left over above 2 ncz (none while nz is a power of two) get their residual
+        // alone.
+#pragma omp for schedule(static) nowait
+        for (int k = 2 * ncz + 1; k <= nz; ++k) residualplane(res, phi, src, nx, ny, k, hx2, hy2, hz2);
+#pragma omp for schedule(static)
+        for (int kc = 1; kc <= ncz; ++kc) {
+            residualplane(res, phi, src, nx, ny, 2 * kc - 1, hx2, hy2, hz2);
+            residualplane(res, phi, src, nx, ny, 2 * kc, hx2, hy2, hz2);
+            restrictplane(res, csrc, cphi, ncx, ncy, kc);
         }
     }
 }
@@ -296,6 +364,30 @@ void coarsesolve(Storage& st, int level, int ncoarse) {
     }
 }
 
+// Face ghosts of level 0's phi, its residual and the residual's norm in one pass. Each plane's
+// sum of squares is formed by one thread and the planes are added in order, as resnormp does.
+void residualnorm(Storage& st, double& norm) {
+    const Level g = level_of(st, 0);
+    const int nx = g.nx, ny = g.ny, nz = g.nz;
+    const double hx2 = g.hx * g.hx, hy2 = g.hy * g.hy, hz2 = g.hz * g.hz;
+    const Codes t = codes_of(st);
+    const View phi = st.mg(0).phi.view();
+    const CView src = st.mg(0).src.cview();
+    const View res = st.mg(0).res.view();
+    thread_local std::vector<double> plane;
+    if (plane.size() < static_cast<std::size_t>(nz) + 1) plane.resize(nz + 1);
+    double* const sums = plane.data();
+#pragma omp parallel if (worththreads(nx, ny, nz))
+    {
+        faceghosts(phi, nx, ny, nz, t);
+#pragma omp for schedule(static)
+        for (int k = 1; k <= nz; ++k) sums[k] = residualplane(res, phi, src, nx, ny, k, hx2, hy2, hz2);
+    }
+    double sum = 0.0;
+    for (int k = 1; k <= nz; ++k) sum += sums[k];
+    norm = std::sqrt(sum);
+}
+
 }  // namespace
 
 // ---- public routines ---------------------------------------------------------------------------
@@ -334,9 +426,7 @@ void poisson(Storage& st, int& npois) {
         ++n;
         npois = n;
         multigridp(st, 0, igamma, ipres, iposts, coarsesweeps);
-        operatorp(st, 0);  // also leaves phi's face ghosts fresh for the velocity correction
-        residualp(st, 0);
-        resnormp(st, 0, resnorm);
+        residualnorm(st, resnorm);  // also leaves phi's face ghosts fresh for the correction
         if (n > kpoismax) break;
         if (resnorm / divnorm > eps) continue;  // a NaN ratio fails this test
         if (n < 2) continue;
@@ -360,9 +450,7 @@ void multigridp(Storage& st, int level, int igamma, int ipres, int iposts, int n
         return;
     }
     smoothingp(st, level, ipres);  // in: phi, src;  out: smoothed phi
-    operatorp(st, level);          // out: lphi
-    residualp(st, level);          // out: res
-    restriction(st, level);        // out: coarse src, coarse phi = 0
+    residualrestriction(st, level);  // out: res; coarse src, coarse phi = 0
     for (int g = 0; g < igamma; ++g) {
         multigridp(st, level - 1, igamma, ipres, iposts, ncoarse);  // out: coarse correction
     }
