@@ -100,6 +100,9 @@ void smagorinsky(Storage& st) {
 #pragma omp for schedule(static)
         for (int k = 1; k <= kmax; ++k) {
             for (int j = 1; j <= jmax; ++j) {
+                // The strain arrays and nut are written, the velocities read: no dependence
+                // between the i points.
+#pragma omp simd
                 for (int i = 1; i <= imax; ++i) {
                     const Strain s = strainrate(u, v, w, dx, dy, dz, i, j, k);
                     s11(i, j, k) = s.s11;

@@ -63,6 +63,8 @@ void yvelocity(Storage& st) {
         const Block ib = staticblock(1, imax);
         for (int k = 1; k <= kmax; ++k) {
             for (int j = 1; j <= jlast; ++j) {
+                // Distinct arrays are written and read: no dependence between the i points.
+#pragma omp simd
                 for (int i = ib.lo; i <= ib.hi; ++i) {
                     const double h = rhsv(uo, vo, wo, nut, c, i, j, k);
                     v(i, j, k) = abstep(h, fv(i, j, k), fvo(i, j, k), vo(i, j, k), dt);

@@ -62,6 +62,8 @@ void zvelocity(Storage& st) {
         const Block ib = staticblock(1, imax);
         for (int k = 1; k <= klast; ++k) {
             for (int j = 1; j <= jmax; ++j) {
+                // Distinct arrays are written and read: no dependence between the i points.
+#pragma omp simd
                 for (int i = ib.lo; i <= ib.hi; ++i) {
                     const double h = rhsw(uo, vo, wo, nut, c, i, j, k);
                     w(i, j, k) = abstep(h, fw(i, j, k), fwo(i, j, k), wo(i, j, k), dt);

@@ -3,11 +3,20 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <vector>
 
 #include "run/console_m.hpp"
 #include "run/parallel.hpp"
 
 namespace riffle::pressure {
+
+namespace {
+
+// Columns of i handled together: their divergences are formed plane by plane with unit stride,
+// then summed column by column in the reporting order.
+constexpr int tilewidth = 8;
+
+}  // namespace
 
 void divergence(Storage& st) {
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
@@ -15,25 +24,44 @@ void divergence(Storage& st) {
     const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
     Partials maxima(-std::numeric_limits<double>::infinity());
     Partials sums(0.0);
+    const std::size_t tilesize = static_cast<std::size_t>(tilewidth) * jmax * kmax;
     // i shared among threads; j middle, k innermost, so each thread sums in a fixed order.
 #pragma omp parallel
     {
         double& dmax = maxima.mine();
         double& dsum = sums.mine();
-#pragma omp for schedule(static)
-        for (int i = 1; i <= imax; ++i) {
-            for (int j = 1; j <= jmax; ++j) {
-                for (int k = 1; k <= kmax; ++k) {
-                    const double d = (u(i, j, k) - u(i - 1, j, k)) / dx +
-                                     (v(i, j, k) - v(i, j - 1, k)) / dy +
-                                     (w(i, j, k) - w(i, j, k - 1)) / dz;
-                    dsum += d;
-                    dmax = std::max(dmax, std::abs(d));
-                    if (std::abs(d) > divergencelimit) {
+        thread_local std::vector<double> tile;
+        if (tile.size() < tilesize) tile.resize(tilesize);  // once per thread and grid
+        double* const dt = tile.data();
+        const Block b = staticblock(1, imax);
+        for (int i0 = b.lo; i0 <= b.hi; i0 += tilewidth) {
+            const int n = std::min(tilewidth, b.hi - i0 + 1);
+            // d(i0 + m, j, k) at dt[m + tilewidth ((j - 1) + jmax (k - 1))].
+            for (int k = 1; k <= kmax; ++k) {
+                for (int j = 1; j <= jmax; ++j) {
+                    double* const row = dt + tilewidth * ((j - 1) + static_cast<std::size_t>(jmax) * (k - 1));
+#pragma omp simd
+                    for (int m = 0; m < n; ++m) {
+                        const int i = i0 + m;
+                        row[m] = (u(i, j, k) - u(i - 1, j, k)) / dx +
+                                 (v(i, j, k) - v(i, j - 1, k)) / dy +
+                                 (w(i, j, k) - w(i, j, k - 1)) / dz;
+                    }
+                }
+            }
+            for (int m = 0; m < n; ++m) {
+                for (int j = 1; j <= jmax; ++j) {
+                    const double* col = dt + m + tilewidth * (j - 1);
+                    for (int k = 1; k <= kmax; ++k, col += tilewidth * static_cast<std::size_t>(jmax)) {
+                        const double d = *col;
+                        dsum += d;
+                        dmax = std::max(dmax, std::abs(d));
+                        if (std::abs(d) > divergencelimit) {
 #pragma omp critical(riffle_console)
-                        {
-                            console::writeline(i, j, k);
-                            console::pause();
+                            {
+                                console::writeline(i0 + m, j, k);
+                                console::pause();
+                            }
                         }
                     }
                 }

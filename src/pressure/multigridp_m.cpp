@@ -116,7 +116,17 @@ void linesweep(const View& phi, const CView& src, int nx, int jlo, int jhi, int 
                 // south neighbour of all but the first lane are the columns solved one step ago.
                 const double* p = &phi(s, j0, 1);
                 const double* q = &src(s, j0, 1);
+                // Every eighth step the lines two cache lines ahead of the wavefront are asked
+                // for: the strip reads 2 x lanes + 1 rows of every plane, too many streams for the
+                // hardware to follow.
+                const bool fetch = (s & 7) == 0 && s + 2 * lanes <= nx;
                 for (int k = 1; k <= nz; ++k, p += sk, q += sk) {
+                    if (fetch) {
+                        for (int l = -1; l <= lanes; ++l) {
+                            __builtin_prefetch(p + 2 * lanes + l * sj, 1);
+                            __builtin_prefetch(q + 2 * lanes + l * sj);
+                        }
+                    }
                     Lanes east, north, sv, south;
                     for (int l = 0; l < lanes; ++l) {
                         east[l] = p[l * sl + 1];

@@ -72,13 +72,20 @@ bool crossed(double time, double told, double interval) {
 }
 
 void zerosolid(Storage& st) {
-    for (int k = 0; k <= st.kmax + 1; ++k) {
-        for (int j = 0; j <= st.jmax + 1; ++j) {
-            for (int i = 0; i <= st.imax + 1; ++i) {
-                if (st.iflagu(i, j, k) == -1) st.u(i, j, k) = 0.0;
-                if (st.iflagv(i, j, k) == -1) st.v(i, j, k) = 0.0;
-                if (st.iflagw(i, j, k) == -1) st.w(i, j, k) = 0.0;
-                if (st.iflagp(i, j, k) == -1) st.nut(i, j, k) = 0.0;
+    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
+    const auto fu = st.iflagu.cview(), fv = st.iflagv.cview(), fw = st.iflagw.cview();
+    const auto fp = st.iflagp.cview();
+    const auto u = st.u.view(), v = st.v.view(), w = st.w.view(), nut = st.nut.view();
+    // Every point is set from its own flag alone, so the planes can be shared among threads.
+#pragma omp parallel for schedule(static)
+    for (int k = 0; k <= kmax + 1; ++k) {
+        for (int j = 0; j <= jmax + 1; ++j) {
+#pragma omp simd
+            for (int i = 0; i <= imax + 1; ++i) {
+                if (fu(i, j, k) == -1) u(i, j, k) = 0.0;
+                if (fv(i, j, k) == -1) v(i, j, k) = 0.0;
+                if (fw(i, j, k) == -1) w(i, j, k) = 0.0;
+                if (fp(i, j, k) == -1) nut(i, j, k) = 0.0;
             }
         }
     }
@@ -93,6 +100,7 @@ void storeold(Storage& st) {
 #pragma omp parallel for schedule(static)
     for (int k = 0; k <= kmax + 1; ++k) {
         for (int j = 0; j <= jmax + 1; ++j) {
+#pragma omp simd
             for (int i = 0; i <= imax + 1; ++i) {
                 uo(i, j, k) = u(i, j, k);
                 vo(i, j, k) = v(i, j, k);
