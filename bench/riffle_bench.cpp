@@ -1,31 +1,48 @@
-// riffle-bench CASE: runs riffle on a case exactly as the solver does (the step report goes to
-// stdout) and then prints to stderr the wall time of each routine of the time loop, the time per
-// step, ns per cell per step and the peak resident memory.
+// riffle-bench [--threads-clock] CASE: runs riffle on a case exactly as the solver does (the step
+// report goes to stdout) and then prints to stderr the wall time of each routine of the time loop,
+// its share of the loop, the time per step, ns per cell per step and the peak resident memory in
+// MiB and in bytes per cell. With --thread-clocks each routine's load imbalance is printed too:
+// the busiest thread's CPU time in it over the mean of the threads (run with a passive OpenMP wait
+// policy, so that idle threads sleep and their CPU time is their work).
 #include <sys/resource.h>
+
+#include <omp.h>
 
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 
 #include "run/driver_m.hpp"
 
 int main(int argc, char** argv) {
-    riffle::RoutineTimers timers;
+    bool clocks = false;
+    if (argc > 1 && std::strcmp(argv[1], "--thread-clocks") == 0) {
+        clocks = true;
+        --argc;
+        ++argv;
+    }
+    riffle::RoutineTimers timers(true, clocks);
     const auto t0 = std::chrono::steady_clock::now();
     const int status = riffle::riffle(argc, argv, &timers);
     const double total = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-    const riffle::RoutineTimers& f = timers;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    const double cells = static_cast<double>(f.cells);
+    const double cells = static_cast<double>(timers.cells);
     double looptime = 0.0;
-    for (const auto& e : timers.entries()) looptime += e.second;
-    std::fprintf(stderr, "cells %.0f  steps %d  run %.3f s  loop %.3f s\n", cells, f.steps, total,
-                 looptime);
-    std::fprintf(stderr, "seconds per step %.6f  ns per cell per step %.2f  peak memory %.1f MiB\n",
-                 looptime / f.steps, 1e9 * looptime / f.steps / cells, usage.ru_maxrss / 1024.0);
-    for (const auto& [name, seconds] : timers.entries()) {
-        std::fprintf(stderr, "  %-18s %9.3f s  %5.1f %%\n", name.c_str(), seconds,
-                     100.0 * seconds / looptime);
+    for (const auto& e : timers.entries()) looptime += e.seconds;
+    const double peak = static_cast<double>(usage.ru_maxrss) * 1024.0;
+    std::fprintf(stderr, "threads %d  cells %.0f  steps %d  run %.3f s  loop %.3f s\n",
+                 omp_get_max_threads(), cells, timers.steps, total, looptime);
+    std::fprintf(stderr,
+                 "seconds per step %.6f  ns per cell per step %.2f  peak memory %.1f MiB  "
+                 "%.0f bytes per cell\n",
+                 looptime / timers.steps, 1e9 * looptime / timers.steps / cells,
+                 peak / (1024.0 * 1024.0), peak / cells);
+    for (const auto& e : timers.entries()) {
+        std::fprintf(stderr, "  %-18s %9.3f s  %5.1f %%", e.name.c_str(), e.seconds,
+                     100.0 * e.seconds / looptime);
+        if (clocks) std::fprintf(stderr, "  imbalance %.2f", e.imbalance());
+        std::fprintf(stderr, "\n");
     }
     return status;
 }

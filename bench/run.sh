@@ -1,9 +1,14 @@
 #!/usr/bin/env bash
-# Whole-solver benchmark: builds Release, makes cases of two periodic dunes of 64x32x16,
-# 128x64x32 and 256x128x64 cells and runs a fixed number of steps on 1 and 2 threads, printing
-# per run the time per step, ns per cell per step, peak memory and each routine's share of the
-# loop.
-# Usage: bench/run.sh [BUILD_DIR]   (figures also saved in bench/out/results.txt)
+# Whole-solver benchmark. Builds Release and makes three cases:
+#   dunes-1M   two periodic dunes, 256 x 64 x 64 cells  (1 048 576)
+#   dunes-2M   the same dunes,      256 x 128 x 64 cells (2 097 152)
+#   flat-74k   flat rough bed one cell above the bottom, 96 x 48 x 16 cells, periodic in x and y
+# and runs each on 1 thread and on every power of two up to the number of cores, printing the
+# time per step, ns per cell per step, peak memory (MiB and bytes per cell) and each routine's
+# share of the loop. A second run with more than one thread, with a passive OpenMP wait policy so
+# that idle threads sleep, prints each routine's load imbalance (busiest thread's CPU time over
+# the mean). Figures are also saved in bench/out/results.txt.
+# Usage: bench/run.sh [BUILD_DIR]
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${1:-$root/build}"
@@ -12,40 +17,77 @@ cmake --build "$build" -j "$(nproc)" --target riffle-bench riffle-case > /dev/nu
 out="$root/bench/out"
 mkdir -p "$out"
 results="$out/results.txt"
-: > "$results"
 
-# name  nodes-x nodes-y kmaxItm  steps
-cases=("64x32x16 65 33 4 20" "128x64x32 129 65 5 10" "256x128x64 257 129 6 4")
-{
-    echo "Riffle benchmark, $(date -u +%Y-%m-%d), $(nproc) cores: $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ *//')"
-    for c in "${cases[@]}"; do
-        read -r name ni nj kexp steps <<< "$c"
-        recipe="$out/$name.recipe"
-        cat > "$recipe" <<RECIPE
+dunes() {  # nodes-y ymax steps
+    cat <<RECIPE
 xmax = 1.6
-ymax = 0.8
-ni = $ni
-nj = $nj
+ymax = $2
+ni = 257
+nj = $1
 bed = dunes
 height = 0.05
 length = 0.8
 zmaxItm = 0.4
-kmaxItm = $kexp
+kmaxItm = 6
 dischargeItm = 0.1
 iPerturbItmItm = 4.9406564584124654e-324
 amplitudeItm = 0.01
 timetypeItm = 1
 timestepItm = 0.001
-endtimeItm = $(awk "BEGIN { print ($steps - 0.5) * 0.001 }")
+endtimeItm = $(awk "BEGIN { print ($3 - 0.5) * 0.001 }")
 OTimeItm = 1000.0
 kpoismaxItm = 5
 RECIPE
-        "$build/tools/casebuilder/riffle-case" "$recipe" -o "$out/$name.cgns" > /dev/null 2>&1
-        for threads in 1 2; do
+}
+
+flat() {  # steps
+    cat <<RECIPE
+xmax = 0.8
+ymax = 0.4
+ni = 97
+nj = 49
+bed = flat
+level = 0.0
+kmaxItm = 4
+zmaxItm = 0.1
+yBoundItm = 0
+zBoundItm = 0
+velocity = 0.46
+BedItm = 1
+SedimentItm = 1.0
+timetypeItm = 1
+timestepItm = 0.002
+endtimeItm = $(awk "BEGIN { print ($1 - 0.5) * 0.002 }")
+OTimeItm = 1000.0
+kpoismaxItm = 5
+RECIPE
+}
+
+threads=(1)
+t=2
+while (( t <= $(nproc) )); do threads+=("$t"); t=$(( t * 2 )); done
+
+{
+    echo "Riffle benchmark, $(date -u +%Y-%m-%d), $(nproc) cores: $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ *//')"
+    for c in "dunes-1M" "dunes-2M" "flat-74k"; do
+        case $c in
+            dunes-1M) dunes 65 0.4 6 > "$out/$c.recipe" ;;
+            dunes-2M) dunes 129 0.8 4 > "$out/$c.recipe" ;;
+            flat-74k) flat 40 > "$out/$c.recipe" ;;
+        esac
+        "$build/tools/casebuilder/riffle-case" "$out/$c.recipe" -o "$out/$c.cgns" > /dev/null 2>&1
+        for n in "${threads[@]}"; do
             echo
-            echo "== $name cells, $threads thread(s), $steps steps"
-            OMP_NUM_THREADS=$threads "$build/bench/riffle-bench" "$out/$name.cgns" 2>&1 > /dev/null < /dev/null
+            echo "== $c, $n thread(s)"
+            cp "$out/$c.cgns" "$out/run.cgns"
+            OMP_NUM_THREADS=$n "$build/bench/riffle-bench" "$out/run.cgns" 2>&1 > /dev/null < /dev/null
+            if (( n > 1 )); then
+                echo "-- load imbalance, $n threads (passive wait policy)"
+                cp "$out/$c.cgns" "$out/run.cgns"
+                OMP_NUM_THREADS=$n OMP_WAIT_POLICY=passive "$build/bench/riffle-bench" \
+                    --thread-clocks "$out/run.cgns" 2>&1 > /dev/null < /dev/null | grep imbalance
+            fi
         done
-        rm -f "$out/$name.cgns"
+        rm -f "$out/$c.cgns" "$out/run.cgns"
     done
 } | tee "$results"

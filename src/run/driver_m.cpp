@@ -1,6 +1,10 @@
 #include "run/driver_m.hpp"
 
+#include <omp.h>
+
+#include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <cmath>
 #include <cstdio>
 #include <stdexcept>
@@ -48,13 +52,39 @@ constexpr double zerosolidstep = 0.0008;
 }  // namespace
 
 void RoutineTimers::add(const char* name, double seconds) {
-    for (auto& [n, s] : entries_) {
-        if (n == name) {
-            s += seconds;
-            return;
-        }
+    Entry* e = nullptr;
+    for (Entry& x : entries_) {
+        if (x.name == name) e = &x;
     }
-    entries_.emplace_back(name, seconds);
+    if (e == nullptr) {
+        entries_.push_back(Entry{name, 0.0, {}});
+        e = &entries_.back();
+    }
+    e->seconds += seconds;
+    if (threadclocks_) {
+        if (e->busy.size() < end_.size()) e->busy.resize(end_.size(), 0.0);
+        for (std::size_t t = 0; t < end_.size() && t < start_.size(); ++t) e->busy[t] += end_[t] - start_[t];
+    }
+}
+
+void RoutineTimers::readclocks(std::vector<double>& clocks) {
+    clocks.resize(static_cast<std::size_t>(omp_get_max_threads()));
+    double* const c = clocks.data();
+#pragma omp parallel
+    {
+        timespec ts{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+        c[omp_get_thread_num()] = static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+    }
+}
+
+double RoutineTimers::Entry::imbalance() const {
+    double most = 0.0, sum = 0.0;
+    for (const double b : busy) {
+        most = std::max(most, b);
+        sum += b;
+    }
+    return sum > 0.0 ? most * static_cast<double>(busy.size()) / sum : 1.0;
 }
 
 double RoutineTimers::now() {
