@@ -1,4 +1,5 @@
-// Micro-benchmarks of the hot kernels on a 64x32x16 box with a disturbed flow, reported per cell:
+// Micro-benchmarks of the hot kernels on a box with a disturbed flow (argument 0: 64x32x16 cells,
+// 1: 256x64x64), reported per cell:
 //   build/bench/riffle-micro [--benchmark_filter=...]
 #include <benchmark/benchmark.h>
 
@@ -15,11 +16,12 @@ namespace {
 
 using riffle::Storage;
 
-Storage disturbedbox() {
+// A box of 64 x 32 x 16 cells (fits in cache) for size 0, of 256 x 64 x 64 cells (1 M) for size 1.
+Storage disturbedbox(int size) {
     Storage st;
-    st.imax = 64;
-    st.jmax = 32;
-    st.kmax = 16;
+    st.imax = size == 0 ? 64 : 256;
+    st.jmax = size == 0 ? 32 : 64;
+    st.kmax = size == 0 ? 16 : 64;
     st.dx = st.dy = 0.025;
     st.dz = 0.0125;
     st.ymax = 0.8;
@@ -46,34 +48,34 @@ void percell(benchmark::State& state, const Storage& st) {
 }
 
 void xvelocity(benchmark::State& state) {
-    Storage st = disturbedbox();
+    Storage st = disturbedbox(static_cast<int>(state.range(0)));
     for (auto _ : state) riffle::flow::xvelocity(st);
     percell(state, st);
 }
-BENCHMARK(xvelocity)->Unit(benchmark::kMicrosecond);
+BENCHMARK(xvelocity)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 void smagorinsky(benchmark::State& state) {
-    Storage st = disturbedbox();
+    Storage st = disturbedbox(static_cast<int>(state.range(0)));
     for (auto _ : state) riffle::flow::smagorinsky(st);
     percell(state, st);
 }
-BENCHMARK(smagorinsky)->Unit(benchmark::kMicrosecond);
+BENCHMARK(smagorinsky)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 void smoothing(benchmark::State& state) {
-    Storage st = disturbedbox();
+    Storage st = disturbedbox(static_cast<int>(state.range(0)));
     riffle::pressure::sourcep(st);
     for (auto _ : state) riffle::pressure::smoothingp(st, 0, 1);
     percell(state, st);
 }
-BENCHMARK(smoothing)->Unit(benchmark::kMicrosecond);
+BENCHMARK(smoothing)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 void vcycle(benchmark::State& state) {
-    Storage st = disturbedbox();
+    Storage st = disturbedbox(static_cast<int>(state.range(0)));
     riffle::pressure::sourcep(st);
     for (auto _ : state) riffle::pressure::multigridp(st, 0, 1, 2, 2, 100);
     percell(state, st);
 }
-BENCHMARK(vcycle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(vcycle)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

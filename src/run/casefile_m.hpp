@@ -21,7 +21,7 @@ public:
 // Node arrays owned by the driver, over the grid nodes (0:imax, 0:jmax, 0:kmax); node (i,j,k) is
 // the corner shared by cells i and i+1 (likewise in j, k).
 struct NodeArrays {
-    Field3d x3, y3, z3;
+    Field3d x3, y3, z3;  // x3 and y3 are released once the grid is written
     Field2d elev;  // bed elevation at the nodes (0:imax, 0:jmax)
     Field3d unode, vnode, wnode, pnode, vortnode, qnode;
 };

@@ -66,7 +66,7 @@ std::uint64_t allocationbytes(const Storage& st) {
     std::uint64_t bytes = 0;
     for (int l = 0; l >= st.lmin; --l) {
         const int f = 1 << (-l);
-        bytes += 5 * 8 * cells(Range{0, st.imax / f + 1}, Range{0, st.jmax / f + 1},
+        bytes += 4 * 8 * cells(Range{0, st.imax / f + 1}, Range{0, st.jmax / f + 1},
                                Range{0, st.kmax / f + 1});
     }
     // p, fu..fwo (6), nut, 7 strain arrays, vort, qc: 17 cell-centred reals.
@@ -92,7 +92,7 @@ void allocation(Storage& st) {
             m.nj = st.jmax / f;
             m.nk = st.kmax / f;
             const Range ri{0, m.ni + 1}, rj{0, m.nj + 1}, rk{0, m.nk + 1};
-            for (Field3d* a : {&m.phi, &m.lphi, &m.res, &m.src, &m.wk}) a->allocate(ri, rj, rk);
+            for (Field3d* a : {&m.phi, &m.lphi, &m.res, &m.src}) a->allocate(ri, rj, rk);
         }
         st.p.allocate(e.cell_i, e.cell_j, e.cell_k);
         st.u.allocate(e.face_i, e.cell_j, e.cell_k);

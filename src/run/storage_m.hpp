@@ -26,7 +26,7 @@ using Field3d = Field3<double>;
 using Field3i = Field3<std::int32_t>;
 using Field2d = Field2<double>;
 
-// One level of the multigrid hierarchy: cell counts ni x nj x nk, five cell-centred arrays over
+// One level of the multigrid hierarchy: cell counts ni x nj x nk, four cell-centred arrays over
 // (0:ni+1, 0:nj+1, 0:nk+1).
 struct mglevel {
     int ni = 0, nj = 0, nk = 0;
@@ -34,7 +34,6 @@ struct mglevel {
     Field3d lphi;  // operator applied to phi
     Field3d res;   // residual
     Field3d src;   // source (right-hand side)
-    Field3d wk;    // work array
 };
 
 // Faces of the box, in the order of the boundary-code arrays (index 1..6; index 0 unused).

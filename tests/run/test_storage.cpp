@@ -30,7 +30,7 @@ TEST(Storage, LevelCountAndSizes) {
         EXPECT_EQ(m.ni, expect[-l][0]);
         EXPECT_EQ(m.nj, expect[-l][1]);
         EXPECT_EQ(m.nk, expect[-l][2]);
-        EXPECT_EQ(m.wk.krange().hi, m.nk + 1);
+        EXPECT_EQ(m.src.krange().hi, m.nk + 1);
     }
     // One cell in x: a single level. The halving stops at the first direction that runs out.
     for (auto [imax, jmax, kmax, lmin] : {std::tuple{1, 64, 64, 0}, std::tuple{64, 64, 1, 0},
