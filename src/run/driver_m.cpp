@@ -155,6 +155,8 @@ void nodeaveraging(const Storage& st, NodeArrays& nodes) {
                         a(i, j, k + 1) + a(i + 1, j, k + 1) + a(i, j + 1, k + 1) +
                         a(i + 1, j + 1, k + 1));
     };
+    // Every node is averaged on its own, so the planes can be shared among threads.
+#pragma omp parallel for schedule(static)
     for (int k = 0; k <= st.kmax; ++k) {
         for (int j = 0; j <= st.jmax; ++j) {
             for (int i = 0; i <= st.imax; ++i) {
