@@ -553,30 +553,37 @@ void prolongationp(Storage& st, int level) {
     const mglevel& cm = st.mg(level - 1);
     const int ncx = cm.ni, ncy = cm.nj, ncz = cm.nk;
     const CView cphi = cm.phi.cview();
+    const Level g = level_of(st, level);
+    const Codes t = codes_of(st);
     const View phi = st.mg(level).phi.view();
     const View res = st.mg(level).res.view();
-#pragma omp parallel for if (worththreads(2 * ncx, 2 * ncy, 2 * ncz)) schedule(static)
-    for (int kc = 1; kc <= ncz; ++kc) {
-        for (int dk = -1; dk <= 1; dk += 2) {  // lower child (2K-1) leans on K-1, upper on K+1
-            const int k = 2 * kc + (dk - 1) / 2;
-            for (int jc = 1; jc <= ncy; ++jc) {
-                for (int dj = -1; dj <= 1; dj += 2) {
-                    const int j = 2 * jc + (dj - 1) / 2;
-                    for (int ic = 1; ic <= ncx; ++ic) {
-                        const double p = cphi(ic, jc, kc);
-                        const double pj = cphi(ic, jc + dj, kc), pk = cphi(ic, jc, kc + dk);
-                        const double lo = fourpoint(p, cphi(ic - 1, jc, kc), pj, pk);
-                        const double hi = fourpoint(p, cphi(ic + 1, jc, kc), pj, pk);
-                        phi(2 * ic - 1, j, k) = phi(2 * ic - 1, j, k) + lo;
-                        res(2 * ic - 1, j, k) = lo;
-                        phi(2 * ic, j, k) = phi(2 * ic, j, k) + hi;
-                        res(2 * ic, j, k) = hi;
+    // One region: the interpolation, then the fine level's ghost refresh (boundarypres).
+#pragma omp parallel if (worththreads(g.nx, g.ny, g.nz))
+    {
+#pragma omp for schedule(static)
+        for (int kc = 1; kc <= ncz; ++kc) {
+            for (int dk = -1; dk <= 1; dk += 2) {  // lower child (2K-1) leans on K-1, upper on K+1
+                const int k = 2 * kc + (dk - 1) / 2;
+                for (int jc = 1; jc <= ncy; ++jc) {
+                    for (int dj = -1; dj <= 1; dj += 2) {
+                        const int j = 2 * jc + (dj - 1) / 2;
+                        for (int ic = 1; ic <= ncx; ++ic) {
+                            const double p = cphi(ic, jc, kc);
+                            const double pj = cphi(ic, jc + dj, kc), pk = cphi(ic, jc, kc + dk);
+                            const double lo = fourpoint(p, cphi(ic - 1, jc, kc), pj, pk);
+                            const double hi = fourpoint(p, cphi(ic + 1, jc, kc), pj, pk);
+                            phi(2 * ic - 1, j, k) = phi(2 * ic - 1, j, k) + lo;
+                            res(2 * ic - 1, j, k) = lo;
+                            phi(2 * ic, j, k) = phi(2 * ic, j, k) + hi;
+                            res(2 * ic, j, k) = hi;
+                        }
                     }
                 }
             }
         }
+        faceghosts(phi, g.nx, g.ny, g.nz, t);
+        edgeghosts(phi, g.nx, g.ny, g.nz);
     }
-    boundarypres(st, level);
 }
 
 }  // namespace riffle::pressure
