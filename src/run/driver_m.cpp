@@ -15,6 +15,7 @@
 #include "flow/yvelocity_m.hpp"
 #include "flow/zvelocity_m.hpp"
 #include "ibm/flagdeter_m.hpp"
+#include "ibm/forcinglist_m.hpp"
 #include "ibm/immersing_m.hpp"
 #include "platform/kavellib.hpp"
 #include "pressure/correction_m.hpp"
@@ -202,6 +203,7 @@ void startup(Storage& st, NodeArrays& nodes) {
     ibm::flagdeter(st);
 
     readroughness(st);
+    ibm::uselists(st);  // the bed is fixed from here on: forcing points kept in lists
 
     pressure::vorticity(st);
     writeresults(st, nodes);
