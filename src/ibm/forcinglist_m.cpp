@@ -414,18 +414,6 @@ struct Flow {
           visc(st.visc) {}
 };
 
-// Velocity variants 1 and 2 at one entry: the value of component c.
-inline double trilinearvalue(const Flow& fl, const TrilinearPoint& e, Component c, bool smooth) {
-    const Point3 v{trilinear(fl.u, e.su), trilinear(fl.v, e.sv), trilinear(fl.w, e.sw)};
-    const Tangential t = tangential(v, e.e);
-    if (t.ut == 0.0) return 0.0;
-    const double rough = roughustarln(t.ut, e.lnd);
-    // Friction velocity from the smooth-wall law at R in variant 1, velocity at P from the
-    // rough-wall law in both: the pairing is deliberate.
-    const double ustar = smooth ? smoothustarfrom(rough, t.ut, e.d, fl.visc).ustar : rough;
-    return roughprofileln(ustar, e.lndp) * component(t.vt, c) / t.ut;
-}
-
 // The velocity at the image point of an entry: the three blocks summed side by side.
 inline Point3 idwvelocityat(const Flow& fl, const IdwPoint& e) {
     const ConstView3<double> q[3] = {fl.u, fl.v, fl.w};
@@ -451,47 +439,85 @@ inline Point3 idwvelocityat(const Flow& fl, const IdwPoint& e) {
     return {vc[0], vc[1], vc[2]};
 }
 
-// Velocity variants 3 and 4 at one entry.
-inline double idwpointvalue(const Storage& st, const Flow& fl, const IdwPoint& e, Site site,
-                            Component c, bool smooth) {
-    if (e.zero) return 0.0;
-    const Point3 v = idwvelocityat(fl, e);
-    const Tangential t = tangential(v, e.e);
-    if (t.ut == 0.0) return 0.0;
-    const double rough = roughustarln(t.ut, e.lnd);
-    if (!smooth) return roughprofileln(rough, e.lndp) * component(t.vt, c) / t.ut;
-    const UstarSolve s = threelayerustarfrom(rough, t.ut, e.d, fl.visc);
-    if (s.converged) return roughprofileln(s.ustar, e.lndp) * component(t.vt, c) / t.ut;
-    // The law has no solution at R: farther out, as the point-by-point routine goes on.
+// Variant 3 where the three-layer law has no solution at R: R moves out and the law is tried
+// again, as the point-by-point routine goes on from there.
+inline double fartherout(const Storage& st, const IdwPoint& e, Component c) {
     const double step = step_idw * st.dy;
     double value = 0.0;
-    idwimage(st, sitepoint(st, site, e.i, e.j, e.k), e.dp, e.e, e.r + step * e.e, c, value, true);
+    idwimage(st, sitepoint(st, static_cast<Site>(c), e.i, e.j, e.k), e.dp, e.e, e.r + step * e.e, c,
+             value, true);
     return value;
+}
+inline double fartherout(const Storage&, const TrilinearPoint&, Component) { return 0.0; }
+
+// The velocity forcing of one grid. Each thread takes the share of the list a static schedule
+// would give it, in groups of entries whose friction-velocity laws are solved side by side:
+// the image velocity and its tangential part for each entry, the laws of the group, the values.
+template <class Entry, class Image>
+void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<double>& q,
+                Component c, Image image) {
+    constexpr int group = maxsolves;
+    const bool smooth = st.ibed == 0, trilinearlaw = st.iIBM == 0;
+    const double visc = st.visc;
+    const Entry* entries = list.data();
+    const Block mine = staticblock(0, static_cast<int>(list.size()) - 1);
+    for (int m0 = mine.lo; m0 <= mine.hi; m0 += group) {
+        const int count = std::min(group, mine.hi - m0 + 1);
+        Tangential t[group];
+        double value[group], start[group], ut[group], d[group], ustar[group];
+        bool converged[group];
+        int law[group], nlaw = 0;
+        for (int n = 0; n < count; ++n) {
+            const Entry& e = entries[m0 + n];
+            value[n] = 0.0;
+            if (!image(e, t[n]) || t[n].ut == 0.0) continue; // no tangential flow: 0
+            law[nlaw] = n;
+            start[nlaw] = roughustarln(t[n].ut, e.lnd);
+            ut[nlaw] = t[n].ut;
+            d[nlaw] = e.d;
+            converged[nlaw] = true;
+            ++nlaw;
+        }
+        if (!smooth) {
+            std::copy(start, start + nlaw, ustar);
+        } else if (trilinearlaw) {
+            // Friction velocity from the smooth-wall law at R, velocity at P from the rough-wall
+            // law: the pairing is deliberate.
+            smoothustars(nlaw, start, ut, d, visc, ustar);
+        } else {
+            threelayerustars(nlaw, start, ut, d, visc, ustar, converged);
+        }
+        for (int l = 0; l < nlaw; ++l) {
+            const int n = law[l];
+            const Entry& e = entries[m0 + n];
+            value[n] = roughprofileln(ustar[l], e.lndp) * component(t[n].vt, c) / t[n].ut;
+            if (!converged[l]) value[n] = fartherout(st, e, c);
+        }
+        for (int n = 0; n < count; ++n) {
+            const Entry& e = entries[m0 + n];
+            q(e.i, e.j, e.k) = value[n];
+        }
+    }
+#pragma omp barrier
 }
 
 void walkvelocity(Storage& st, int grid) {
     const PointList& list = st.forcing.velocity[static_cast<std::size_t>(grid)];
     const Flow fl(st);
-    const auto site = static_cast<Site>(grid);
     const auto c = static_cast<Component>(grid);
     const View3<double> q = grid == 0 ? st.u.view() : grid == 1 ? st.v.view() : st.w.view();
-    const bool smooth = st.ibed == 0;
     if (st.iIBM == 0) {
-        const auto n = static_cast<std::int32_t>(list.trilinear.size());
-        const TrilinearPoint* entries = list.trilinear.data();
-#pragma omp for schedule(static)
-        for (std::int32_t m = 0; m < n; ++m) {
-            const TrilinearPoint& e = entries[m];
-            q(e.i, e.j, e.k) = trilinearvalue(fl, e, c, smooth);
-        }
+        walkgroups(st, list.trilinear, q, c, [&fl](const TrilinearPoint& e, Tangential& t) {
+            const Point3 v{trilinear(fl.u, e.su), trilinear(fl.v, e.sv), trilinear(fl.w, e.sw)};
+            t = tangential(v, e.e);
+            return true;
+        });
     } else {
-        const auto n = static_cast<std::int32_t>(list.idw.size());
-        const IdwPoint* entries = list.idw.data();
-#pragma omp for schedule(static)
-        for (std::int32_t m = 0; m < n; ++m) {
-            const IdwPoint& e = entries[m];
-            q(e.i, e.j, e.k) = idwpointvalue(st, fl, e, site, c, smooth);
-        }
+        walkgroups(st, list.idw, q, c, [&fl](const IdwPoint& e, Tangential& t) {
+            if (e.zero) return false; // within z0 of the bed: 0
+            t = tangential(idwvelocityat(fl, e), e.e);
+            return true;
+        });
     }
 }
 

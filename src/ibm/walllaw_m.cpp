@@ -41,6 +41,12 @@ inline double newtonpass(double us, double ut, double d, double visc, Layer laye
     }
 }
 
+// One pass of the smooth-wall Newton.
+inline double smoothpass(double us, double ut, double d, double visc) {
+    const double ex = std::exp(kappa * (ut / us - smooth_wall_b));
+    return us - (ex - d * us / visc) / (-ex * kappa * ut / (us * us) - d / visc);
+}
+
 inline double fixedpointpass(double us, double ut, double d, double visc, Layer layer) {
     const double yplus = d * us / visc;
     switch (layer) {
@@ -52,6 +58,12 @@ inline double fixedpointpass(double us, double ut, double d, double visc, Layer 
     default:
         return ut / (log_slope * std::log(yplus) + log_offset);
     }
+}
+
+// One pass of the three-layer law in the layer of the current u*.
+inline double layerpass(double us, double ut, double d, double visc, bool newton, Layer& layer) {
+    layer = layerof(d * us / visc);
+    return newton ? newtonpass(us, ut, d, visc, layer) : fixedpointpass(us, ut, d, visc, layer);
 }
 
 } // namespace
@@ -84,8 +96,7 @@ UstarSolve smoothustarfrom(double start, double ut, double d, double visc) {
     for (;;) {
         // The passes are counted but not limited: the loop ends on convergence only.
         ++s.passes;
-        const double ex = std::exp(kappa * (ut / us - smooth_wall_b));
-        const double next = us - (ex - d * us / visc) / (-ex * kappa * ut / (us * us) - d / visc);
+        const double next = smoothpass(us, ut, d, visc);
         const double change = std::fabs((next - us) / next);
         us = next;
         if (change <= smooth_tol) {
@@ -108,9 +119,7 @@ UstarSolve threelayerustarfrom(double start, double ut, double d, double visc) {
         s.newton = method == 0;
         double us = start;
         for (int pass = 1; pass <= layer_maxpasses; ++pass) {
-            s.layer = layerof(d * us / visc);
-            const double next = s.newton ? newtonpass(us, ut, d, visc, s.layer)
-                                         : fixedpointpass(us, ut, d, visc, s.layer);
+            const double next = layerpass(us, ut, d, visc, s.newton, s.layer);
             const double change = std::fabs((next - us) / next);
             us = next;
             s.passes = pass;
@@ -123,6 +132,70 @@ UstarSolve threelayerustarfrom(double start, double ut, double d, double visc) {
         s.ustar = us;
     }
     return s;
+}
+
+void smoothustars(int count, const double* start, const double* ut, const double* d, double visc,
+                  double* ustar) {
+    double us[maxsolves];
+    bool live[maxsolves];
+    int left = count;
+    for (int n = 0; n < count; ++n) {
+        us[n] = start[n];
+        live[n] = true;
+    }
+    while (left > 0) {
+        for (int n = 0; n < count; ++n) {
+            if (!live[n]) continue;
+            const double next = smoothpass(us[n], ut[n], d[n], visc);
+            const double change = std::fabs((next - us[n]) / next);
+            us[n] = next;
+            if (change <= smooth_tol || std::isnan(change)) {
+                live[n] = false;
+                --left;
+            }
+        }
+    }
+    for (int n = 0; n < count; ++n)
+        ustar[n] = us[n];
+}
+
+void threelayerustars(int count, const double* start, const double* ut, const double* d,
+                      double visc, double* ustar, bool* converged) {
+    double us[maxsolves];
+    int pass[maxsolves];
+    bool newton[maxsolves], live[maxsolves];
+    int left = count;
+    for (int n = 0; n < count; ++n) {
+        us[n] = start[n];
+        pass[n] = 0;
+        newton[n] = true;
+        live[n] = true;
+        converged[n] = false;
+    }
+    while (left > 0) {
+        for (int n = 0; n < count; ++n) {
+            if (!live[n]) continue;
+            Layer layer;
+            const double next = layerpass(us[n], ut[n], d[n], visc, newton[n], layer);
+            const double change = std::fabs((next - us[n]) / next);
+            us[n] = next;
+            ++pass[n];
+            if (change <= layer_tol) {
+                converged[n] = true;
+            } else if (pass[n] < layer_maxpasses) {
+                continue;
+            } else if (newton[n]) { // Newton gave up: the fixed-point iteration from the start
+                newton[n] = false;
+                pass[n] = 0;
+                us[n] = start[n];
+                continue;
+            }
+            live[n] = false;
+            --left;
+        }
+    }
+    for (int n = 0; n < count; ++n)
+        ustar[n] = us[n];
 }
 
 double walltrismooth(const Storage& st, Point3 p, Point3 f, Component c, double& value) {
