@@ -1,6 +1,7 @@
 // riffle-bench CASE: runs riffle on a case exactly as the solver does (the step report goes to
 // stdout) and then prints to stderr the wall time of each routine of the time loop, the time per
-// step, ns per cell per step and the peak resident memory.
+// step, ns per cell per step, the peak resident memory, and the forcing points of the immersed bed
+// with the memory their lists take.
 #include <sys/resource.h>
 
 #include <chrono>
@@ -23,6 +24,11 @@ int main(int argc, char** argv) {
                  looptime);
     std::fprintf(stderr, "seconds per step %.6f  ns per cell per step %.2f  peak memory %.1f MiB\n",
                  looptime / f.steps, 1e9 * looptime / f.steps / cells, usage.ru_maxrss / 1024.0);
+    std::fprintf(stderr,
+                 "forcing points u %lld v %lld w %lld centres %lld  lists %.1f MiB, %.2f bytes "
+                 "per cell\n",
+                 f.forcingpoints[0], f.forcingpoints[1], f.forcingpoints[2], f.forcingpoints[3],
+                 f.listbytes / 1048576.0, f.listbytes / cells);
     for (const auto& [name, seconds] : timers.entries()) {
         std::fprintf(stderr, "  %-18s %9.3f s  %5.1f %%\n", name.c_str(), seconds,
                      100.0 * seconds / looptime);

@@ -190,6 +190,7 @@ void build(Storage& st, Site site, PointList& list, const ListKey& key, Make mak
                     e.k = k;
                     entries.push_back(e);
                 }
+        entries.shrink_to_fit();
         const auto nt = static_cast<std::size_t>(omp_get_num_threads());
         fl.threadwarnings.resize(nt);
         for (auto& w : fl.threadwarnings)

@@ -308,6 +308,12 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
         stopwith(e.what());
     }
     pf::CG_CLOSE_F(fid, ier);
+    for (std::size_t n = 0; n < 4; ++n) {
+        const ibm::PointList& l = n < 3 ? st.forcing.velocity[n] : st.forcing.eddy;
+        t.forcingpoints[n] =
+            static_cast<long long>(l.trilinear.size() + l.idw.size() + l.eddy.size());
+    }
+    t.listbytes = static_cast<long long>(ibm::listbytes(st.forcing));
     return EXIT_SUCCESS;
 }
 
