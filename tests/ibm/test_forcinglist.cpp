@@ -1,12 +1,14 @@
 // Lists of forcing points against the search at every call: over dunes between side walls with a
 // disturbed flow, every velocity and eddy-viscosity variant on one and two threads gives the bits
-// of the point-by-point routines, and a bed that moves makes the lists again.
+// of the point-by-point routines, a bed that moves makes the lists again, and the warnings of
+// the search come at every use as the search prints them.
 #include <gtest/gtest.h>
 #include <omp.h>
 
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <string>
 
 #include "flow/smagorinsky_m.hpp"
 #include "ibm/flagdeter_m.hpp"
@@ -27,7 +29,7 @@ Storage dunes(int iibm, int ibed) {
     st.ibed = ibed;
     st.ks = 2.0;
     st.visc = 1e-6;
-    st.cs = 0.1;
+    st.cs = 0.1; // a Smagorinsky viscosity to interpolate
     for (int j = 0; j <= st.jmax + 1; ++j)
         for (int i = 0; i <= st.imax + 1; ++i)
             st.zb(i, j) = 0.05 + 0.04 * std::sin(2.0 * M_PI * (0.075 * (i - 0.5) + 0.03 * j) / 0.6);
@@ -51,14 +53,6 @@ void force(Storage& st, int threads) {
     }
 }
 
-// The bed rises by two cells over one dune: other forcing points.
-void raise(Storage& st) {
-    for (int j = 0; j <= st.jmax + 1; ++j)
-        for (int i = 0; i <= 8; ++i)
-            st.zb(i, j) += 0.04;
-    flagdeter(st);
-}
-
 int compare(const Storage& a, const Storage& b, const char* when) {
     int n = 0;
     for (auto f : {&Storage::u, &Storage::v, &Storage::w, &Storage::nut}) {
@@ -79,13 +73,15 @@ TEST(ForcingLists, SameBitsAsTheSearchForEveryVariantOnOneAndTwoThreads) {
                 uselists(st);
                 force(ref, 1); // searches at every call
                 force(st, threads);
-                EXPECT_GT(st.forcing.velocity[0].trilinear.size() +
-                              st.forcing.velocity[0].idw.size(),
-                          16u);
+                EXPECT_GT(st.forcing.eddy.eddy.size(), 16u);
                 compared += compare(st, ref, "");
                 const auto before = st.forcing.classification;
-                raise(ref);
-                raise(st);
+                for (Storage* s : {&ref, &st}) { // the bed rises by two cells over one dune
+                    for (int j = 0; j <= s->jmax + 1; ++j)
+                        for (int i = 0; i <= 8; ++i)
+                            s->zb(i, j) += 0.04;
+                    flagdeter(*s);
+                }
                 EXPECT_EQ(st.forcing.classification, before + 1);
                 force(ref, 1);
                 force(st, threads);
@@ -95,6 +91,31 @@ TEST(ForcingLists, SameBitsAsTheSearchForEveryVariantOnOneAndTwoThreads) {
     }
     omp_set_num_threads(2);
     EXPECT_EQ(compared, 64);
+}
+
+TEST(ForcingLists, SearchWarningsComeAtEveryUse) {
+    // A column twenty cells tall on a diagonal slope: patch projections that do not converge.
+    Storage st[2] = {testsupport::box(8, 8, 40, 1.0, 1.0, 1.0),
+                     testsupport::box(8, 8, 40, 1.0, 1.0, 1.0)};
+    std::string out[2];
+    for (int n : {0, 1}) {
+        setboundarycodes(st[n], 0, 1, 0);
+        st[n].iIBM = st[n].ibed = 1;
+        st[n].ks = 2.0;
+        for (int j = 0; j <= 9; ++j)
+            for (int i = 0; i <= 9; ++i)
+                st[n].zb(i, j) = 20.0 + (i - j) + (i == 4 && j == 4 ? 20.0 : 0.0);
+        st[n].u.fill(0.3);
+        st[n].v.fill(0.01);
+        flagdeter(st[n]);
+        if (n == 1) uselists(st[n]);
+        testing::internal::CaptureStdout();
+        force(st[n], 1);
+        out[n] = testing::internal::GetCapturedStdout();
+    }
+    EXPECT_NE(out[0].find("not converged"), std::string::npos);
+    EXPECT_EQ(out[1], out[0]);
+    EXPECT_EQ(compare(st[1], st[0], "on the slope"), 4);
 }
 
 } // namespace
