@@ -1,9 +1,10 @@
-// riffle-bench [--threads-clock] CASE: runs riffle on a case exactly as the solver does (the step
+// riffle-bench [--thread-clocks] CASE: runs riffle on a case exactly as the solver does (the step
 // report goes to stdout) and then prints to stderr the wall time of each routine of the time loop,
 // its share of the loop, the time per step, ns per cell per step and the peak resident memory in
 // MiB and in bytes per cell. With --thread-clocks each routine's load imbalance is printed too:
 // the busiest thread's CPU time in it over the mean of the threads (run with a passive OpenMP wait
-// policy, so that idle threads sleep and their CPU time is their work).
+// policy, so that idle threads sleep and their CPU time is their work). It also prints the forcing
+// points of the immersed bed and the memory their lists take.
 #include <sys/resource.h>
 
 #include <omp.h>
@@ -38,6 +39,11 @@ int main(int argc, char** argv) {
                  "%.0f bytes per cell\n",
                  looptime / timers.steps, 1e9 * looptime / timers.steps / cells,
                  peak / (1024.0 * 1024.0), peak / cells);
+    std::fprintf(stderr,
+                 "forcing points u %lld v %lld w %lld centres %lld  lists %.1f MiB, %.2f bytes "
+                 "per cell\n",
+                 timers.forcingpoints[0], timers.forcingpoints[1], timers.forcingpoints[2],
+                 timers.forcingpoints[3], timers.listbytes / 1048576.0, timers.listbytes / cells);
     for (const auto& e : timers.entries()) {
         std::fprintf(stderr, "  %-18s %9.3f s  %5.1f %%", e.name.c_str(), e.seconds,
                      100.0 * e.seconds / looptime);

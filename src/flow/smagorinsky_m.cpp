@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "ibm/pointsearch_m.hpp"
+#include "ibm/immersing_m.hpp"
 
 namespace riffle::flow {
 
@@ -93,8 +93,6 @@ void smagorinsky(Storage& st) {
     const auto s11 = st.s11.view(), s22 = st.s22.view(), s33 = st.s33.view();
     const auto s12 = st.s12.view(), s13 = st.s13.view(), s23 = st.s23.view();
     const auto sabs = st.sabs.view(), nut = st.nut.view();
-    const auto iflagp = st.iflagp.cview();
-    const Storage& cst = st;
 #pragma omp parallel
     {
 #pragma omp for schedule(static)
@@ -118,14 +116,7 @@ void smagorinsky(Storage& st) {
         }
         // Forcing cells next to the bed take the eddy viscosity of the wall-law interpolation;
         // it reads only fluid cells, which this loop does not write.
-#pragma omp for schedule(static)
-        for (int k = 1; k <= kmax; ++k) {
-            for (int j = 1; j <= jmax; ++j) {
-                for (int i = 1; i <= imax; ++i) {
-                    if (iflagp(i, j, k) == 0) ibm::searchnut(cst, i, j, k, nut(i, j, k));
-                }
-            }
-        }
+        ibm::immersingnut(st);
         ghostfaces<0>(st);
         ghostfaces<1>(st);
         ghostfaces<2>(st);

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "ibm/forcinglist_m.hpp"
 #include "ibm/pointsearch_m.hpp"
 
 namespace riffle::ibm {
@@ -180,6 +181,7 @@ void flagdeter(Storage& st) {
         markforcing(fp, Range{1, imax}, Range{1, jmax}, Range{1, kmax});
         fillghosts(fp, pfills);
     }
+    if (st.forcing.enabled) noteclassification(st);
 }
 
 void flagmove(Storage& st) {

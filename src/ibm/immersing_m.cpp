@@ -3,11 +3,16 @@
 // which no loop here writes, so the result does not depend on how the points are shared.
 #include "ibm/immersing_m.hpp"
 
+#include "ibm/forcinglist_m.hpp"
 #include "ibm/pointsearch_m.hpp"
 
 namespace riffle::ibm {
 
 void immersing(Storage& st) {
+    if (st.forcing.enabled) {
+        forcevelocity(st);
+        return;
+    }
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
     const auto flagu = st.iflagu.cview(), flagv = st.iflagv.cview(), flagw = st.iflagw.cview();
     const auto u = st.u.view(), v = st.v.view(), w = st.w.view();
@@ -33,6 +38,25 @@ void immersing(Storage& st) {
             for (int j = 1; j <= jmax; ++j)
                 for (int i = 1; i <= imax; ++i)
                     if (flagw(i, j, k) == 0) searchw(cst, i, j, k, w(i, j, k));
+    }
+}
+
+void immersingnut(Storage& st) {
+    if (st.forcing.enabled) {
+        forceeddy(st);
+        return;
+    }
+    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
+    const auto iflagp = st.iflagp.cview();
+    const auto nut = st.nut.view();
+    const Storage& cst = st;
+#pragma omp for schedule(static)
+    for (int k = 1; k <= kmax; ++k) {
+        for (int j = 1; j <= jmax; ++j) {
+            for (int i = 1; i <= imax; ++i) {
+                if (iflagp(i, j, k) == 0) searchnut(cst, i, j, k, nut(i, j, k));
+            }
+        }
     }
 }
 

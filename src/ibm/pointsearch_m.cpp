@@ -23,6 +23,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <vector>
 
 #include "ibm/walllaw_m.hpp"
 #include "run/console_m.hpp"
@@ -46,17 +47,46 @@ inline double relchange(double next, double prev) {
     return (next - prev) / (next == 0.0 ? zero_divisor : next);
 }
 
-// Called from inside parallel loops: one thread reports, waits for the operator and ends the
-// process; the others stop at the critical section and never come out of it.
-[[noreturn]] void searchfailed(const char* message) {
-#pragma omp critical(riffle_ibm_searchfailed)
-    {
-        console::writeline(message);
-        console::pause();
-        std::fflush(stdout);
-        std::_Exit(EXIT_FAILURE);
+// Where the warning of a patch projection that does not converge goes: printed at once, or
+// appended to a log (the relative change) when one is given.
+struct Warnings {
+    std::vector<double>* log;
+    void report(double err) const {
+        if (log) {
+            log->push_back(err);
+        } else {
+            console::writeline(not_converged, err);
+        }
     }
-    std::abort(); // not reached
+};
+
+// patchfoot without its warning: `warn` tells whether it is due.
+PatchFoot projectpatch(double x1, double x2, double y1, double y2, double z11, double z21,
+                       double z12, double z22, Point3 p, bool& warn) {
+    const Bilinear s = bilinear(x1, x2, y1, y2, z11, z21, z12, z22);
+    double x = p.x, y = p.y, z = p.z;
+    double xn = x, yn = y, zn = z, err = 0.0;
+    int n = 0;
+    warn = false;
+    for (;;) {
+        ++n;
+        const double zx = s.cx + s.cxy * y; // slope along x with y held
+        xn = x - ((x - p.x) + (s.z(x, y) - p.z) * zx) / (zx * zx + 1.0);
+        const double zy = s.cy + s.cxy * xn; // slope along y at the new x
+        yn = y - ((y - p.y) + (s.z(xn, y) - p.z) * zy) / (zy * zy + 1.0);
+        zn = s.z(xn, yn);
+        err = std::fmax(std::fabs(relchange(xn, x)),
+                        std::fmax(std::fabs(relchange(yn, y)), std::fabs(relchange(zn, z))));
+        if (n >= patchmaxpasses) break; // the last pass is not held to the fine tolerance
+        x = xn;
+        y = yn;
+        z = zn;
+        if (err <= fine_tol) return {{xn, yn, zn}, err, n};
+    }
+    if (err <= coarse_tol) return {{xn, yn, zn}, err, n};
+    warn = true;
+    const double xc = (x1 + x2) / 2.0, yc = (y1 + y2) / 2.0;
+    return {{xc, yc, s.z(xc, yc)}, err, n};
 }
 
 // The best candidate so far.
@@ -72,9 +102,12 @@ inline void take(Best& b, double d, Point3 foot) {
     b.found = true;
 }
 
-inline void trypatch(Best& b, Point3 p, double x1, double x2, double y1, double y2, double z11,
-                     double z21, double z12, double z22) {
-    const Point3 f = patchfoot(x1, x2, y1, y2, z11, z21, z12, z22, p).foot;
+inline void trypatch(Warnings wn, Best& b, Point3 p, double x1, double x2, double y1, double y2,
+                     double z11, double z21, double z12, double z22) {
+    bool warn = false;
+    const PatchFoot pf = projectpatch(x1, x2, y1, y2, z11, z21, z12, z22, p, warn);
+    if (warn) wn.report(pf.err);
+    const Point3 f = pf.foot;
     const double ex = p.x - f.x, ey = p.y - f.y, ez = p.z - f.z;
     const double d = std::sqrt(ex * ex + ey * ey + ez * ez);
     if (d < b.dmin && x1 <= f.x && f.x <= x2 && y1 <= f.y && f.y <= y2) take(b, d, f);
@@ -127,17 +160,17 @@ inline void tryverticaly(Best& b, Point3 p, double yf, double zf) {
 
 // Foot of a point at the cell-centre column (i, j) (w faces and cell centres): four patches,
 // four edges, the vertical point.
-inline Best searchcolumn(const Storage& st, int i, int j, Point3 p) {
+inline Best searchcolumn(Warnings wn, const Storage& st, int i, int j, Point3 p) {
     const double dx = st.dx, dy = st.dy;
     const auto& zb = st.zb;
     Best b{st.zmax - st.zmin, {}, false};
-    trypatch(b, p, p.x, p.x + dx, p.y, p.y + dy, zb(i, j), zb(i + 1, j), zb(i, j + 1),
+    trypatch(wn, b, p, p.x, p.x + dx, p.y, p.y + dy, zb(i, j), zb(i + 1, j), zb(i, j + 1),
              zb(i + 1, j + 1));
-    trypatch(b, p, p.x, p.x + dx, p.y - dy, p.y, zb(i, j - 1), zb(i + 1, j - 1), zb(i, j),
+    trypatch(wn, b, p, p.x, p.x + dx, p.y - dy, p.y, zb(i, j - 1), zb(i + 1, j - 1), zb(i, j),
              zb(i + 1, j));
-    trypatch(b, p, p.x - dx, p.x, p.y, p.y + dy, zb(i - 1, j), zb(i, j), zb(i - 1, j + 1),
+    trypatch(wn, b, p, p.x - dx, p.x, p.y, p.y + dy, zb(i - 1, j), zb(i, j), zb(i - 1, j + 1),
              zb(i, j + 1));
-    trypatch(b, p, p.x - dx, p.x, p.y - dy, p.y, zb(i - 1, j - 1), zb(i, j - 1), zb(i - 1, j),
+    trypatch(wn, b, p, p.x - dx, p.x, p.y - dy, p.y, zb(i - 1, j - 1), zb(i, j - 1), zb(i - 1, j),
              zb(i, j));
     tryedgex(b, p, p.x, zb(i, j), dx, zb(i + 1, j), p.y);
     tryedgex(b, p, p.x, zb(i, j), -dx, zb(i - 1, j), p.y);
@@ -147,107 +180,140 @@ inline Best searchcolumn(const Storage& st, int i, int j, Point3 p) {
     return b;
 }
 
-} // namespace
-
-PatchFoot patchfoot(double x1, double x2, double y1, double y2, double z11, double z21, double z12,
-                    double z22, Point3 p) {
-    const Bilinear s = bilinear(x1, x2, y1, y2, z11, z21, z12, z22);
-    double x = p.x, y = p.y, z = p.z;
-    double xn = x, yn = y, zn = z, err = 0.0;
-    int n = 0;
-    for (;;) {
-        ++n;
-        const double zx = s.cx + s.cxy * y; // slope along x with y held
-        xn = x - ((x - p.x) + (s.z(x, y) - p.z) * zx) / (zx * zx + 1.0);
-        const double zy = s.cy + s.cxy * xn; // slope along y at the new x
-        yn = y - ((y - p.y) + (s.z(xn, y) - p.z) * zy) / (zy * zy + 1.0);
-        zn = s.z(xn, yn);
-        err = std::fmax(std::fabs(relchange(xn, x)),
-                        std::fmax(std::fabs(relchange(yn, y)), std::fabs(relchange(zn, z))));
-        if (n >= patchmaxpasses) break; // the last pass is not held to the fine tolerance
-        x = xn;
-        y = yn;
-        z = zn;
-        if (err <= fine_tol) return {{xn, yn, zn}, err, n};
-    }
-    if (err <= coarse_tol) return {{xn, yn, zn}, err, n};
-    console::writeline(not_converged, err);
-    const double xc = (x1 + x2) / 2.0, yc = (y1 + y2) / 2.0;
-    return {{xc, yc, s.z(xc, yc)}, err, n};
-}
-
-void searchu(const Storage& st, int i, int j, int k, double& value) {
+// u point (x(i), yc(j), zc(k)): the two patches and the edge between centres i and i+1 first.
+Best searchuface(Warnings wn, const Storage& st, int i, int j, Point3 p) {
     const double dx = st.dx, dy = st.dy;
     const auto& zb = st.zb;
-    const Point3 p{st.xmin + i * dx, st.ymin + (j - 0.5) * dy, st.zmin + (k - 0.5) * st.dz};
     const double xw = p.x - dx / 2.0, xe = p.x + dx / 2.0; // centres i and i+1
     Best b{st.zmax - st.zmin, {}, false};
-    trypatch(b, p, xw, xe, p.y, p.y + dy, zb(i, j), zb(i + 1, j), zb(i, j + 1), zb(i + 1, j + 1));
-    trypatch(b, p, xw, xe, p.y - dy, p.y, zb(i, j - 1), zb(i + 1, j - 1), zb(i, j), zb(i + 1, j));
+    trypatch(wn, b, p, xw, xe, p.y, p.y + dy, zb(i, j), zb(i + 1, j), zb(i, j + 1),
+             zb(i + 1, j + 1));
+    trypatch(wn, b, p, xw, xe, p.y - dy, p.y, zb(i, j - 1), zb(i + 1, j - 1), zb(i, j),
+             zb(i + 1, j));
     // A taken edge between the two centres ends the search.
     if (!tryedgex(b, p, xw, zb(i, j), dx, zb(i + 1, j), p.y) && !b.found) {
         const double xww = p.x - 1.5 * dx, xee = p.x + 1.5 * dx;
-        trypatch(b, p, xww, xw, p.y, p.y + dy, zb(i - 1, j), zb(i, j), zb(i - 1, j + 1),
+        trypatch(wn, b, p, xww, xw, p.y, p.y + dy, zb(i - 1, j), zb(i, j), zb(i - 1, j + 1),
                  zb(i, j + 1));
-        trypatch(b, p, xww, xw, p.y - dy, p.y, zb(i - 1, j - 1), zb(i, j - 1), zb(i - 1, j),
+        trypatch(wn, b, p, xww, xw, p.y - dy, p.y, zb(i - 1, j - 1), zb(i, j - 1), zb(i - 1, j),
                  zb(i, j));
         tryedgex(b, p, xww, zb(i - 1, j), dx, zb(i, j), p.y);
         // The far column is wrapped periodically; for i = imax-2 this is the ghost column 0.
         const int ie = (st.imax + 2 + i) % st.imax;
-        trypatch(b, p, xe, xee, p.y, p.y + dy, zb(i + 1, j), zb(ie, j), zb(i + 1, j + 1),
+        trypatch(wn, b, p, xe, xee, p.y, p.y + dy, zb(i + 1, j), zb(ie, j), zb(i + 1, j + 1),
                  zb(ie, j + 1));
-        trypatch(b, p, xe, xee, p.y - dy, p.y, zb(i + 1, j - 1), zb(ie, j - 1), zb(i + 1, j),
+        trypatch(wn, b, p, xe, xee, p.y - dy, p.y, zb(i + 1, j - 1), zb(ie, j - 1), zb(i + 1, j),
                  zb(ie, j));
         tryedgex(b, p, xe, zb(i + 1, j), dx, zb(ie, j), p.y);
         tryverticalx(b, p, xw, zb(i, j));
         tryverticalx(b, p, xe, zb(i + 1, j));
-        if (!b.found) searchfailed(failed_u);
     }
-    wallvelocity(st, p, b.foot, Component::x, value);
+    return b;
 }
 
-void searchv(const Storage& st, int i, int j, int k, double& value) {
+// v point (xc(i), y(j), zc(k)): the same with x and y exchanged.
+Best searchvface(Warnings wn, const Storage& st, int i, int j, Point3 p) {
     const double dx = st.dx, dy = st.dy;
     const auto& zb = st.zb;
-    const Point3 p{st.xmin + (i - 0.5) * dx, st.ymin + j * dy, st.zmin + (k - 0.5) * st.dz};
     const double ys = p.y - dy / 2.0, yn = p.y + dy / 2.0; // centres j and j+1
     Best b{st.zmax - st.zmin, {}, false};
-    trypatch(b, p, p.x, p.x + dx, ys, yn, zb(i, j), zb(i + 1, j), zb(i, j + 1), zb(i + 1, j + 1));
-    trypatch(b, p, p.x - dx, p.x, ys, yn, zb(i - 1, j), zb(i, j), zb(i - 1, j + 1), zb(i, j + 1));
+    trypatch(wn, b, p, p.x, p.x + dx, ys, yn, zb(i, j), zb(i + 1, j), zb(i, j + 1),
+             zb(i + 1, j + 1));
+    trypatch(wn, b, p, p.x - dx, p.x, ys, yn, zb(i - 1, j), zb(i, j), zb(i - 1, j + 1),
+             zb(i, j + 1));
     if (!tryedgey(b, p, ys, zb(i, j), dy, zb(i, j + 1), p.x) && !b.found) {
         const double yss = p.y - 1.5 * dy, ynn = p.y + 1.5 * dy;
-        trypatch(b, p, p.x, p.x + dx, yss, ys, zb(i, j - 1), zb(i + 1, j - 1), zb(i, j),
+        trypatch(wn, b, p, p.x, p.x + dx, yss, ys, zb(i, j - 1), zb(i + 1, j - 1), zb(i, j),
                  zb(i + 1, j));
-        trypatch(b, p, p.x - dx, p.x, yss, ys, zb(i - 1, j - 1), zb(i, j - 1), zb(i - 1, j),
+        trypatch(wn, b, p, p.x - dx, p.x, yss, ys, zb(i - 1, j - 1), zb(i, j - 1), zb(i - 1, j),
                  zb(i, j));
         tryedgey(b, p, yss, zb(i, j - 1), dy, zb(i, j), p.x);
         // The far row is wrapped periodically; for j = jmax-2 this is the ghost row 0.
         const int jn = (st.jmax + 2 + j) % st.jmax;
-        trypatch(b, p, p.x, p.x + dx, yn, ynn, zb(i, j + 1), zb(i + 1, j + 1), zb(i, jn),
+        trypatch(wn, b, p, p.x, p.x + dx, yn, ynn, zb(i, j + 1), zb(i + 1, j + 1), zb(i, jn),
                  zb(i + 1, jn));
-        trypatch(b, p, p.x - dx, p.x, yn, ynn, zb(i - 1, j + 1), zb(i, j + 1), zb(i - 1, jn),
+        trypatch(wn, b, p, p.x - dx, p.x, yn, ynn, zb(i - 1, j + 1), zb(i, j + 1), zb(i - 1, jn),
                  zb(i, jn));
         tryedgey(b, p, yn, zb(i, j + 1), dy, zb(i, jn), p.x);
         tryverticaly(b, p, ys, zb(i, j));
         tryverticaly(b, p, yn, zb(i, j + 1));
-        if (!b.found) searchfailed(failed_v);
     }
-    wallvelocity(st, p, b.foot, Component::y, value);
+    return b;
+}
+
+} // namespace
+
+PatchFoot patchfoot(double x1, double x2, double y1, double y2, double z11, double z21, double z12,
+                    double z22, Point3 p) {
+    bool warn = false;
+    const PatchFoot r = projectpatch(x1, x2, y1, y2, z11, z21, z12, z22, p, warn);
+    if (warn) console::writeline(not_converged, r.err);
+    return r;
+}
+
+Point3 sitepoint(const Storage& st, Site s, int i, int j, int k) {
+    switch (s) {
+    case Site::u:
+        return {st.xmin + i * st.dx, st.ymin + (j - 0.5) * st.dy, st.zmin + (k - 0.5) * st.dz};
+    case Site::v:
+        return {st.xmin + (i - 0.5) * st.dx, st.ymin + j * st.dy, st.zmin + (k - 0.5) * st.dz};
+    case Site::w:
+        return {st.xmin + (i - 0.5) * st.dx, st.ymin + (j - 0.5) * st.dy, st.zmin + k * st.dz};
+    case Site::centre:
+    default:
+        return {st.xmin + (i - 0.5) * st.dx, st.ymin + (j - 0.5) * st.dy,
+                st.zmin + (k - 0.5) * st.dz};
+    }
+}
+
+Foot searchfoot(const Storage& st, Site s, int i, int j, int k, std::vector<double>* warnings) {
+    const Warnings wn{warnings};
+    const Point3 p = sitepoint(st, s, i, j, k);
+    const Best b = s == Site::u   ? searchuface(wn, st, i, j, p)
+                   : s == Site::v ? searchvface(wn, st, i, j, p)
+                                  : searchcolumn(wn, st, i, j, p);
+    return {p, b.foot, b.found};
+}
+
+// Called from inside parallel loops: one thread reports, waits for the operator and ends the
+// process; the others stop at the critical section and never come out of it.
+void searchfailed(Site s) {
+    const char* message = s == Site::u   ? failed_u
+                          : s == Site::v ? failed_v
+                          : s == Site::w ? failed_w
+                                         : failed_visc;
+#pragma omp critical(riffle_ibm_searchfailed)
+    {
+        console::writeline(message);
+        console::pause();
+        std::fflush(stdout);
+        std::_Exit(EXIT_FAILURE);
+    }
+    std::abort(); // not reached
+}
+
+void searchu(const Storage& st, int i, int j, int k, double& value) {
+    const Foot f = searchfoot(st, Site::u, i, j, k, nullptr);
+    if (!f.found) searchfailed(Site::u);
+    wallvelocity(st, f.p, f.foot, Component::x, value);
+}
+
+void searchv(const Storage& st, int i, int j, int k, double& value) {
+    const Foot f = searchfoot(st, Site::v, i, j, k, nullptr);
+    if (!f.found) searchfailed(Site::v);
+    wallvelocity(st, f.p, f.foot, Component::y, value);
 }
 
 void searchw(const Storage& st, int i, int j, int k, double& value) {
-    const Point3 p{st.xmin + (i - 0.5) * st.dx, st.ymin + (j - 0.5) * st.dy, st.zmin + k * st.dz};
-    const Best b = searchcolumn(st, i, j, p);
-    if (!b.found) searchfailed(failed_w);
-    wallvelocity(st, p, b.foot, Component::z, value);
+    const Foot f = searchfoot(st, Site::w, i, j, k, nullptr);
+    if (!f.found) searchfailed(Site::w);
+    wallvelocity(st, f.p, f.foot, Component::z, value);
 }
 
 void searchnut(const Storage& st, int i, int j, int k, double& value) {
-    const Point3 p{st.xmin + (i - 0.5) * st.dx, st.ymin + (j - 0.5) * st.dy,
-                   st.zmin + (k - 0.5) * st.dz};
-    const Best b = searchcolumn(st, i, j, p);
-    if (!b.found) searchfailed(failed_visc);
-    walleddy(st, p, b.foot, value);
+    const Foot f = searchfoot(st, Site::centre, i, j, k, nullptr);
+    if (!f.found) searchfailed(Site::centre);
+    walleddy(st, f.p, f.foot, value);
 }
 
 } // namespace riffle::ibm

@@ -13,13 +13,12 @@
 // likewise in y and z. zb is read over 0..imax+1, 0..jmax+1.
 #pragma once
 
+#include <vector>
+
+#include "ibm/points.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle::ibm {
-
-struct Point3 {
-    double x = 0.0, y = 0.0, z = 0.0;
-};
 
 // The bilinear bed over one patch, z = c0 + cx x + cy y + cxy x y, through z11 at (x1, y1),
 // z21 at (x2, y1), z12 at (x1, y2) and z22 at (x2, y2).
@@ -55,6 +54,28 @@ inline constexpr int patchmaxpasses = 201;
 // warning is written and the centre of the patch is returned (the run goes on).
 [[nodiscard]] PatchFoot patchfoot(double x1, double x2, double y1, double y2, double z11,
                                   double z21, double z12, double z22, Point3 p);
+
+// The four grids of forcing points: u, v and w faces and cell centres.
+enum class Site : int { u = 0, v = 1, w = 2, centre = 3 };
+
+// Position of point (i, j, k) of a site's grid (see above).
+[[nodiscard]] Point3 sitepoint(const Storage& st, Site s, int i, int j, int k);
+
+// The point p and its foot on the bed; found is false when no candidate lies nearer than the
+// depth zmax - zmin.
+struct Foot {
+    Point3 p, foot;
+    bool found;
+};
+
+// The search of the routines below without the wall law. A patch projection that does not
+// converge appends its relative change to *warnings when that is given, and prints its warning
+// at once otherwise.
+[[nodiscard]] Foot searchfoot(const Storage& st, Site s, int i, int j, int k,
+                              std::vector<double>* warnings);
+
+// Reports the failed search of a site with its routine's message, pauses and ends the process.
+[[noreturn]] void searchfailed(Site s);
 
 // u point (x(i), yc(j), zc(k)): sets the u velocity `value` of a forcing point.
 void searchu(const Storage& st, int i, int j, int k, double& value);

@@ -49,14 +49,21 @@ enum class Component : int { x = 0, y = 1, z = 2 };
 // 1/12, and the division by 1000 comes after it, so the bits match the established runs.
 [[nodiscard]] inline double roughnesslength(double ks) { return ks * 0.0833333333333333 / 1000.0; }
 
+// The two rough-wall laws with ln(d/z0) given: the logarithm depends on the geometry alone, so a
+// list of forcing points keeps it between calls.
+[[nodiscard]] inline double roughustarln(double ut, double lnd) { return kappa * ut / lnd; }
+[[nodiscard]] inline double roughprofileln(double ustar, double lndp) {
+    return ustar / kappa * lndp;
+}
+
 // Rough-wall log law solved for u* at distance d: Ut/u* = (1/kappa) ln(d/z0).
 [[nodiscard]] inline double roughustar(double ut, double d, double z0) {
-    return kappa * ut / std::log(d / z0);
+    return roughustarln(ut, std::log(d / z0));
 }
 
 // Rough-wall velocity at distance dp: Up = (u*/kappa) ln(dp/z0).
 [[nodiscard]] inline double roughprofile(double ustar, double dp, double z0) {
-    return ustar / kappa * std::log(dp / z0);
+    return roughprofileln(ustar, std::log(dp / z0));
 }
 
 enum class Layer : int { viscous = 0, buffer = 1, log = 2 };
@@ -79,11 +86,23 @@ struct UstarSolve {
 // Smooth-wall law exp(kappa (Ut/u* - 5.1)) - d u*/visc = 0 by Newton from the rough-wall u*.
 // Ends only when the relative change is <= 1e-8, or at once when that change is not a number.
 [[nodiscard]] UstarSolve smoothustar(double ut, double d, double visc, double z0);
+// The same from a given start (the rough-wall u*).
+[[nodiscard]] UstarSolve smoothustarfrom(double start, double ut, double d, double visc);
 
 // Three-layer smooth-wall law by Newton, then by fixed-point iteration if Newton fails; each pass
 // takes the layer from y+ = d u*/visc of the current u*. Both start from the rough-wall u*, stop at
 // a relative change <= 1e-6 and give up after 100 passes (converged = false when both give up).
 [[nodiscard]] UstarSolve threelayerustar(double ut, double d, double visc, double z0);
+[[nodiscard]] UstarSolve threelayerustarfrom(double start, double ut, double d, double visc);
+
+// Up to maxsolves laws side by side, each from its own start and exactly as the routines above
+// solve it alone: the passes of one are independent of those of the others, so the processor
+// overlaps them. u* of each, and for the three-layer law whether it converged.
+inline constexpr int maxsolves = 8;
+void smoothustars(int count, const double* start, const double* ut, const double* d, double visc,
+                  double* ustar);
+void threelayerustars(int count, const double* start, const double* ut, const double* d,
+                      double visc, double* ustar, bool* converged);
 
 // Velocity variants 1-4 at forcing point p with foot f: set the component c of the velocity into
 // `value` and return the wall-normal gradient (u*/kappa)/dP (0 where the velocity is set to 0).

@@ -19,6 +19,7 @@
 #include "flow/yvelocity_m.hpp"
 #include "flow/zvelocity_m.hpp"
 #include "ibm/flagdeter_m.hpp"
+#include "ibm/forcinglist_m.hpp"
 #include "ibm/immersing_m.hpp"
 #include "platform/kavellib.hpp"
 #include "pressure/correction_m.hpp"
@@ -246,6 +247,7 @@ void startup(Storage& st, NodeArrays& nodes) {
     ibm::flagdeter(st);
 
     readroughness(st);
+    ibm::uselists(st);  // the bed is fixed from here on: forcing points kept in lists
 
     pressure::vorticity(st);
     writeresults(st, nodes);
@@ -350,6 +352,12 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
         stopwith(e.what());
     }
     pf::CG_CLOSE_F(fid, ier);
+    for (std::size_t n = 0; n < 4; ++n) {
+        const ibm::PointList& l = n < 3 ? st.forcing.velocity[n] : st.forcing.eddy;
+        t.forcingpoints[n] =
+            static_cast<long long>(l.trilinear.size() + l.idw.size() + l.eddy.size());
+    }
+    t.listbytes = static_cast<long long>(ibm::listbytes(st.forcing));
     return EXIT_SUCCESS;
 }
 

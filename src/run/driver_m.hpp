@@ -2,6 +2,7 @@
 // schedules. It is serial; every routine it calls runs its own parallel region.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -42,6 +43,9 @@ public:
     };
     [[nodiscard]] const std::vector<Entry>& entries() const { return entries_; }
     long long cells = 0;  // interior cells of the grid
+    // Forcing points of the u, v, w and cell-centre lists at the end, and the bytes the lists hold.
+    std::array<long long, 4> forcingpoints{};
+    long long listbytes = 0;
     int steps = 0;        // time steps made
 
 private:

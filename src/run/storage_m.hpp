@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "ibm/forcinglist_m.hpp"
 #include "run/field3.hpp"
 
 namespace riffle {
@@ -91,6 +92,7 @@ struct Storage {
     Field3i iflaguo, iflagvo, iflagwo;
     Field2d zb;
     std::vector<mglevel> mglevels;  // level l lives at mglevels[-l]; use mg(l)
+    ibm::ForcingLists forcing;  // forcing points of the bed, derived from the flags; never saved
 
     // Point data kept in restart files: npt points, six reals and one integer each. No
     // computation produces such points; npt is 0 after the initial state.

@@ -1,0 +1,301 @@
+// Pointwise pieces of the wall law, shared by the point-by-point variants (walllaw_m.cpp) and
+// the walk over the lists of forcing points (forcinglist_m.cpp): grid geometry of the four
+// staggered grids, the enclosing stencil and its fluid test, trilinear and inverse-distance
+// interpolation, the tangential split, the bed normal and the image point of the trilinear
+// variants. Each is a small inline function of its arguments; the variants compose them.
+// Reads the fields, flags and zb handed in; writes nothing shared.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+
+#include "ibm/points.hpp"
+#include "ibm/pointsearch_m.hpp"
+#include "ibm/walllaw_m.hpp"
+#include "run/storage_m.hpp"
+
+namespace riffle::ibm {
+
+inline constexpr double clamp_margin = 1e-8;    // image point kept this far inside the box
+inline constexpr double eddy_margin = 1e-6;     // the same for the eddy-viscosity image point
+inline constexpr double shift_margin = 1e-8;    // a point within z0 of the bed moves to z0 + this
+inline constexpr double near_point = 1e-6;      // inverse distance: a point this close is taken
+inline constexpr double eddy_min_dp = 1e-6;     // forcing cells this close to the bed get nut = 0
+inline constexpr double step_trilinear = 0.125; // outward step of R, in units of dy
+inline constexpr double step_idw = 0.25;
+
+// ---- vectors --------------------------------------------------------------------------------
+
+inline Point3 operator+(Point3 a, Point3 b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
+inline Point3 operator-(Point3 a, Point3 b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+inline Point3 operator*(double s, Point3 a) { return {s * a.x, s * a.y, s * a.z}; }
+inline double dot(Point3 a, Point3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+inline double norm(Point3 a) { return std::sqrt(dot(a, a)); }
+inline Point3 divide(Point3 a, double s) { return {a.x / s, a.y / s, a.z / s}; }
+inline double component(Point3 a, Component c) {
+    return c == Component::x ? a.x : (c == Component::y ? a.y : a.z);
+}
+
+// ---- grid geometry --------------------------------------------------------------------------
+
+// One direction of a staggered grid: index n sits at lo + (n + off) h, off = 0 on faces and
+// -0.5 at cell centres; the array holds indices first..last.
+struct Axis {
+    double lo, h, off;
+    int first, last;
+    [[nodiscard]] double pos(int n) const { return lo + (n + off) * h; }
+    [[nodiscard]] double index(double r) const { return (r - lo) / h - off; } // fractional
+    [[nodiscard]] bool face() const { return off == 0.0; }
+};
+struct Grid {
+    Axis x, y, z;
+};
+
+inline Axis faceaxis(double lo, double h, int n) { return {lo, h, 0.0, -1, n + 1}; }
+inline Axis centreaxis(double lo, double h, int n) { return {lo, h, -0.5, 0, n + 1}; }
+
+inline Grid ugrid(const Storage& st) {
+    return {faceaxis(st.xmin, st.dx, st.imax), centreaxis(st.ymin, st.dy, st.jmax),
+            centreaxis(st.zmin, st.dz, st.kmax)};
+}
+inline Grid vgrid(const Storage& st) {
+    return {centreaxis(st.xmin, st.dx, st.imax), faceaxis(st.ymin, st.dy, st.jmax),
+            centreaxis(st.zmin, st.dz, st.kmax)};
+}
+inline Grid wgrid(const Storage& st) {
+    return {centreaxis(st.xmin, st.dx, st.imax), centreaxis(st.ymin, st.dy, st.jmax),
+            faceaxis(st.zmin, st.dz, st.kmax)};
+}
+inline Grid cgrid(const Storage& st) {
+    return {centreaxis(st.xmin, st.dx, st.imax), centreaxis(st.ymin, st.dy, st.jmax),
+            centreaxis(st.zmin, st.dz, st.kmax)};
+}
+
+// Brings each coordinate of r back inside the box narrowed by `margin` at each end. The box is
+// xmin .. xmin + imax dx (likewise y) and zmin .. zmax.
+inline Point3 keepinside(Point3 r, const Storage& st, double margin) {
+    const double xhi = st.xmin + st.imax * st.dx, yhi = st.ymin + st.jmax * st.dy;
+    r.x = std::min(std::max(r.x, st.xmin + margin), xhi - margin);
+    r.y = std::min(std::max(r.y, st.ymin + margin), yhi - margin);
+    r.z = std::min(std::max(r.z, st.zmin + margin), st.zmax - margin);
+    return r;
+}
+
+// ---- trilinear stencil ----------------------------------------------------------------------
+
+// The grid cell that encloses r (a Stencil): lower index n with pos(n) <= r < pos(n+1) in each
+// direction, and the weights of the upper points. The lower index is held to first..last-1 so that
+// the eight points stay inside the array; a point beyond the outer ghost layer (R stepped out of
+// the box) then extrapolates from the outermost cell instead of reading outside the array.
+inline int lowerindex(const Axis& ax, double s) {
+    const double n = std::floor(std::clamp(s, ax.first - 1.0, ax.last + 1.0));
+    return std::clamp(static_cast<int>(n), ax.first, ax.last - 1);
+}
+
+inline Stencil enclosing(const Grid& g, Point3 r) {
+    const double si = g.x.index(r.x), sj = g.y.index(r.y), sk = g.z.index(r.z);
+    const int i = lowerindex(g.x, si), j = lowerindex(g.y, sj), k = lowerindex(g.z, sk);
+    return {i, j, k, si - i, sj - j, sk - k};
+}
+
+// 1 when all eight points of the stencil are fluid: (flag + 1)/2 in integer division is 1 for
+// fluid and 0 for both forcing (0) and solid (-1) points.
+inline int fluid8(const ConstView3<std::int32_t>& flag, const Stencil& s) {
+    int product = 1;
+    for (int dk = 0; dk <= 1; ++dk)
+        for (int dj = 0; dj <= 1; ++dj)
+            for (int di = 0; di <= 1; ++di)
+                product *= (flag(s.i + di, s.j + dj, s.k + dk) + 1) / 2;
+    return product;
+}
+
+inline double trilinear(const ConstView3<double>& q, const Stencil& s) {
+    const int i = s.i, j = s.j, k = s.k;
+    const double a = s.a, b = s.b, c = s.c;
+    return (1.0 - a) * (1.0 - b) * (1.0 - c) * q(i, j, k) +
+           a * (1.0 - b) * (1.0 - c) * q(i + 1, j, k) + (1.0 - a) * b * (1.0 - c) * q(i, j + 1, k) +
+           a * b * (1.0 - c) * q(i + 1, j + 1, k) + (1.0 - a) * (1.0 - b) * c * q(i, j, k + 1) +
+           a * (1.0 - b) * c * q(i + 1, j, k + 1) + (1.0 - a) * b * c * q(i, j + 1, k + 1) +
+           a * b * c * q(i + 1, j + 1, k + 1);
+}
+
+// ---- inverse-distance weighting -------------------------------------------------------------
+
+// Index of the block centre: rounded down in a face direction, to nearest in a centre direction.
+inline int blockindex(const Axis& ax, double r) {
+    const double s = std::clamp(ax.index(r), -1.0e6, 1.0e6); // keeps the int conversion defined
+    return static_cast<int>(std::floor(ax.face() ? s : s + 0.5));
+}
+
+// q at r from the fluid points (flag 1) of the 6 x 6 x 6 block from the block centre -2 to +3,
+// taking only indices 0 up to the outer ghost layer. A point within 1e-6 of r gives its own value;
+// otherwise sum(w q)/sum(w) with w = ((rmax - r)/(rmax r))^2, rmax the largest distance gathered.
+// With no point gathered (or a single one, whose weight is 0) the quotient is not a number and
+// the result is 0.
+inline double idw(const ConstView3<double>& q, const ConstView3<std::int32_t>& flag, const Grid& g,
+                  Point3 r) {
+    constexpr int blockpoints = 216;
+    std::array<double, blockpoints> dist; // distances and values of the gathered points
+    std::array<double, blockpoints> val;
+    const int i0 = blockindex(g.x, r.x), j0 = blockindex(g.y, r.y), k0 = blockindex(g.z, r.z);
+    const int ilo = std::max(i0 - 2, 0), ihi = std::min(i0 + 3, g.x.last);
+    const int jlo = std::max(j0 - 2, 0), jhi = std::min(j0 + 3, g.y.last);
+    const int klo = std::max(k0 - 2, 0), khi = std::min(k0 + 3, g.z.last);
+    int n = 0;
+    double rmax = 0.0;
+    for (int k = klo; k <= khi; ++k) {
+        const double ez = g.z.pos(k) - r.z;
+        for (int j = jlo; j <= jhi; ++j) {
+            const double ey = g.y.pos(j) - r.y;
+            for (int i = ilo; i <= ihi; ++i) {
+                if (flag(i, j, k) != 1) continue;
+                const double ex = g.x.pos(i) - r.x;
+                const double d = std::sqrt(ex * ex + ey * ey + ez * ez);
+                if (d < near_point) return q(i, j, k);
+                dist[n] = d;
+                val[n] = q(i, j, k);
+                rmax = std::max(rmax, d);
+                ++n;
+            }
+        }
+    }
+    double sumwq = 0.0, sumw = 0.0;
+    for (int m = 0; m < n; ++m) {
+        const double t = (rmax - dist[m]) / (rmax * dist[m]);
+        const double wgt = t * t;
+        sumwq += wgt * val[m];
+        sumw += wgt;
+    }
+    const double result = sumwq / sumw;
+    return std::isnan(result) ? 0.0 : result;
+}
+
+// ---- pieces of the velocity variants --------------------------------------------------------
+
+// Tangential part of the velocity at the image point.
+struct Tangential {
+    Point3 vt;
+    double ut;
+};
+inline Tangential tangential(Point3 v, Point3 e) {
+    const double vn = dot(v, e);
+    const Point3 vt = v - vn * e;
+    return {vt, norm(vt)};
+}
+
+// P gets the rough-wall profile value along Vt/Ut; returns the wall-normal gradient.
+inline double setprofile(double ustar, double dp, double z0, const Tangential& t, Component c,
+                         double& value) {
+    const double up = roughprofile(ustar, dp, z0);
+    value = up * component(t.vt, c) / t.ut;
+    return ustar / kappa / dp;
+}
+
+// Unit normal of the bed at the foot f, from the patch of cell centres around f.
+inline Point3 bednormal(const Storage& st, Point3 f) {
+    // Truncation as for a non-negative column index; held so the patch stays inside zb.
+    const int a = std::clamp(static_cast<int>((f.x - st.xmin) / st.dx + 0.5), 0, st.imax);
+    const int b = std::clamp(static_cast<int>((f.y - st.ymin) / st.dy + 0.5), 0, st.jmax);
+    const double x1 = st.xmin + (a - 0.5) * st.dx, x2 = st.xmin + (a + 0.5) * st.dx;
+    const double y1 = st.ymin + (b - 0.5) * st.dy, y2 = st.ymin + (b + 0.5) * st.dy;
+    const Bilinear s = bilinear(x1, x2, y1, y2, st.zb(a, b), st.zb(a + 1, b), st.zb(a, b + 1),
+                                st.zb(a + 1, b + 1));
+    const double zx = s.cx + s.cxy * f.y, zy = s.cy + s.cxy * f.x;
+    const double len = std::sqrt(zx * zx + zy * zy + 1.0);
+    return {-zx / len, -zy / len, 1.0 / len};
+}
+
+// The image point of the trilinear variants, from the geometry and the flags alone: the distance
+// dP of the (possibly moved) point from the bed, the unit normal e, the stencils of the u, v and w
+// grids around the fluid-enclosed image point R and d = |R - P| + dP.
+struct TrilinearGeometry {
+    double dp;
+    Point3 e;
+    Stencil su, sv, sw;
+    double d;
+};
+
+inline TrilinearGeometry trilineargeometry(const Storage& st, Point3 p, Point3 f, double z0) {
+    Point3 n = p - f;
+    double dp = norm(n);
+    if (dp <= z0) {
+        // Within the roughness length the log law has no value: P moves out along the normal.
+        p = f + (z0 + shift_margin) * bednormal(st, f);
+        n = p - f;
+        dp = norm(n);
+    }
+    const Point3 e = divide(n, dp);
+    // R is brought inside the box once; the outward steps after it are not clamped again.
+    Point3 r = keepinside(p + n, st, clamp_margin);
+    const Grid gu = ugrid(st), gv = vgrid(st), gw = wgrid(st);
+    const auto fu = st.iflagu.cview(), fv = st.iflagv.cview(), fw = st.iflagw.cview();
+    const double step = step_trilinear * st.dy; // dy in all three components, deliberately
+    Stencil su = enclosing(gu, r), sv = enclosing(gv, r), sw = enclosing(gw, r);
+    while (fluid8(fu, su) * fluid8(fv, sv) * fluid8(fw, sw) == 0) {
+        r = r + step * e;
+        su = enclosing(gu, r);
+        sv = enclosing(gv, r);
+        sw = enclosing(gw, r);
+    }
+    return {dp, e, su, sv, sw, norm(r - p) + dp};
+}
+
+// The velocity at the image point, split along the bed.
+inline Tangential trilineartangential(const Storage& st, const TrilinearGeometry& g) {
+    const Point3 v{trilinear(st.u.cview(), g.su), trilinear(st.v.cview(), g.sv),
+                   trilinear(st.w.cview(), g.sw)};
+    return tangential(v, g.e);
+}
+
+inline Point3 idwvelocity(const Storage& st, Point3 r) {
+    return {idw(st.u.cview(), st.iflagu.cview(), ugrid(st), r),
+            idw(st.v.cview(), st.iflagv.cview(), vgrid(st), r),
+            idw(st.w.cview(), st.iflagw.cview(), wgrid(st), r)};
+}
+
+// Variants 3 and 4 from the image point r on (walllaw_m.cpp): the image velocity, u* from the law
+// of the variant and the value at P; where the three-layer law cannot be solved, R moves out by
+// dy/4 along e and the law is tried again.
+double idwimage(const Storage& st, Point3 p, double dp, Point3 e, Point3 r, Component c,
+                double& value, bool smooth);
+
+// The image point of a forcing cell centre P for the eddy viscosity, nut(P) = nut(R) dP/den with
+// den = dP + |R - P|; `zero` when P lies too close to the bed for the ratio (nut(P) = 0).
+struct EddyImage {
+    bool zero;
+    double dp, den;
+    Point3 r;
+    Stencil s; // variant A only
+};
+
+// Variant A: R = P + n brought inside the box, then stepped out by dy/8 until its stencil holds
+// only fluid cells.
+inline EddyImage eddytriimage(const Storage& st, Point3 p, Point3 f) {
+    const Point3 n = p - f;
+    const double dp = norm(n);
+    if (dp < eddy_min_dp) return {true, dp, 0.0, {}, {}};
+    const Point3 e = divide(n, dp);
+    Point3 r = keepinside(p + n, st, eddy_margin);
+    const Grid g = cgrid(st);
+    const auto flag = st.iflagp.cview();
+    const double step = step_trilinear * st.dy;
+    Stencil s = enclosing(g, r);
+    while (fluid8(flag, s) == 0) {
+        r = r + step * e;
+        s = enclosing(g, r);
+    }
+    return {false, dp, dp + norm(r - p), r, s};
+}
+
+// Variant B: R = P + n as it is.
+inline EddyImage eddyidwimage(Point3 p, Point3 f) {
+    const Point3 n = p - f;
+    const double dp = norm(n);
+    if (dp <= eddy_min_dp) return {true, dp, 0.0, {}, {}};
+    const Point3 r = p + n; // no outward stepping in this variant
+    return {false, dp, dp + norm(r - p), r, {}};
+}
+
+} // namespace riffle::ibm

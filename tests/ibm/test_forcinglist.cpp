@@ -1,0 +1,127 @@
+// Lists of forcing points against the search at every call, bit for bit: every velocity and
+// eddy-viscosity variant over dunes on one and two threads, lists made again when the bed moves,
+// the search's warnings at every use, image points on grid points, a law without solution at R.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "flow/smagorinsky_m.hpp"
+#include "ibm/flagdeter_m.hpp"
+#include "ibm/forcinglist_m.hpp"
+#include "ibm/immersing_m.hpp"
+#include "ibm/walllaw_m.hpp"
+#include "run/casefile_m.hpp"
+#include "support/box.hpp"
+
+namespace riffle::ibm {
+namespace {
+
+enum Bed { dunes, column, slope, flat };
+
+// Between side walls: two dunes 0.6 m long and 0.08 m high skewed along y under a disturbed
+// stream (16 x 8 x 12 cells); a column twenty cells tall on a diagonal slope, where patch
+// projections do not converge; a slope of 2 over cells twice as wide as high, where the image
+// points of w fall on u points; a flat bed 0.01 m below the u points under a uniform stream of
+// 0.02097 m/s, where the three-layer law has no solution at d = 0.02 m and R moves out.
+Storage basin(Bed bed, int iibm, int ibed) {
+    const double h = bed == column ? 1.0 : 2.0; // the cell width of the slopes
+    Storage st = bed == column || bed == slope ? testsupport::box(8, 8, 40, h, h, 1.0)
+                                               : testsupport::box(16, 8, 12, 0.075, 0.05, 0.02);
+    setboundarycodes(st, 0, 1, 0); // periodic in x, side walls, free-slip surface
+    st.iIBM = iibm;
+    st.ibed = ibed;
+    st.ks = 2.0;
+    st.visc = 1e-6;
+    st.cs = 0.1; // a Smagorinsky viscosity to interpolate
+    for (int j = 0; j <= st.jmax + 1; ++j)
+        for (int i = 0; i <= st.imax + 1; ++i) {
+            const double z[] = {0.05 + 0.04 * std::sin(M_PI * (0.25 * i + 0.1 * j - 0.125)),
+                                20.0 + (i - j) + (i == 4 && j == 4 ? 20.0 : 0.0), 4.0 * i + 1.5,
+                                0.02};
+            st.zb(i, j) = z[bed];
+        }
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<double> noise(-0.05, 0.05);
+    for (Field3d* f : {&st.u, &st.v, &st.w})
+        for (std::size_t n = 0; n < f->size(); ++n)
+            f->data()[n] = bed == flat ? (f == &st.u) * 0.02097 : (f == &st.u) * 0.3 + noise(rng);
+    flagdeter(st);
+    return st;
+}
+
+// One step's calls of the forcing, twice, on the given number of threads; what they print.
+std::string force(Storage& st, int threads) {
+    omp_set_num_threads(threads);
+    testing::internal::CaptureStdout();
+    for (int n = 0; n < 2; ++n) {
+        immersing(st);
+        flow::smagorinsky(st);
+        immersing(st);
+    }
+    return testing::internal::GetCapturedStdout();
+}
+
+int compare(const Storage& a, const Storage& b, const char* when) {
+    int n = 0;
+    for (auto f : {&Storage::u, &Storage::v, &Storage::w, &Storage::nut}) {
+        const Field3d &x = a.*f, &y = b.*f;
+        EXPECT_TRUE(std::memcmp(x.data(), y.data(), x.size() * sizeof(double)) == 0)
+            << "field " << n << " " << when << ", iIBM " << a.iIBM << " ibed " << a.ibed;
+        ++n;
+    }
+    return n;
+}
+
+TEST(ForcingLists, SameBitsAsTheSearchForEveryVariantOnOneAndTwoThreads) {
+    int compared = 0;
+    for (int iibm : {0, 1}) {
+        for (int ibed : {0, 1}) {
+            for (int threads : {1, 2}) {
+                Storage ref = basin(dunes, iibm, ibed), st = basin(dunes, iibm, ibed);
+                uselists(st);
+                force(ref, 1); // searches at every call
+                force(st, threads);
+                EXPECT_GT(st.forcing.eddy.eddy.size(), 16u);
+                compared += compare(st, ref, "");
+                const auto before = st.forcing.classification;
+                for (Storage* s : {&ref, &st}) { // the bed rises by two cells over one dune
+                    for (int j = 0; j <= s->jmax + 1; ++j)
+                        for (int i = 0; i <= 8; ++i)
+                            s->zb(i, j) += 0.04;
+                    flagdeter(*s);
+                }
+                EXPECT_EQ(st.forcing.classification, before + 1);
+                force(ref, 1);
+                force(st, threads);
+                compared += compare(st, ref, "after the bed moved");
+            }
+        }
+    }
+    omp_set_num_threads(2);
+    EXPECT_EQ(compared, 64);
+}
+
+TEST(ForcingLists, WarningsPointsTakenAsTheyAreAndImagePointsMovedOutAsTheSearchGivesThem) {
+    EXPECT_FALSE(threelayerustar(0.02097, 0.02, 1e-6, roughnesslength(2.0)).converged);
+    for (Bed bed : {column, slope, flat}) {
+        Storage ref = basin(bed, 1, bed != flat), st = basin(bed, 1, bed != flat);
+        uselists(st);
+        const std::string printed = force(ref, 1);
+        EXPECT_EQ(force(st, 1), printed);
+        const std::vector<IdwPoint>& w = st.forcing.velocity[2].idw;
+        EXPECT_EQ(bed == column, printed.find("not converged") != std::string::npos);
+        EXPECT_EQ(bed == slope, std::any_of(w.begin(), w.end(),
+                                            [](const IdwPoint& e) { return e.block[0].near; }));
+        EXPECT_EQ(compare(st, ref, "on a plane bed"), 4);
+    }
+    omp_set_num_threads(2);
+}
+
+} // namespace
+} // namespace riffle::ibm
