@@ -121,6 +121,9 @@ void markforcing(const Flags& f, Range ri, Range rj, Range rk) {
 }  // namespace
 
 void flagdeter(Storage& st) {
+    // The flags are a function of the bed, the codes and the vertical grid alone; while those
+    // are the ones the flags in use were made from, nothing would change.
+    if (flagscurrent(st)) return;
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
     const double dz = st.dz, zmin = st.zmin;
     const BedView zb(st.zb);

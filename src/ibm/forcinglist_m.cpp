@@ -595,6 +595,11 @@ void noteclassification(Storage& st) {
     ++fl.classification;
 }
 
+bool flagscurrent(const Storage& st) {
+    const ForcingLists& fl = st.forcing;
+    return fl.enabled && fl.classified && sameinputs(st, fl.inputs);
+}
+
 void forcevelocity(Storage& st) {
     const ListKey key = keyof(st);
 #pragma omp parallel

@@ -123,6 +123,11 @@ void uselists(Storage& st);
 // those of the flags in use, every list is made again before its next use.
 void noteclassification(Storage& st);
 
+// True when the lists are in use and the flags were classified from exactly the inputs (bed,
+// boundary codes, vertical grid) that the classification would read now: classifying again would
+// rewrite every flag with the value it already holds.
+[[nodiscard]] bool flagscurrent(const Storage& st);
+
 // The velocity forcing from the lists (u, v, w in turn): a parallel region of its own.
 void forcevelocity(Storage& st);
 

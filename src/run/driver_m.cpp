@@ -128,6 +128,9 @@ void storeold(Storage& st) {
     const auto fu = st.iflagu.cview(), fv = st.iflagv.cview(), fw = st.iflagw.cview();
     const auto uo = st.uo.view(), vo = st.vo.view(), wo = st.wo.view();
     const auto fuo = st.iflaguo.view(), fvo = st.iflagvo.view(), fwo = st.iflagwo.view();
+    // The old flags already hold the flags of an unchanged classification: only the velocities
+    // need copying then.
+    const bool flags = !(st.forcing.enabled && st.oldflagsof == st.forcing.classification);
 #pragma omp parallel for schedule(static)
     for (int k = 0; k <= kmax + 1; ++k) {
         for (int j = 0; j <= jmax + 1; ++j) {
@@ -136,12 +139,17 @@ void storeold(Storage& st) {
                 uo(i, j, k) = u(i, j, k);
                 vo(i, j, k) = v(i, j, k);
                 wo(i, j, k) = w(i, j, k);
+            }
+            if (!flags) continue;
+#pragma omp simd
+            for (int i = 0; i <= imax + 1; ++i) {
                 fuo(i, j, k) = fu(i, j, k);
                 fvo(i, j, k) = fv(i, j, k);
                 fwo(i, j, k) = fw(i, j, k);
             }
         }
     }
+    st.oldflagsof = st.forcing.enabled ? st.forcing.classification : ~std::uint64_t{0};
 }
 
 void nodeaveraging(const Storage& st, NodeArrays& nodes) {

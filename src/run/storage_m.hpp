@@ -93,6 +93,9 @@ struct Storage {
     Field2d zb;
     std::vector<mglevel> mglevels;  // level l lives at mglevels[-l]; use mg(l)
     ibm::ForcingLists forcing;  // forcing points of the bed, derived from the flags; never saved
+    // The classification (forcing.classification) whose flags the old flags hold, while the lists
+    // are in use; any other value: the old flags must be copied again.
+    std::uint64_t oldflagsof = ~std::uint64_t{0};
 
     // Point data kept in restart files: npt points, six reals and one integer each. No
     // computation produces such points; npt is 0 after the initial state.
