@@ -16,6 +16,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 #include "ibm/flagdeter_m.hpp"
 #include "ibm/pointsearch_m.hpp"
@@ -449,7 +450,6 @@ inline double fartherout(const Storage& st, const IdwPoint& e, Component c) {
              value, true);
     return value;
 }
-inline double fartherout(const Storage&, const TrilinearPoint&, Component) { return 0.0; }
 
 // The velocity forcing of one grid. Each thread takes the share of the list a static schedule
 // would give it, in groups of entries whose friction-velocity laws are solved side by side:
@@ -492,7 +492,9 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
             const int n = law[l];
             const Entry& e = entries[m0 + n];
             value[n] = roughprofileln(ustar[l], e.lndp) * component(t[n].vt, c) / t[n].ut;
-            if (!converged[l]) value[n] = fartherout(st, e, c);
+            if constexpr (std::is_same_v<Entry, IdwPoint>) {
+                if (!converged[l]) value[n] = fartherout(st, e, c);
+            }
         }
         for (int n = 0; n < count; ++n) {
             const Entry& e = entries[m0 + n];
