@@ -234,8 +234,9 @@ void build(Storage& st, Site site, PointList& list, const ListKey& key, Make mak
     }
 }
 
-// The warnings the searches of a list printed, once per use.
+// The warnings the searches of a list printed, once per use (every thread calls it).
 void printwarnings(const PointList& list) {
+    if (list.warnings.empty()) return;
 #pragma omp single
     for (const SearchWarning& w : list.warnings)
         console::writeline(messages::not_converged, w.err);
@@ -454,6 +455,7 @@ inline double fartherout(const Storage& st, const IdwPoint& e, Component c) {
 // The velocity forcing of one grid. Each thread takes the share of the list a static schedule
 // would give it, in groups of entries whose friction-velocity laws are solved side by side:
 // the image velocity and its tangential part for each entry, the laws of the group, the values.
+// A thread goes on without waiting for the others.
 template <class Entry, class Image>
 void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<double>& q,
                 Component c, Image image) {
@@ -501,7 +503,6 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
             q(e.i, e.j, e.k) = value[n];
         }
     }
-#pragma omp barrier
 }
 
 void walkvelocity(Storage& st, int grid) {
@@ -597,15 +598,20 @@ void noteclassification(Storage& st) {
     ++fl.classification;
 }
 
+// The three grids one after the other without waiting in between: the walk of one writes its
+// component at its forcing points, which the others never read (they read fluid points only).
 void forcevelocity(Storage& st) {
     const ListKey key = keyof(st);
+    bool stale[3];
+    for (std::size_t grid = 0; grid < 3; ++grid) {
+        const PointList& list = st.forcing.velocity[grid];
+        stale[grid] = !(list.built && list.key == key);
+    }
 #pragma omp parallel
     {
         for (int grid = 0; grid < 3; ++grid) {
             PointList& list = st.forcing.velocity[static_cast<std::size_t>(grid)];
-            const bool stale = !(list.built && list.key == key);
-#pragma omp barrier
-            if (stale) {
+            if (stale[grid]) {
                 const auto site = static_cast<Site>(grid);
                 if (st.iIBM == 0) {
                     build<TrilinearPoint>(st, site, list, key, maketrilinear);
