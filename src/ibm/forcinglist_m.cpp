@@ -16,6 +16,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 #include "ibm/flagdeter_m.hpp"
 #include "ibm/pointsearch_m.hpp"
@@ -233,8 +234,9 @@ void build(Storage& st, Site site, PointList& list, const ListKey& key, Make mak
     }
 }
 
-// The warnings the searches of a list printed, once per use.
+// The warnings the searches of a list printed, once per use (every thread calls it).
 void printwarnings(const PointList& list) {
+    if (list.warnings.empty()) return;
 #pragma omp single
     for (const SearchWarning& w : list.warnings)
         console::writeline(messages::not_converged, w.err);
@@ -449,11 +451,11 @@ inline double fartherout(const Storage& st, const IdwPoint& e, Component c) {
              value, true);
     return value;
 }
-inline double fartherout(const Storage&, const TrilinearPoint&, Component) { return 0.0; }
 
 // The velocity forcing of one grid. Each thread takes the share of the list a static schedule
 // would give it, in groups of entries whose friction-velocity laws are solved side by side:
 // the image velocity and its tangential part for each entry, the laws of the group, the values.
+// A thread goes on without waiting for the others.
 template <class Entry, class Image>
 void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<double>& q,
                 Component c, Image image) {
@@ -492,14 +494,15 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
             const int n = law[l];
             const Entry& e = entries[m0 + n];
             value[n] = roughprofileln(ustar[l], e.lndp) * component(t[n].vt, c) / t[n].ut;
-            if (!converged[l]) value[n] = fartherout(st, e, c);
+            if constexpr (std::is_same_v<Entry, IdwPoint>) {
+                if (!converged[l]) value[n] = fartherout(st, e, c);
+            }
         }
         for (int n = 0; n < count; ++n) {
             const Entry& e = entries[m0 + n];
             q(e.i, e.j, e.k) = value[n];
         }
     }
-#pragma omp barrier
 }
 
 void walkvelocity(Storage& st, int grid) {
@@ -600,15 +603,20 @@ bool flagscurrent(const Storage& st) {
     return fl.enabled && fl.classified && sameinputs(st, fl.inputs);
 }
 
+// The three grids one after the other without waiting in between: the walk of one writes its
+// component at its forcing points, which the others never read (they read fluid points only).
 void forcevelocity(Storage& st) {
     const ListKey key = keyof(st);
+    bool stale[3];
+    for (std::size_t grid = 0; grid < 3; ++grid) {
+        const PointList& list = st.forcing.velocity[grid];
+        stale[grid] = !(list.built && list.key == key);
+    }
 #pragma omp parallel
     {
         for (int grid = 0; grid < 3; ++grid) {
             PointList& list = st.forcing.velocity[static_cast<std::size_t>(grid)];
-            const bool stale = !(list.built && list.key == key);
-#pragma omp barrier
-            if (stale) {
+            if (stale[grid]) {
                 const auto site = static_cast<Site>(grid);
                 if (st.iIBM == 0) {
                     build<TrilinearPoint>(st, site, list, key, maketrilinear);

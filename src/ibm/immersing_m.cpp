@@ -1,6 +1,9 @@
-// Immersed-boundary forcing: three loops over the u, v and w forcing points in one parallel
-// region, k shared out statically. A forcing point's wall law reads only fluid points (flag 1),
-// which no loop here writes, so the result does not depend on how the points are shared.
+// Immersed-boundary forcing. With the lists of forcing points switched on (a run), the routines
+// walk the lists (forcinglist_m), each split evenly among the threads. Otherwise they search the
+// bed at every call: three loops over the u, v and w forcing points in one parallel region, k
+// shared out statically, and the forcing cells' loop of the eddy-viscosity routine. A forcing
+// point's wall law reads only fluid points (flag 1), which no loop here writes, so the result does
+// not depend on how the points are shared.
 #include "ibm/immersing_m.hpp"
 
 #include "ibm/forcinglist_m.hpp"
