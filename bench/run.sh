@@ -71,9 +71,9 @@ while (( t <= $(nproc) )); do threads+=("$t"); t=$(( t * 2 )); done
     echo "Riffle benchmark, $(date -u +%Y-%m-%d), $(nproc) cores: $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ *//')"
     for c in "dunes-1M" "dunes-2M" "flat-74k"; do
         case $c in
-            dunes-1M) dunes 65 0.4 6 > "$out/$c.recipe" ;;
-            dunes-2M) dunes 129 0.8 4 > "$out/$c.recipe" ;;
-            flat-74k) flat 40 > "$out/$c.recipe" ;;
+            dunes-1M) dunes 65 0.4 12 > "$out/$c.recipe" ;;
+            dunes-2M) dunes 129 0.8 8 > "$out/$c.recipe" ;;
+            flat-74k) flat 120 > "$out/$c.recipe" ;;
         esac
         "$build/tools/casebuilder/riffle-case" "$out/$c.recipe" -o "$out/$c.cgns" > /dev/null 2>&1
         for n in "${threads[@]}"; do
