@@ -72,46 +72,33 @@ bool sameinputs(const Storage& st, const ClassificationInputs& in) {
 // walllaw_k.hpp) without the values, and the sum of the weights in the same order.
 IdwBlock idwblock(const Flags& flag, const Grid& g, Point3 r) {
     std::array<double, 216> dist;
-    const int i0 = blockindex(g.x, r.x), j0 = blockindex(g.y, r.y), k0 = blockindex(g.z, r.z);
-    const int ilo = std::max(i0 - 2, 0), ihi = std::min(i0 + 3, g.x.last);
-    const int jlo = std::max(j0 - 2, 0), jhi = std::min(j0 + 3, g.y.last);
-    const int klo = std::max(k0 - 2, 0), khi = std::min(k0 + 3, g.z.last);
+    const BlockRange range = blockrange(g, r);
     IdwBlock b;
-    b.i = ilo;
-    b.j = jlo;
-    b.k = klo;
-    b.ni = static_cast<std::int8_t>(std::max(ihi - ilo + 1, 0));
-    b.nj = static_cast<std::int8_t>(std::max(jhi - jlo + 1, 0));
-    b.nk = static_cast<std::int8_t>(std::max(khi - klo + 1, 0));
+    b.i = range.ilo;
+    b.j = range.jlo;
+    b.k = range.klo;
+    b.ni = static_cast<std::int8_t>(std::max(range.ihi - range.ilo + 1, 0));
+    b.nj = static_cast<std::int8_t>(std::max(range.jhi - range.jlo + 1, 0));
+    b.nk = static_cast<std::int8_t>(std::max(range.khi - range.klo + 1, 0));
     int n = 0;
     double rmax = 0.0;
-    for (int k = klo; k <= khi; ++k) {
-        const double ez = g.z.pos(k) - r.z;
-        for (int j = jlo; j <= jhi; ++j) {
-            const double ey = g.y.pos(j) - r.y;
-            for (int i = ilo; i <= ihi; ++i) {
-                if (flag(i, j, k) != 1) continue;
-                const double ex = g.x.pos(i) - r.x;
-                const double d = std::sqrt(ex * ex + ey * ey + ez * ez);
-                if (d < near_point) {
-                    b.near = true;
-                    b.i = i;
-                    b.j = j;
-                    b.k = k;
-                    return b;
-                }
-                dist[n] = d;
-                rmax = std::max(rmax, d);
-                ++n;
-                b.planes = static_cast<std::uint8_t>(b.planes | 1u << (k - klo));
-            }
+    eachfluid(flag, g, r, range, [&](int i, int j, int k, double d) {
+        if (d < near_point) {
+            b.near = true;
+            b.i = i;
+            b.j = j;
+            b.k = k;
+            return true;
         }
-    }
+        dist[n] = d;
+        rmax = std::max(rmax, d);
+        ++n;
+        b.planes = static_cast<std::uint8_t>(b.planes | 1u << (k - range.klo));
+        return false;
+    });
+    if (b.near) return b;
     double sumw = 0.0;
-    for (int m = 0; m < n; ++m) {
-        const double t = (rmax - dist[m]) / (rmax * dist[m]);
-        sumw += t * t;
-    }
+    for (int m = 0; m < n; ++m) sumw += idwweight(rmax, dist[m]);
     b.rmax = rmax;
     b.sumw = sumw;
     return b;
@@ -250,22 +237,12 @@ void printwarnings(const PointList& list) {
 inline double idwvalue(const ConstView3<double>& q, const Flags& flag, const Grid& g, Point3 r,
                        const IdwBlock& b) {
     if (b.near) return q(b.i, b.j, b.k);
-    const double rmax = b.rmax;
+    const BlockRange range{b.i, b.i + b.ni - 1, b.j, b.j + b.nj - 1, b.k, b.k + b.nk - 1};
     double sumwq = 0.0;
-    for (int k = b.k; k < b.k + b.nk; ++k) {
-        const double ez = g.z.pos(k) - r.z;
-        for (int j = b.j; j < b.j + b.nj; ++j) {
-            const double ey = g.y.pos(j) - r.y;
-            for (int i = b.i; i < b.i + b.ni; ++i) {
-                if (flag(i, j, k) != 1) continue;
-                const double ex = g.x.pos(i) - r.x;
-                const double d = std::sqrt(ex * ex + ey * ey + ez * ez);
-                const double t = (rmax - d) / (rmax * d);
-                const double wgt = t * t;
-                sumwq += wgt * q(i, j, k);
-            }
-        }
-    }
+    eachfluid(flag, g, r, range, [&](int i, int j, int k, double d) {
+        sumwq += idwweight(b.rmax, d) * q(i, j, k);
+        return false;
+    });
     const double result = sumwq / b.sumw;
     return std::isnan(result) ? 0.0 : result;
 }
@@ -340,9 +317,7 @@ RIFFLE_IDW_CLONES void cubeterms(const Grid& g, Point3 r, const Cube& cube, doub
         double* __restrict t = out.t + n;
         const double ezz = ez2[kk];
         for (int m = 0; m < plane; ++m) {
-            const double d = std::sqrt(exy[m] + ezz);
-            const double tw = (rmax - d) / (rmax * d);
-            t[m] = term(fp[m], keep[m], tw * tw, qp[m]);
+            t[m] = term(fp[m], keep[m], idwweight(rmax, std::sqrt(exy[m] + ezz)), qp[m]);
         }
         n += plane;
     }

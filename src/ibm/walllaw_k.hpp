@@ -129,42 +129,70 @@ inline int blockindex(const Axis& ax, double r) {
     return static_cast<int>(std::floor(ax.face() ? s : s + 0.5));
 }
 
-// q at r from the fluid points (flag 1) of the 6 x 6 x 6 block from the block centre -2 to +3,
-// taking only indices 0 up to the outer ghost layer. A point within 1e-6 of r gives its own value;
-// otherwise sum(w q)/sum(w) with w = ((rmax - r)/(rmax r))^2, rmax the largest distance gathered.
-// With no point gathered (or a single one, whose weight is 0) the quotient is not a number and
-// the result is 0.
+// The 6 x 6 x 6 block of the inverse-distance interpolation around r: from the block centre -2
+// to +3 in each direction, indices 0 up to the outer ghost layer only.
+struct BlockRange {
+    int ilo, ihi, jlo, jhi, klo, khi;
+};
+inline BlockRange blockrange(const Grid& g, Point3 r) {
+    const int i0 = blockindex(g.x, r.x), j0 = blockindex(g.y, r.y), k0 = blockindex(g.z, r.z);
+    return {std::max(i0 - 2, 0), std::min(i0 + 3, g.x.last), std::max(j0 - 2, 0),
+            std::min(j0 + 3, g.y.last), std::max(k0 - 2, 0), std::min(k0 + 3, g.z.last)};
+}
+
+// Calls visit(i, j, k, d) for the fluid points (flag 1) of the block in order (k, j, i ascending),
+// d their distance from r, until visit returns true.
+template <class Visit>
+inline void eachfluid(const ConstView3<std::int32_t>& flag, const Grid& g, Point3 r,
+                      const BlockRange& b, Visit visit) {
+    for (int k = b.klo; k <= b.khi; ++k) {
+        const double ez = g.z.pos(k) - r.z;
+        for (int j = b.jlo; j <= b.jhi; ++j) {
+            const double ey = g.y.pos(j) - r.y;
+            for (int i = b.ilo; i <= b.ihi; ++i) {
+                if (flag(i, j, k) != 1) continue;
+                const double ex = g.x.pos(i) - r.x;
+                if (visit(i, j, k, std::sqrt(ex * ex + ey * ey + ez * ez))) return;
+            }
+        }
+    }
+}
+
+// Weight of a point at distance d when the farthest point gathered is at rmax.
+inline double idwweight(double rmax, double d) {
+    const double t = (rmax - d) / (rmax * d);
+    return t * t;
+}
+
+// q at r from the fluid points of the block around r. A point within 1e-6 of r gives its own
+// value; otherwise sum(w q)/sum(w) with w = ((rmax - r)/(rmax r))^2, rmax the largest distance
+// gathered. With no point gathered (or a single one, whose weight is 0) the quotient is not a
+// number and the result is 0.
 inline double idw(const ConstView3<double>& q, const ConstView3<std::int32_t>& flag, const Grid& g,
                   Point3 r) {
     constexpr int blockpoints = 216;
     std::array<double, blockpoints> dist; // distances and values of the gathered points
     std::array<double, blockpoints> val;
-    const int i0 = blockindex(g.x, r.x), j0 = blockindex(g.y, r.y), k0 = blockindex(g.z, r.z);
-    const int ilo = std::max(i0 - 2, 0), ihi = std::min(i0 + 3, g.x.last);
-    const int jlo = std::max(j0 - 2, 0), jhi = std::min(j0 + 3, g.y.last);
-    const int klo = std::max(k0 - 2, 0), khi = std::min(k0 + 3, g.z.last);
     int n = 0;
     double rmax = 0.0;
-    for (int k = klo; k <= khi; ++k) {
-        const double ez = g.z.pos(k) - r.z;
-        for (int j = jlo; j <= jhi; ++j) {
-            const double ey = g.y.pos(j) - r.y;
-            for (int i = ilo; i <= ihi; ++i) {
-                if (flag(i, j, k) != 1) continue;
-                const double ex = g.x.pos(i) - r.x;
-                const double d = std::sqrt(ex * ex + ey * ey + ez * ez);
-                if (d < near_point) return q(i, j, k);
-                dist[n] = d;
-                val[n] = q(i, j, k);
-                rmax = std::max(rmax, d);
-                ++n;
-            }
+    bool near = false;
+    double nearvalue = 0.0;
+    eachfluid(flag, g, r, blockrange(g, r), [&](int i, int j, int k, double d) {
+        if (d < near_point) {
+            near = true;
+            nearvalue = q(i, j, k);
+            return true;
         }
-    }
+        dist[n] = d;
+        val[n] = q(i, j, k);
+        rmax = std::max(rmax, d);
+        ++n;
+        return false;
+    });
+    if (near) return nearvalue;
     double sumwq = 0.0, sumw = 0.0;
     for (int m = 0; m < n; ++m) {
-        const double t = (rmax - dist[m]) / (rmax * dist[m]);
-        const double wgt = t * t;
+        const double wgt = idwweight(rmax, dist[m]);
         sumwq += wgt * val[m];
         sumw += wgt;
     }
