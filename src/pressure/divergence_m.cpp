@@ -24,7 +24,8 @@ void divergence(Storage& st) {
     const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
     Partials maxima(-std::numeric_limits<double>::infinity());
     Partials sums(0.0);
-    const std::size_t tilesize = static_cast<std::size_t>(tilewidth) * jmax * kmax;
+    const std::size_t tileplane = static_cast<std::size_t>(tilewidth) * jmax;  // one k of a tile
+    const std::size_t tilesize = tileplane * kmax;
     // i shared among threads; j middle, k innermost, so each thread sums in a fixed order.
 #pragma omp parallel
     {
@@ -39,7 +40,7 @@ void divergence(Storage& st) {
             // d(i0 + m, j, k) at dt[m + tilewidth ((j - 1) + jmax (k - 1))].
             for (int k = 1; k <= kmax; ++k) {
                 for (int j = 1; j <= jmax; ++j) {
-                    double* const row = dt + tilewidth * ((j - 1) + static_cast<std::size_t>(jmax) * (k - 1));
+                    double* const row = dt + tilewidth * (j - 1) + tileplane * (k - 1);
 #pragma omp simd
                     for (int m = 0; m < n; ++m) {
                         const int i = i0 + m;
@@ -52,7 +53,7 @@ void divergence(Storage& st) {
             for (int m = 0; m < n; ++m) {
                 for (int j = 1; j <= jmax; ++j) {
                     const double* col = dt + m + tilewidth * (j - 1);
-                    for (int k = 1; k <= kmax; ++k, col += tilewidth * static_cast<std::size_t>(jmax)) {
+                    for (int k = 1; k <= kmax; ++k, col += tileplane) {
                         const double d = *col;
                         dsum += d;
                         dmax = std::max(dmax, std::abs(d));

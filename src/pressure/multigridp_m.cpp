@@ -359,7 +359,9 @@ void residualrestriction(Storage& st, int level) {
         // Fine planes left over above 2 ncz (none while nz is a power of two) get their residual
         // alone.
 #pragma omp for schedule(static) nowait
-        for (int k = 2 * ncz + 1; k <= nz; ++k) residualplane(res, phi, src, nx, ny, k, hx2, hy2, hz2);
+        for (int k = 2 * ncz + 1; k <= nz; ++k) {
+            residualplane(res, phi, src, nx, ny, k, hx2, hy2, hz2);
+        }
 #pragma omp for schedule(static)
         for (int kc = 1; kc <= ncz; ++kc) {
             residualplane(res, phi, src, nx, ny, 2 * kc - 1, hx2, hy2, hz2);
@@ -424,7 +426,9 @@ void residualnorm(Storage& st, double& norm) {
     {
         faceghosts(phi, nx, ny, nz, t);
 #pragma omp for schedule(static)
-        for (int k = 1; k <= nz; ++k) sums[k] = residualplane(res, phi, src, nx, ny, k, hx2, hy2, hz2);
+        for (int k = 1; k <= nz; ++k) {
+            sums[k] = residualplane(res, phi, src, nx, ny, k, hx2, hy2, hz2);
+        }
     }
     double sum = 0.0;
     for (int k = 1; k <= nz; ++k) sum += sums[k];

@@ -30,10 +30,12 @@ namespace riffle::pressure {
 void sourcep(Storage& st);
 
 // Pressure-solve driver: source, then multigrid cycles on level 0 from the phi of the previous
-// step, each followed by lphi, res and the residual norm. Stops after kpoismax + 1 cycles (one
+// step, each followed by the residual res and its norm. Stops after kpoismax + 1 cycles (one
 // when kpoismax <= 0), or from the second cycle on once resnorm/divnorm is not above the
-// tolerance, a 0/0 ratio included. npois is the number of cycles done. Leaves phi, lphi and res
-// of level 0 consistent, with phi's face ghosts fresh for the velocity correction.
+// tolerance, a 0/0 ratio included. npois is the number of cycles done. Leaves phi and res of
+// level 0 consistent, with phi's face ghosts fresh for the velocity correction. The cycle and
+// the driver form the Laplacian inside the residual pass and do not keep it in lphi; only
+// operatorp writes lphi.
 void poisson(Storage& st, int& npois);
 
 // Euclidean norm of src (divnormp) and of res (resnormp) over the interior of `level`.

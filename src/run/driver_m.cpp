@@ -64,7 +64,9 @@ void RoutineTimers::add(const char* name, double seconds) {
     e->seconds += seconds;
     if (threadclocks_) {
         if (e->busy.size() < end_.size()) e->busy.resize(end_.size(), 0.0);
-        for (std::size_t t = 0; t < end_.size() && t < start_.size(); ++t) e->busy[t] += end_[t] - start_[t];
+        for (std::size_t t = 0; t < end_.size() && t < start_.size(); ++t) {
+            e->busy[t] += end_[t] - start_[t];
+        }
     }
 }
 
@@ -75,7 +77,8 @@ void RoutineTimers::readclocks(std::vector<double>& clocks) {
     {
         timespec ts{};
         clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-        c[omp_get_thread_num()] = static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+        c[omp_get_thread_num()] =
+            static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
     }
 }
 
@@ -130,7 +133,7 @@ void storeold(Storage& st) {
     const auto fuo = st.iflaguo.view(), fvo = st.iflagvo.view(), fwo = st.iflagwo.view();
     // The old flags already hold the flags of an unchanged classification: only the velocities
     // need copying then.
-    const bool flags = !(st.forcing.enabled && st.oldflagsof == st.forcing.classification);
+    const bool copyflags = !(st.forcing.enabled && st.oldflagsof == st.forcing.classification);
 #pragma omp parallel for schedule(static)
     for (int k = 0; k <= kmax + 1; ++k) {
         for (int j = 0; j <= jmax + 1; ++j) {
@@ -140,7 +143,7 @@ void storeold(Storage& st) {
                 vo(i, j, k) = v(i, j, k);
                 wo(i, j, k) = w(i, j, k);
             }
-            if (!flags) continue;
+            if (!copyflags) continue;
 #pragma omp simd
             for (int i = 0; i <= imax + 1; ++i) {
                 fuo(i, j, k) = fu(i, j, k);

@@ -78,11 +78,13 @@ void velocityboundaries(Storage& st);
 // The south and north wall laws, each where all three velocity codes of its face are walls.
 void sidewalls(Storage& st);
 
-// Zeroes the velocities and eddy viscosity at points inside the bed (flag -1). Serial.
+// Zeroes the velocities and eddy viscosity at points inside the bed (flag -1); each point
+// depends on its own flag only, so the planes are shared among threads.
 void zerosolid(Storage& st);
 
 // Copies u, v, w and their flags to the previous level over 0..n+1 in each direction (the extra
-// ghost layer at -1 is not copied).
+// ghost layer at -1 is not copied). The flags are copied only when the classification may have
+// changed since the last copy (always, unless the lists of forcing points are in use).
 void storeold(Storage& st);
 
 // Averages p, u, v, w, vort and qc from the staggered grid to the nodes. Nodes at or below the bed
