@@ -8,11 +8,24 @@
 // TimeValues) and ZoneIterativeData/FlowSolutionPointers whole, which is what viewers need to
 // animate the solutions over time. CG_OPEN_F accepts the read and modify modes only, and never
 // hands a file that is not CGNS to the library's open.
+//
+// Crashes. The grid write and CG_KAVEL_FLUSH_F end by flushing the file (HDF5 writes its cached
+// metadata and data and the superblock), so the file on disk is a whole CGNS file after each: a
+// run killed between flushes keeps every result flushed before, and a copy taken or a reader
+// opened while the run goes on sees them too. The results of an earlier run are removed and
+// flushed before the new grid is written, so that the new grid cannot take the place of data the
+// file on disk still points to. A file opened for modifying is not locked the HDF5 way (which
+// would keep readers out for the whole run); an open file description lock on it keeps a second
+// run from writing the same file instead.
 #include "platform/kavellib.hpp"
 
 #include <cgns_io.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cmath>
 #include <string>
 #include <type_traits>
@@ -44,6 +57,45 @@ struct Selection {
 };
 
 Selection selected;
+
+// The run lock of each file opened for modifying: its CGNS file number and the descriptor that
+// holds the lock (closing the descriptor releases it).
+struct RunLock {
+    int fn = 0;
+    int fd = -1;
+};
+std::vector<RunLock> runlocks;
+
+// Takes an exclusive lock on the whole file, tied to a descriptor of its own: it does not meet
+// the HDF5 readers' locks, and no other close in this process releases it. False when another
+// process holds it (or the file cannot be opened for writing).
+bool lockforrun(const std::string& path, int& fd) {
+    // Non-blocking, so that a FIFO or device given as the case never holds the run up here.
+    fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0) return false;
+    struct stat info {};
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        fd = -1;
+        return false;
+    }
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    if (::fcntl(fd, F_OFD_SETLK, &whole) != 0) {
+        ::close(fd);
+        fd = -1;
+        return false;
+    }
+    return true;
+}
+
+// Brings the file on disk to the state of the calls made so far.
+int flushfile(int fn) {
+    int cgio = 0;
+    if (const int rc = cg_get_cgio(fn, &cgio); rc != CG_OK) return rc;
+    return cgio_flush_to_disk(cgio) == CG_OK ? CG_OK : CG_ERROR;
+}
 
 // Result of a call as the flag the callers expect.
 int flag(bool ok) { return ok ? 0 : 1; }
@@ -173,6 +225,9 @@ int writegrid(int ni, int nj, int nk, const double* x, const double* y, const do
         return rc;
     }
     selected.solution = 0;
+    // The space of the removed results may be taken by the new grid: only once the file on disk
+    // no longer points to it.
+    if (const int rc = flushfile(fn); rc != CG_OK) return rc;
 
     const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
     if (const int rc = cg_zone_write(fn, B, cu::box_zone, size, Structured, &Z); rc != CG_OK)
@@ -184,7 +239,7 @@ int writegrid(int ni, int nj, int nk, const double* x, const double* y, const do
         return rc;
     if (const int rc = cg_coord_write(fn, B, Z, RealDouble, "CoordinateZ", z, &C); rc != CG_OK)
         return rc;
-    return CG_OK;
+    return flushfile(fn);
 }
 
 // A calculation condition of type T (int, double or std::string) into `value`.
@@ -219,14 +274,40 @@ void CG_OPEN_F(const std::string& file, int mode, int& fid, int& ier) {
         ier = 1;
         return;
     }
+    RunLock lock;
+    if (cgmode == CG_MODE_MODIFY) {
+        // Readers may open the file while the run writes it (see the top of this file). Set
+        // before the library's first open, unless the user has chosen otherwise.
+        ::setenv("HDF5_USE_FILE_LOCKING", "FALSE", 0);
+        if (!lockforrun(file, lock.fd)) {
+            ier = 1;
+            return;
+        }
+    }
     int fn = 0;
     ier = flag(cu::openfile(file, cgmode, fn) == CG_OK);
-    if (ier == 0) fid = fn;
+    if (ier != 0) {
+        if (lock.fd >= 0) ::close(lock.fd);
+        return;
+    }
+    fid = fn;
+    if (lock.fd >= 0) {
+        lock.fn = fn;
+        runlocks.push_back(lock);
+    }
 }
 
 void CG_CLOSE_F(int fid, int& ier) {
     if (fid == selected.fid) selected = Selection{};
     ier = flag(cg_close(fid) == CG_OK);
+    // The lock is given up only after the library has closed the file.
+    for (auto l = runlocks.begin(); l != runlocks.end(); ++l) {
+        if (l->fn == fid) {
+            ::close(l->fd);
+            runlocks.erase(l);
+            break;
+        }
+    }
 }
 
 void CG_KAVEL_INIT_F(int fid, int& ier) {
@@ -294,6 +375,10 @@ void CG_KAVEL_WRITE_SOL_REAL_F(const std::string& name, const double* values, in
     ier = flag(selected.fid != 0 && selected.solution != 0 && values != nullptr &&
                cg_field_write(selected.fid, selected.flowbase, selected.box, selected.solution,
                               RealDouble, name.c_str(), values, &F) == CG_OK);
+}
+
+void CG_KAVEL_FLUSH_F(int& ier) {
+    ier = flag(selected.fid != 0 && flushfile(selected.fid) == CG_OK);
 }
 
 }  // namespace riffle::platform

@@ -54,4 +54,9 @@ void CG_KAVEL_WRITE_SOL_TIME_F(double t, int& ier);
 // Writes a node field (ni*nj*nk values of the Box zone) into the newest FlowSolution.
 void CG_KAVEL_WRITE_SOL_REAL_F(const std::string& name, const double* values, int& ier);
 
+// Brings the selected file on disk to the state of the calls made so far, so that a crash keeps
+// them and a reader sees them (the grid write does this by itself). The solver calls it after
+// each solution time and its fields: a crash never leaves a solution with some fields only.
+void CG_KAVEL_FLUSH_F(int& ier);
+
 }  // namespace riffle::platform

@@ -205,6 +205,8 @@ void writeresults(const Storage& st, NodeArrays& nodes) {
     pf::CG_KAVEL_WRITE_SOL_REAL_F("Pressure", nodes.pnode.data(), ier);
     pf::CG_KAVEL_WRITE_SOL_REAL_F("Vorticity", nodes.vortnode.data(), ier);
     pf::CG_KAVEL_WRITE_SOL_REAL_F("Coherent", nodes.qnode.data(), ier);
+    // The solution reaches the disk whole, or (if the run dies first) not at all.
+    pf::CG_KAVEL_FLUSH_F(ier);
 }
 
 void stepreport(const Storage& st) {
