@@ -154,8 +154,11 @@ BedGrid readbed(const std::string& path) {
     BedGrid bed;
     check(cu::bedsize(file.fn, B, Z, bed.ni, bed.nj), path, "reading the size of /Case/Bed");
     check(cu::readbedcoords(file.fn, B, Z, bed.x, bed.y), path, "reading /Case/Bed coordinates");
-    check(cu::readbedattribute(file.fn, B, Z, cu::elevation_field, bed.elevation), path,
-          "reading /Case/Bed/NodeAttributes/Elevation");
+    // A bed without "Elevation" is returned as it is, for the checks to name what is missing.
+    if (const int rc = cu::readbedattribute(file.fn, B, Z, cu::elevation_field, bed.elevation);
+        rc != CG_NODE_NOT_FOUND) {
+        check(rc, path, "reading /Case/Bed/NodeAttributes/Elevation");
+    }
     return bed;
 }
 

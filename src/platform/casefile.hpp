@@ -47,7 +47,8 @@ struct StoredCondition {
 // when the file cannot be opened or has no such node.
 std::vector<StoredCondition> listconditions(const std::string& path);
 
-// The bed grid of a case file. Throws CaseFileError.
+// The bed grid of a case file; `elevation` stays empty when the grid has no "Elevation". Throws
+// CaseFileError.
 BedGrid readbed(const std::string& path);
 
 }  // namespace riffle::platform

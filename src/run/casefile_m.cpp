@@ -37,12 +37,6 @@ void gridsetup(Storage& st, NodeArrays& nodes) {
     st.imax = ni - 1;
     st.jmax = nj - 1;
     st.kmax = kmaxfromexponent(n);
-    if (ni < 1 || nj < 1) {
-        throw CaseError("ERROR : No bed grid in the case file (zone Bed of base Case)");
-    }
-    if (st.kmax < 0) {
-        throw CaseError("ERROR : kmaxItm = 31 gives more vertical cells than a 32-bit count holds");
-    }
 
     const Range ni_r{0, st.imax}, nj_r{0, st.jmax}, nk_r{0, st.kmax};
     const std::uint64_t nodecount = static_cast<std::uint64_t>(ni) * static_cast<std::uint64_t>(nj) *

@@ -12,12 +12,6 @@
 
 namespace riffle {
 
-// A case that cannot be run at all (no bed grid, a grid with no nodes); the message is one line.
-class CaseError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 // Node arrays owned by the driver, over the grid nodes (0:imax, 0:jmax, 0:kmax); node (i,j,k) is
 // the corner shared by cells i and i+1 (likewise in j, k).
 struct NodeArrays {
@@ -35,8 +29,8 @@ void readstring(const char* key, std::string& value);
 [[nodiscard]] int kmaxfromexponent(int n);
 
 // Reads the bed grid and "kmaxItm", "zminItm", "zmaxItm"; sets imax, jmax, kmax, the box and the
-// spacings; allocates and fills the node arrays; writes the 3-D grid to the case file.
-// Throws CaseError when the case has no bed grid or the vertical count overflows.
+// spacings; allocates and fills the node arrays; writes the 3-D grid to the case file. The case
+// has passed caseproblems (casecheck_m.hpp): a bed grid of at least 2 x 2 nodes, 2 <= kmax.
 void gridsetup(Storage& st, NodeArrays& nodes);
 
 // "viscItm" .. "zBoundItm": physical parameters, time-step mode and boundary-type codes.

@@ -26,6 +26,7 @@
 #include "pressure/divergence_m.hpp"
 #include "pressure/multigridp_m.hpp"
 #include "pressure/vorticity_m.hpp"
+#include "run/casecheck_m.hpp"
 #include "run/console_m.hpp"
 #include "run/initial_m.hpp"
 #include "run/messages.hpp"
@@ -316,19 +317,23 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     std::string casename(argv[1]);
     if (casename.size() > textlength) casename.resize(textlength);
 
+    // The case is first read without write access and refused, with the file untouched, when it
+    // cannot be computed (infinities, NaN, or a run that never ends).
     int fid = 0, ier = 0;
+    pf::CG_OPEN_F(casename, pf::mode_read, fid, ier);
+    if (ier != 0) stopwith(messages::open_error);
+    pf::CG_KAVEL_INIT_F(fid, ier);
+    const std::vector<std::string> problems = caseproblems(readcaseinput());
+    pf::CG_CLOSE_F(fid, ier);
+    if (!problems.empty()) errorreport(1, problems.front());
+
     pf::CG_OPEN_F(casename, pf::mode_modify, fid, ier);
     if (ier != 0) stopwith(messages::open_error);
     pf::CG_KAVEL_INIT_F(fid, ier);
 
     Storage st;
     NodeArrays nodes;
-    try {
-        startup(st, nodes);
-    } catch (const CaseError& e) {
-        pf::CG_CLOSE_F(fid, ier);
-        stopwith(e.what());
-    }
+    startup(st, nodes);
 
     RoutineTimers none(false);
     RoutineTimers& t = timers ? *timers : none;

@@ -47,15 +47,14 @@ std::uint64_t cells(Range a, Range b, Range c) {
            static_cast<std::uint64_t>(c.extent());
 }
 
-// Physical memory of the machine; a grid that needs more can never run.
+}  // namespace
+
 std::uint64_t physicalmemory() {
     const long pages = ::sysconf(_SC_PHYS_PAGES);
     const long pagesize = ::sysconf(_SC_PAGESIZE);
     if (pages <= 0 || pagesize <= 0) return UINT64_MAX;
     return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pagesize);
 }
-
-}  // namespace
 
 std::uint64_t allocationbytes(const Storage& st) {
     const Extents e = extents(st);
@@ -129,13 +128,14 @@ void allocation(Storage& st) {
     }
 }
 
-void errorreport(int code) {
+void errorreport(int code, const std::string& detail) {
     switch (code) {
         case 1: console::writeline(messages::error_parameters); break;
         case 2: console::writeline(messages::error_allocate); break;
         case 3: console::writeline(messages::error_restart); break;
         default: break;
     }
+    if (!detail.empty()) console::writeline(detail);
     console::pause();
     std::fflush(stdout);
     std::exit(EXIT_FAILURE);

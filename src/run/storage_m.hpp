@@ -117,12 +117,16 @@ void levelcount(Storage& st);
 // Bytes that allocation() will ask for, so an impossible grid is refused before any is taken.
 [[nodiscard]] std::uint64_t allocationbytes(const Storage& st);
 
+// Physical memory of the machine: a grid that needs more can never run.
+[[nodiscard]] std::uint64_t physicalmemory();
+
 // Allocates every field and the multigrid hierarchy for the grid in st (levelcount first).
 // A request that cannot be met ends the run through errorreport(2).
 void allocation(Storage& st);
 
 // Fatal-error reporter: prints the message of `code`, pauses for the operator and stops the
-// program with a non-zero status. Codes: 1 parameters, 2 allocation, 3 restart read.
-[[noreturn]] void errorreport(int code);
+// program with a non-zero status. Codes: 1 parameters, 2 allocation, 3 restart read. A
+// non-empty `detail` (what exactly is wrong, one line) follows the message.
+[[noreturn]] void errorreport(int code, const std::string& detail = {});
 
 }  // namespace riffle

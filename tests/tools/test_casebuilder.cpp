@@ -393,6 +393,9 @@ bool warns(const Report& r, std::string_view part) {
     return std::any_of(r.warnings.begin(), r.warnings.end(),
                        [&](const std::string& w) { return contains(w, part); });
 }
+bool refuses(const Report& r, std::string_view line) {
+    return std::find(r.errors.begin(), r.errors.end(), line) != r.errors.end();
+}
 
 TEST(CaseCheck, MissingWrongTypeAndNotRead) {
     const Case c = build("");
@@ -418,7 +421,9 @@ TEST(CaseCheck, MissingWrongTypeAndNotRead) {
     }
     stored.push_back({"cflitm", "RealDouble", 1, 0.3});
     const Report r = checkcase(stored, c.bed);
-    EXPECT_EQ(r.problems(), 3);
+    EXPECT_EQ(r.problems(), 4);  // three keys, and the solver refuses a missing Courant number
+    EXPECT_EQ(r.errors, std::vector<std::string>{"\"cflItm\" is missing (read as 0): the "
+                                                 "Courant number must be a positive number"});
     EXPECT_EQ(statusof(r, "cflItm").status, Status::missing);
     EXPECT_EQ(statusof(r, "epsItm").status, Status::wrongtype);
     EXPECT_EQ(statusof(r, "kpoismaxItm").status, Status::wrongtype);
@@ -458,21 +463,20 @@ TEST(CaseCheck, WarningsForPoorRuns) {
     EXPECT_FALSE(warns(check("zminItm = -0.004\n"), "first cell centre")); // zc(1) = -0.00075
     EXPECT_TRUE(warns(check("level = 0.2\nzminItm = 0\ndischargeItm = 0.01\n"),
                       "reaches the top of the box"));
-    EXPECT_TRUE(
-        warns(check("timetypeItm = 1\ntimestepItm = 0\n"), "fixed time step timestepItm = 0"));
-    EXPECT_TRUE(warns(check("timetypeItm = 2\n"), "neither 0 nor 1"));
+    EXPECT_TRUE(refuses(check("timetypeItm = 1\ntimestepItm = 0\n"),
+                        "\"timestepItm\" = 0: the fixed time step must be a positive number"));
+    EXPECT_TRUE(refuses(check("timetypeItm = 2\n"),
+                        "\"timetypeItm\" = 2: it must be 0 (step from \"cflItm\") or 1 (fixed "
+                        "\"timestepItm\"); with any other value no time step is read and time "
+                        "does not advance"));
     EXPECT_TRUE(warns(check("endtimeItm = 0.5\nstarttimeItm = 0.5\n"), "exactly one step"));
     EXPECT_TRUE(warns(check("ni = 2\n"), "1 cell in x"));
     EXPECT_TRUE(warns(check("nj = 2\n"), "1 cell in y"));
     EXPECT_TRUE(warns(check("bed = sinusoid\nwavelength = 0.3\n"), "not periodic in x"));
-    EXPECT_TRUE(warns(check("OTimeItm = 0\n"), "OTimeItm = 0 is not positive"));
-    EXPECT_FALSE(warns(check("dtTecplotItm = 0\n"), "dtTecplotItm")); // not read: Tecplot off
-    EXPECT_TRUE(warns(check("TecplotItm = 1\ndtTecplotItm = 0\n"), "dtTecplotItm"));
-
-    auto stored = asstored(build("").conditions);
-    for (auto& sc : stored)
-        if (sc.key == "kmaxItm") sc.value = 32;
-    EXPECT_TRUE(warns(checkcase(stored, build("").bed), "kmaxItm = 32 is outside 0..31"));
+    EXPECT_TRUE(refuses(check("OTimeItm = 0\n"),
+                        "\"OTimeItm\" = 0: the interval of result writes must be a positive number"));
+    EXPECT_TRUE(check("dtTecplotItm = 0\n").errors.empty()); // not read: Tecplot off
+    EXPECT_EQ(check("TecplotItm = 1\ndtTecplotItm = 0\n").errors.size(), 1u);
 }
 
 // ---- the bundled recipes and the program --------------------------------------------------------

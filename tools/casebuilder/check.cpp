@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "messages.hpp"
+#include "run/casecheck_m.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle::casebuilder {
@@ -82,15 +83,11 @@ std::vector<std::string> warnings(const Held& held, const Report& report) {
     const bool hasbed = bed.ni >= 1 && bed.nj >= 1 &&
                         bed.elevation.size() == static_cast<std::size_t>(bed.ni) * bed.nj;
 
-    // Box and bed.
+    // Box and bed (a vertical count or a box height the solver refuses is an error, not here).
     const int n = held.integer("kmaxItm");
     const double zmin = held.real("zminItm"), zmax = held.real("zmaxItm");
     double dz = 0.0;
-    if (n < 0 || n > 31) {
-        w.push_back(msg::warn_kmax_range(n));
-    } else if (!(zmax > zmin)) {
-        w.push_back(msg::warn_box_height(zmin, zmax));
-    } else {
+    if (n >= 1 && n <= 30 && zmax > zmin) {
         dz = (zmax - zmin) / std::ldexp(1.0, n);
         if (hasbed) {
             const auto [lo, hi] = std::minmax_element(bed.elevation.begin(), bed.elevation.end());
@@ -115,24 +112,12 @@ std::vector<std::string> warnings(const Held& held, const Report& report) {
 
     // Flow and time.
     if (const double q = held.real("dischargeItm"); !(q > 0.0)) w.push_back(msg::warn_discharge(q));
-    const int timetype = held.integer("timetypeItm");
-    if (timetype == 1) {
-        if (const double dt = held.real("timestepItm"); !(dt > 0.0))
-            w.push_back(msg::warn_fixed_step(dt));
-    } else if (timetype == 0) {
-        if (const double cfl = held.real("cflItm"); !(cfl > 0.0)) w.push_back(msg::warn_cfl(cfl));
-    } else {
-        w.push_back(msg::warn_timetype(timetype));
-    }
     const double start = held.real("starttimeItm"), end = held.real("endtimeItm");
     if (!(end > start)) w.push_back(msg::warn_endtime(start, end));
 
-    // Output intervals that are read, and real-valued switches whose int32 view hides their value.
+    // Real-valued switches whose int32 view hides their value.
     for (const KeyReport& k : report.keys) {
         const std::string_view key = k.condition->key;
-        const bool isinterval = key == "OTimeItm" || key == "dtHotoutItm" || key == "dtTecplotItm";
-        if (isinterval && k.status != Status::notread && !(held.real(key) > 0.0))
-            w.push_back(msg::warn_interval(key, held.real(key)));
         const bool isswitch = std::any_of(conditionkeys.begin(), conditionkeys.end(),
                                           [&](const KeySpec& s) { return s.when == key; });
         if (isswitch && k.condition->type == KeyType::real && held.real(key) != 0.0 &&
@@ -145,9 +130,10 @@ std::vector<std::string> warnings(const Held& held, const Report& report) {
 } // namespace
 
 int Report::problems() const {
-    return static_cast<int>(std::count_if(keys.begin(), keys.end(), [](const KeyReport& k) {
-        return k.status == Status::missing || k.status == Status::wrongtype;
-    }));
+    return static_cast<int>(errors.size()) +
+           static_cast<int>(std::count_if(keys.begin(), keys.end(), [](const KeyReport& k) {
+               return k.status == Status::missing || k.status == Status::wrongtype;
+           }));
 }
 
 Report checkcase(const std::vector<platform::StoredCondition>& stored,
@@ -176,7 +162,8 @@ Report checkcase(const std::vector<platform::StoredCondition>& stored,
                     k.reason += ", tested as " + std::to_string(v);
             }
         }
-        const bool ok = s != stored.end() && readable(cond, *s) && k.value.has_value();
+        k.readable = s != stored.end() && readable(cond, *s) && k.value.has_value();
+        const bool ok = k.readable;
         if (!read)
             k.status = Status::notread;
         else if (s == stored.end())
@@ -189,6 +176,23 @@ Report checkcase(const std::vector<platform::StoredCondition>& stored,
     for (const platform::StoredCondition& s : stored)
         if (!findcondition(s.key)) report.others.push_back(s.key);
     report.warnings = warnings(held, report);
+
+    // What the solver refuses to compute, in its own words.
+    CaseInput in;
+    in.ni = bed.ni;
+    in.nj = bed.nj;
+    in.x = bed.x;
+    in.y = bed.y;
+    in.elevation = bed.elevation;
+    in.condition = [&report](std::string_view key, bool) -> std::optional<double> {
+        for (const KeyReport& k : report.keys) {
+            if (k.condition->key != key || !k.readable || !k.value) continue;
+            if (const auto* i = std::get_if<int>(&*k.value)) return *i;
+            if (const auto* d = std::get_if<double>(&*k.value)) return *d;
+        }
+        return std::nullopt;
+    };
+    report.errors = caseproblems(in);
     return report;
 }
 
@@ -254,12 +258,15 @@ void printreport(std::ostream& out, const Report& report) {
     for (const std::string& key : report.others)
         out << "  " << key << ": stored, but not a calculation condition (the solver ignores it)\n";
     for (const std::string& w : report.warnings) out << "warning: " << w << "\n";
-    const int problems = report.problems();
+    for (const std::string& e : report.errors) out << "error: " << e << "\n";
+    const int problems = report.problems() - static_cast<int>(report.errors.size());
     if (problems == 0)
         out << "All conditions the solver reads are present with the right type.\n";
     else
         out << problems << " condition" << (problems == 1 ? " is" : "s are")
             << " missing or stored with the wrong type.\n";
+    if (!report.errors.empty())
+        out << "The solver refuses this case (\"ERROR : Failed to read the parameters ...\").\n";
 }
 
 } // namespace riffle::casebuilder

@@ -25,15 +25,17 @@ struct KeyReport {
     std::string stored; // stored data type and length, e.g. "RealDouble(1)"; empty if absent
     std::optional<Value> value; // the stored value, where it is an integer, real or text
     std::string reason;         // for a key that is not read: the switch that rules it out
+    bool readable = false;      // stored with the type and length the solver reads
 };
 
 struct Report {
     std::vector<KeyReport> keys;     // one per calculation condition, in reading order
     std::vector<std::string> others; // stored keys the solver does not know (it ignores them)
     std::vector<std::string> warnings;
+    std::vector<std::string> errors; // what the solver refuses to compute (caseproblems)
     platform::BedGrid bed;
 
-    // Keys the solver reads that are missing or stored with the wrong type.
+    // Keys the solver reads that are missing or stored with the wrong type, and the errors.
     [[nodiscard]] int problems() const;
 };
 

@@ -28,8 +28,13 @@ int build(const std::string& recipepath, const std::optional<std::string>& outpu
     try {
         cb::Case c = cb::buildcase(cb::readrecipe(recipepath));
         if (output) c.output = *output;
-        for (const std::string& w : cb::checkcase(cb::asstored(c.conditions), c.bed).warnings)
+        const cb::Report report = cb::checkcase(cb::asstored(c.conditions), c.bed);
+        for (const std::string& w : report.warnings)
             std::cerr << recipepath << ": warning: " << w << "\n";
+        // A case the solver would refuse is not written.
+        for (const std::string& e : report.errors)
+            std::cerr << recipepath << ": error: " << e << "\n";
+        if (!report.errors.empty()) return failed;
         if (!c.output.ends_with(".cgns"))
             std::cerr << recipepath << ": warning: " << cb::msg::warn_extension(c.output) << "\n";
         pf::writecasefile(c.output, c.bed, c.conditions);

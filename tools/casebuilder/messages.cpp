@@ -136,36 +136,9 @@ std::string warn_bed_reaches_top(double zbmax, double zmax) {
            " reaches the top of the box zmaxItm = " + n(zmax) + ": the flow is blocked there";
 }
 
-std::string warn_kmax_range(int exponent) {
-    return "kmaxItm = " + std::to_string(exponent) +
-           " is outside 0..31: the solver takes kmax = 0, a box without vertical cells";
-}
-
-std::string warn_box_height(double zmin, double zmax) {
-    return "zmaxItm = " + n(zmax) + " is not above zminItm = " + n(zmin) +
-           ": the cell height is not positive";
-}
-
-std::string warn_fixed_step(double dt) {
-    return "the fixed time step timestepItm = " + n(dt) + " is not positive: time does not advance";
-}
-
-std::string warn_cfl(double cfl) {
-    return "cflItm = " + n(cfl) + " is not positive: the time step is not positive";
-}
-
-std::string warn_timetype(int timetype) {
-    return "timetypeItm = " + std::to_string(timetype) +
-           " is neither 0 nor 1: no time step is read and it stays 0";
-}
-
 std::string warn_endtime(double starttime, double endtime) {
     return "endtimeItm = " + n(endtime) + " is not after starttimeItm = " + n(starttime) +
            ": exactly one step is made";
-}
-
-std::string warn_interval(std::string_view key, double value) {
-    return std::string(key) + " = " + n(value) + " is not positive: its output times are undefined";
 }
 
 std::string warn_few_cells(char axis, int cells) {

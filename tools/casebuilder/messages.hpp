@@ -66,13 +66,7 @@ inline constexpr const char* no_bed_points = "no x, y, z rows";
 // ---- warnings: a case that runs, but poorly ---------------------------------------------------
 [[nodiscard]] std::string warn_bed_below_first_centre(double zbmin, double zc1);
 [[nodiscard]] std::string warn_bed_reaches_top(double zbmax, double zmax);
-[[nodiscard]] std::string warn_kmax_range(int n);
-[[nodiscard]] std::string warn_box_height(double zmin, double zmax);
-[[nodiscard]] std::string warn_fixed_step(double dt);
-[[nodiscard]] std::string warn_cfl(double cfl);
-[[nodiscard]] std::string warn_timetype(int timetype);
 [[nodiscard]] std::string warn_endtime(double starttime, double endtime);
-[[nodiscard]] std::string warn_interval(std::string_view key, double value);
 [[nodiscard]] std::string warn_few_cells(char axis, int cells);
 [[nodiscard]] std::string warn_switch_view(std::string_view key, double value);
 [[nodiscard]] std::string warn_discharge(double discharge);
