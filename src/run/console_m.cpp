@@ -2,11 +2,91 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
+
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 
 namespace riffle::console {
+
+namespace {
+
+double wallclock() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+void toerror(const std::string& text) {
+    // Straight to the descriptor: standard error is unbuffered anyway, and the line must appear
+    // whole, between the records of standard output.
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = ::write(STDERR_FILENO, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return;
+        done += static_cast<std::size_t>(n);
+    }
+}
+
+const ProgressLine* current = nullptr;  // the line shown, if any
+
+}  // namespace
+
+ProgressLine::ProgressLine(double starttime, double endtime)
+    : shown_(::isatty(STDERR_FILENO) == 1), start_(starttime), end_(endtime),
+      wallstart_(wallclock()) {
+    if (!shown_) return;
+    sharesterminal_ = ::isatty(STDOUT_FILENO) == 1;
+    current = this;
+}
+
+ProgressLine::~ProgressLine() {
+    if (!shown_) return;
+    erase();
+    current = nullptr;
+}
+
+void ProgressLine::beforereport() const {
+    if (shown_ && sharesterminal_) {
+        std::fflush(stdout);
+        erase();
+    }
+}
+
+void ProgressLine::afterreport(int istep, double time) {
+    if (!shown_) return;
+    ++steps_;
+    const double now = wallclock();
+    if (lastdraw_ < 0.0 || now - lastdraw_ >= 0.25) {
+        lastdraw_ = now;
+        const double elapsed = std::max(now - wallstart_, 1e-9);
+        const double span = end_ - start_;
+        const double done = span > 0.0 ? std::clamp((time - start_) / span, 0.0, 1.0) : 1.0;
+        // Time left from the simulated time gained per second of wall clock so far.
+        const double left = done > 0.0 ? elapsed * (1.0 - done) / done : 0.0;
+        const long seconds = std::lround(std::min(left, 359999.0));
+        char buf[160];
+        std::snprintf(buf, sizeof buf,
+                      "step %d  t = %.6g of %.6g s  %.1f %%  %.1f steps/s  %ld:%02ld:%02ld left",
+                      istep, time, end_, 100.0 * done, steps_ / elapsed,
+                      seconds / 3600, seconds / 60 % 60, seconds % 60);
+        text_ = buf;
+    } else if (!sharesterminal_) {
+        return;  // unchanged, and still on the screen
+    }
+    if (sharesterminal_) std::fflush(stdout);
+    draw();
+}
+
+void ProgressLine::draw() const { toerror("\r" + text_ + "\x1b[K"); }
+void ProgressLine::erase() const { toerror("\r\x1b[K"); }
+
+void clearprogress() {
+    if (current != nullptr) toerror("\r\x1b[K");
+}
 
 void appenditem(std::string& rec, std::string_view text) {
     // Character items follow the separating blank as they stand; a label that ends in a blank

@@ -44,4 +44,32 @@ void writeline(const Items&... items) {
 // of file or not readable, so batch runs and CI never hang here.
 void pause();
 
+// One progress line on standard error, kept only when standard error is a terminal: step,
+// simulated time of the end time, percent, steps per second and the time left, redrawn in place
+// at most four times a second. Nothing of it reaches standard output. When standard output is the
+// same terminal, the line is taken away before each step report and put back after it.
+class ProgressLine {
+public:
+    ProgressLine(double starttime, double endtime);
+    ProgressLine(const ProgressLine&) = delete;
+    ProgressLine& operator=(const ProgressLine&) = delete;
+    ~ProgressLine();
+
+    // Before the step report is written to standard output.
+    void beforereport() const;
+    // After the report of step `istep`, which reached `time`.
+    void afterreport(int istep, double time);
+
+private:
+    void draw() const;
+    void erase() const;
+    bool shown_ = false, sharesterminal_ = false;
+    long steps_ = 0;  // made in this run (a restart's step count does not start at 0)
+    double start_, end_, wallstart_, lastdraw_ = -1.0;
+    std::string text_;
+};
+
+// Takes the progress line away, if one is shown, before a message goes to the terminal.
+void clearprogress();
+
 }  // namespace riffle::console

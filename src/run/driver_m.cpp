@@ -47,6 +47,7 @@ constexpr double zerosolidstep = 0.0008;
 
 [[noreturn]] void stopwith(const char* message) {
     std::fflush(stdout);
+    console::clearprogress();
     std::fprintf(stderr, "%s\n", message);
     std::exit(EXIT_FAILURE);
 }
@@ -340,11 +341,14 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     t.cells = static_cast<long long>(st.imax) * st.jmax * st.kmax;
     // An output file that cannot be written ends the run with a one-line message.
     try {
+        console::ProgressLine progress(st.time, st.endtime);
         double told = st.time;
         for (;;) {
             advance(st, &t);
             ++t.steps;
+            progress.beforereport();
             stepreport(st);
+            progress.afterreport(st.istep, st.time);
             if (crossed(st.time, told, st.otime)) {
                 t.time("case-file output", [&] {
                     pressure::vorticity(st);

@@ -2,9 +2,12 @@
 finds the 3-D grid, the output times and the six fields of every output; cgnscheck accepts the
 file; bad invocations print their message, exit non-zero and change no file."""
 
+import fcntl
 import hashlib
 import os
+import pty
 import shutil
+import subprocess
 import tempfile
 import unittest
 
@@ -92,7 +95,8 @@ class Spine(unittest.TestCase):
             self.assertTrue(np.all(data(box["FlowSolution1/Pressure"]) == 0.0))
 
     def test_run_report_results_and_rerun(self):
-        out = run([Paths.riffle, self.case])
+        one = dict(os.environ, OMP_NUM_THREADS="1")  # the same report bits run after run
+        out = run([Paths.riffle, self.case], env=one)
         self.assertEqual(out.returncode, 0, out.stdout + out.stderr)
         lines = out.stdout.splitlines()
         self.assertEqual(len(lines), 5 * 7)
@@ -111,9 +115,22 @@ class Spine(unittest.TestCase):
             text = check.stdout + check.stderr
             self.assertNotIn("ERROR", text.upper().replace("0 ERRORS", ""), text)
 
-        # A second run replaces the first run's results instead of adding to them.
-        again = run([Paths.riffle, self.case])
+        # A second run replaces the first run's results instead of adding to them. Its standard
+        # error is a terminal: one progress line drawn there and taken away at the end, and the
+        # report on standard output the same as without it (the first run's error stream stays
+        # empty).
+        self.assertEqual(out.stderr, "")
+        leader, follower = pty.openpty()
+        again = subprocess.run([Paths.riffle, self.case], stdin=subprocess.DEVNULL,
+                               stdout=subprocess.PIPE, stderr=follower, text=True, timeout=300,
+                               env=one)
+        os.close(follower)
+        progress = os.read(leader, 1 << 16).decode()
+        os.close(leader)
         self.assertEqual(again.returncode, 0)
+        self.assertEqual(again.stdout, out.stdout)
+        self.assertRegex(progress, r"^\rstep 1  t = 0.25 of 1.25 s  20.0 %  [\d.]+ steps/s  "
+                                   r"\d:\d\d:\d\d left\x1b\[K.*\r\x1b\[K$")
         self.check_results([0.0, 0.5, 1.0])
 
     def test_bad_invocations_change_nothing(self):
@@ -132,6 +149,12 @@ class Spine(unittest.TestCase):
             out = run([Paths.riffle] + args)
             self.assertNotEqual(out.returncode, 0, args)
             self.assertIn(message, out.stdout + out.stderr, args)
+        # A case file that another run writes (it holds a lock on it) is not opened.
+        with open(self.case, "r+b") as held:
+            fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            out = run([Paths.riffle, self.case])
+        self.assertNotEqual(out.returncode, 0)
+        self.assertIn("*** Open error of CGNS file ***", out.stdout + out.stderr)
         self.assertEqual(digest(self.case), before)
         with open(text) as f:
             self.assertEqual(f.read(), "not a case file\n")
