@@ -35,9 +35,13 @@ void readstring(const char* key, std::string& value);
 [[nodiscard]] int kmaxfromexponent(int n);
 
 // Reads the bed grid and "kmaxItm", "zminItm", "zmaxItm"; sets imax, jmax, kmax, the box and the
-// spacings; allocates and fills the node arrays; writes the 3-D grid to the case file.
+// spacings; allocates and fills the node arrays. Writes nothing: writegrid does.
 // Throws CaseError when the case has no bed grid or the vertical count overflows.
 void gridsetup(Storage& st, NodeArrays& nodes);
+
+// Writes the 3-D grid of the node arrays to the case file, which removes the results of any
+// earlier run: the first write of a run.
+void writegrid(const Storage& st, const NodeArrays& nodes);
 
 // "viscItm" .. "zBoundItm": physical parameters, time-step mode and boundary-type codes.
 void readphysics(Storage& st);

@@ -220,6 +220,16 @@ void stepreport(const Storage& st) {
 
 void startup(Storage& st, NodeArrays& nodes) {
     gridsetup(st, nodes);
+    // The restart file is looked at ahead of its turn, before the grid write removes the results
+    // of the last run from the case file: a file that cannot serve this grid stops the run while
+    // those results are still there.
+    int hotstart = 0;
+    readinteger("HotstartItm", hotstart);
+    if (hotstart == 1) {
+        readstring("StartfileItm", st.startfile);
+        restartcheck(st.imax, st.jmax, st.kmax, st.startfile);
+    }
+    writegrid(st, nodes);
     // The x and y node coordinates served the grid write and nothing reads them again; giving
     // them back before the fields are allocated lowers the run's peak memory.
     nodes.x3 = Field3d{};
@@ -241,10 +251,7 @@ void startup(Storage& st, NodeArrays& nodes) {
     st.istep = 0;
     readreal("starttimeItm", st.time);
     readreal("endtimeItm", st.endtime);
-    int hotstart = 0;
-    readinteger("HotstartItm", hotstart);
-    if (hotstart == 1) {
-        readstring("StartfileItm", st.startfile);
+    if (hotstart == 1) {  // HotstartItm and StartfileItm as read before the grid write
         restartread(st, st.startfile);
         int timeinitial = 0;
         readinteger("TimeInitialItm", timeinitial);
