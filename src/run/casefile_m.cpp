@@ -76,6 +76,10 @@ void gridsetup(Storage& st, NodeArrays& nodes) {
             }
         }
     }
+}
+
+void writegrid(const Storage& st, const NodeArrays& nodes) {
+    int ier = 0;
     pf::CG_KAVEL_WRITEGRIDCOORD3D_F(st.imax + 1, st.jmax + 1, st.kmax + 1, nodes.x3.data(),
                                     nodes.y3.data(), nodes.z3.data(), ier);
 }

@@ -29,9 +29,13 @@ void readstring(const char* key, std::string& value);
 [[nodiscard]] int kmaxfromexponent(int n);
 
 // Reads the bed grid and "kmaxItm", "zminItm", "zmaxItm"; sets imax, jmax, kmax, the box and the
-// spacings; allocates and fills the node arrays; writes the 3-D grid to the case file. The case
-// has passed caseproblems (casecheck_m.hpp): a bed grid of at least 2 x 2 nodes, 2 <= kmax.
+// spacings; allocates and fills the node arrays. Writes nothing: writegrid does. The case has
+// passed caseproblems (casecheck_m.hpp): a bed grid of at least 2 x 2 nodes, 2 <= kmax.
 void gridsetup(Storage& st, NodeArrays& nodes);
+
+// Writes the 3-D grid of the node arrays to the case file, which removes the results of any
+// earlier run: the first write of a run.
+void writegrid(const Storage& st, const NodeArrays& nodes);
 
 // "viscItm" .. "zBoundItm": physical parameters, time-step mode and boundary-type codes.
 void readphysics(Storage& st);

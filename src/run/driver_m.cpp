@@ -224,6 +224,7 @@ void stepreport(const Storage& st) {
 
 void startup(Storage& st, NodeArrays& nodes) {
     gridsetup(st, nodes);
+    writegrid(st, nodes);
     // The x and y node coordinates served the grid write and nothing reads them again; giving
     // them back before the fields are allocated lowers the run's peak memory.
     nodes.x3 = Field3d{};
@@ -324,9 +325,20 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     pf::CG_OPEN_F(casename, pf::mode_read, fid, ier);
     if (ier != 0) stopwith(messages::open_error);
     pf::CG_KAVEL_INIT_F(fid, ier);
-    const std::vector<std::string> problems = caseproblems(readcaseinput());
+    const CaseInput input = readcaseinput();
+    const std::vector<std::string> problems = caseproblems(input);
+    // A restart file that cannot serve this grid is refused now too, while the results of the
+    // last run are still in the case file.
+    int hotstart = 0, exponent = 0;
+    std::string startfile;
+    readinteger("HotstartItm", hotstart);
+    if (hotstart == 1) readstring("StartfileItm", startfile);
+    readinteger("kmaxItm", exponent);
     pf::CG_CLOSE_F(fid, ier);
     if (!problems.empty()) errorreport(1, problems.front());
+    if (hotstart == 1) {
+        restartcheck(input.ni - 1, input.nj - 1, kmaxfromexponent(exponent), startfile);
+    }
 
     pf::CG_OPEN_F(casename, pf::mode_modify, fid, ier);
     if (ier != 0) stopwith(messages::open_error);

@@ -10,6 +10,14 @@ inline constexpr const char* open_error = "*** Open error of CGNS file ***";
 inline constexpr const char* error_parameters = "ERROR : Failed to read the parameters ...";
 inline constexpr const char* error_allocate = "ERROR : Failed to allocate the arrays ...";
 inline constexpr const char* error_restart = "ERROR : Failed to read the saved results ...";
+// Why a restart file is refused (RestartError): a line number and one of these; the console
+// shows error_restart alone.
+inline constexpr const char* restart_unreadable = "cannot read the file ";
+inline constexpr const char* restart_ends_early = "the file ends inside a record";
+inline constexpr const char* restart_not_number = "not a number: ";
+inline constexpr const char* restart_not_finite = "not a finite value: ";
+inline constexpr const char* restart_bad_count = "a point count the file cannot hold: ";
+inline constexpr const char* restart_left_over = "text after the last record (a larger grid?)";
 // An output file (restart or Tecplot) that cannot be written; the file name and the system's
 // reason follow on the same line.
 inline constexpr const char* error_write = "ERROR : Cannot write the file ";

@@ -4,15 +4,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
-#include <vector>
 
 #include "run/messages.hpp"
 
@@ -127,37 +128,43 @@ private:
 
 // ---- reading --------------------------------------------------------------------------------
 
-[[noreturn]] void readfailure() { errorreport(3); }
-
 inline bool separator(char c) {
     return c == ' ' || c == '\n' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
 }
 
 // List-directed input over the text of a whole file: items are separated by blanks or line ends,
 // a record's items may run over several lines, and endrecord() skips the rest of the line on
-// which a record's last item stood.
+// which a record's last item stood. Every failure throws RestartError naming the line.
 class ListReader {
 public:
-    explicit ListReader(std::string_view text) : p_(text.data()), end_(text.data() + text.size()) {}
+    explicit ListReader(std::string_view text)
+        : begin_(text.data()), p_(text.data()), end_(text.data() + text.size()) {}
 
     [[nodiscard]] double real() {
-        std::string_view t = item();
-        if (t.size() > 1 && t.front() == '+') t.remove_prefix(1);
+        const std::string_view t = item();
+        const std::string_view digits = unsigned_plus(t);
         double value = 0.0;
-        const auto r = std::from_chars(t.data(), t.data() + t.size(), value);
-        // A value out of range still parses (to an infinity or zero), as the text says so.
-        if (r.ptr != t.data() + t.size() ||
+        const auto r = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+        if (r.ptr != digits.data() + digits.size() ||
             (r.ec != std::errc{} && r.ec != std::errc::result_out_of_range)) {
-            readfailure();
+            fail(messages::restart_not_number, t);
         }
+        // Out of range leaves `value` untouched; strtod tells an overflow (an infinity, refused
+        // below) from an underflow (zero or a subnormal of the right sign, as the text says).
+        if (r.ec == std::errc::result_out_of_range) {
+            value = std::strtod(std::string(digits).c_str(), nullptr);
+        }
+        if (!std::isfinite(value)) fail(messages::restart_not_finite, t);
         return value;
     }
     [[nodiscard]] int integer() {
-        std::string_view t = item();
-        if (t.size() > 1 && t.front() == '+') t.remove_prefix(1);
+        const std::string_view t = item();
+        const std::string_view digits = unsigned_plus(t);
         int value = 0;
-        const auto r = std::from_chars(t.data(), t.data() + t.size(), value);
-        if (r.ec != std::errc{} || r.ptr != t.data() + t.size()) readfailure();
+        const auto r = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+        if (r.ec != std::errc{} || r.ptr != digits.data() + digits.size()) {
+            fail(messages::restart_not_number, t);
+        }
         return value;
     }
     void endrecord() {
@@ -165,31 +172,161 @@ public:
         if (p_ != end_) ++p_;
     }
     [[nodiscard]] std::size_t remaining() const { return static_cast<std::size_t>(end_ - p_); }
+    // After the last record: nothing but blanks and line ends may follow.
+    void finish() {
+        while (p_ != end_ && separator(*p_)) ++p_;
+        if (p_ != end_) fail(messages::restart_left_over, {});
+    }
+    // Throws RestartError "line N: why item", the item cut to a readable length.
+    [[noreturn]] void fail(const char* why, std::string_view t) const {
+        constexpr std::size_t shown = 40;
+        const auto line = 1 + std::count(begin_, std::min(p_, end_), '\n');
+        std::string what = "line " + std::to_string(line) + ": " + why;
+        what += t.substr(0, shown);
+        if (t.size() > shown) what += "...";
+        throw RestartError(what);
+    }
 
 private:
+    // A leading "+" is allowed before digits (from_chars takes only "-"), not before a sign.
+    static std::string_view unsigned_plus(std::string_view t) {
+        if (t.size() > 1 && t.front() == '+' && t[1] != '-') t.remove_prefix(1);
+        return t;
+    }
     std::string_view item() {
         while (p_ != end_ && separator(*p_)) ++p_;
-        if (p_ == end_) readfailure();  // the file ends inside a record
+        if (p_ == end_) fail(messages::restart_ends_early, {});
         const char* first = p_;
         while (p_ != end_ && !separator(*p_)) ++p_;
         return {first, static_cast<std::size_t>(p_ - first)};
     }
+    const char* begin_;
     const char* p_;
     const char* end_;
 };
 
-std::vector<char> wholefile(const std::string& name) {
+// The cell counts the records of a file follow.
+struct Layout {
+    int imax, jmax, kmax, lmin;
+};
+
+// Where parsed values go: into a run's storage ...
+class StoreValues {
+public:
+    explicit StoreValues(Storage& st) : st_(st) {}
+    void clock(int istep, double time) {
+        st_.istep = istep;
+        st_.time = time;
+    }
+    void phi(int l, int i, int j, int k, double v) { st_.mg(l).phi(i, j, k) = v; }
+    void cell(int i, int j, int k, const std::array<double, 7>& v) {
+        st_.uo(i, j, k) = v[0];
+        st_.vo(i, j, k) = v[1];
+        st_.wo(i, j, k) = v[2];
+        st_.fu(i, j, k) = v[3];
+        st_.fv(i, j, k) = v[4];
+        st_.fw(i, j, k) = v[5];
+        st_.nut(i, j, k) = v[6];
+    }
+    void bed(int i, int j, double v) { st_.zb(i, j) = v; }
+    void pointcount(int npt) {
+        st_.npt = npt;
+        const auto n = static_cast<std::size_t>(npt);
+        for (auto& a : st_.ptdata) a.resize(std::max(a.size(), n), 0.0);
+        st_.ptindex.resize(std::max(st_.ptindex.size(), n), 0);
+    }
+    void point(std::size_t n, const std::array<double, 6>& v) {
+        for (std::size_t a = 0; a < v.size(); ++a) st_.ptdata[a][n] = v[a];
+    }
+
+private:
+    Storage& st_;
+};
+
+// ... or nowhere, for a dry run.
+struct DiscardValues {
+    void clock(int, double) {}
+    void phi(int, int, int, int, double) {}
+    void cell(int, int, int, const std::array<double, 7>&) {}
+    void bed(int, int, double) {}
+    void pointcount(int) {}
+    void point(std::size_t, const std::array<double, 6>&) {}
+};
+
+// The records of a restart file for the grid `g`, in the order restartwrite writes them, each
+// value handed to `sink` once parsed.
+template <class Sink>
+void parserecords(std::string_view text, const Layout& g, Sink& sink) {
+    ListReader in(text);
+    const int istep = in.integer();
+    const double time = in.real();
+    in.endrecord();
+    sink.clock(istep, time);
+
+    for (int l = g.lmin; l <= 0; ++l) {
+        const int ni = g.imax >> -l, nj = g.jmax >> -l, nk = g.kmax >> -l;
+        for (int k = 0; k <= nk + 1; ++k) {
+            for (int j = 0; j <= nj + 1; ++j) {
+                for (int i = 0; i <= ni + 1; ++i) {
+                    sink.phi(l, i, j, k, in.real());
+                    in.endrecord();
+                }
+            }
+        }
+    }
+
+    // uo vo wo fu fv fw nut
+    std::array<double, 7> seven{};
+    for (int k = 0; k <= g.kmax + 1; ++k) {
+        for (int j = 0; j <= g.jmax + 1; ++j) {
+            for (int i = 0; i <= g.imax + 1; ++i) {
+                for (double& v : seven) v = in.real();
+                in.endrecord();
+                sink.cell(i, j, k, seven);
+            }
+        }
+    }
+
+    for (int j = 0; j <= g.jmax + 1; ++j) {
+        for (int i = 0; i <= g.imax + 1; ++i) {
+            sink.bed(i, j, in.real());
+            in.endrecord();
+        }
+    }
+
+    const int npt = in.integer();
+    in.endrecord();
+    // Six items of at least one character, each followed by a blank or a line end (but the very
+    // last): a count the rest of the file cannot hold is a damaged file, refused before any
+    // memory is taken for it.
+    if (npt < 0 || static_cast<std::size_t>(npt) > (in.remaining() + 1) / 12) {
+        in.fail(messages::restart_bad_count, std::to_string(npt));
+    }
+    sink.pointcount(npt);
+    std::array<double, 6> six{};
+    for (std::size_t n = 0; n < static_cast<std::size_t>(npt); ++n) {
+        for (double& v : six) v = in.real();
+        in.endrecord();
+        sink.point(n, six);
+    }
+    in.finish();
+}
+
+// The whole text of `startfile`, trailing blanks of the name dropped (it comes from a
+// fixed-length text).
+std::string wholefile(const std::string& startfile) {
+    const std::string name(startfile.substr(0, startfile.find_last_not_of(' ') + 1));
     std::FILE* f = std::fopen(name.c_str(), "rb");
-    if (f == nullptr) readfailure();
+    if (f == nullptr) throw RestartError(messages::restart_unreadable + name);
     struct stat info {};
-    std::vector<char> text;
+    std::string text;
     if (::fstat(::fileno(f), &info) == 0 && info.st_size > 0) {
         text.resize(static_cast<std::size_t>(info.st_size));
         text.resize(std::fread(text.data(), 1, text.size(), f));
     }
     const bool bad = std::ferror(f) != 0;
     std::fclose(f);
-    if (bad) readfailure();
+    if (bad) throw RestartError(messages::restart_unreadable + name);
     return text;
 }
 
@@ -264,74 +401,35 @@ void restartwrite(const Storage& st, int istep, double time, const std::string& 
     }
 }
 
-void restartread(Storage& st, const std::string& startfile) {
-    // Trailing blanks of a name are not part of it (the name comes from a fixed-length text).
-    const std::string name(startfile.substr(0, startfile.find_last_not_of(' ') + 1));
-    const std::vector<char> text = wholefile(name);
-    ListReader in(std::string_view(text.data(), text.size()));
-
-    st.istep = in.integer();
-    st.time = in.real();
-    in.endrecord();
-
-    for (int l = st.lmin; l <= 0; ++l) {
-        mglevel& m = st.mg(l);
-        const auto phi = m.phi.view();
-        for (int k = 0; k <= m.nk + 1; ++k) {
-            for (int j = 0; j <= m.nj + 1; ++j) {
-                for (int i = 0; i <= m.ni + 1; ++i) {
-                    phi(i, j, k) = in.real();
-                    in.endrecord();
-                }
-            }
-        }
-    }
-
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const auto uo = st.uo.view(), vo = st.vo.view(), wo = st.wo.view();
-    const auto fu = st.fu.view(), fv = st.fv.view(), fw = st.fw.view();
-    const auto nut = st.nut.view();
-    for (int k = 0; k <= kmax + 1; ++k) {
-        for (int j = 0; j <= jmax + 1; ++j) {
-            for (int i = 0; i <= imax + 1; ++i) {
-                uo(i, j, k) = in.real();
-                vo(i, j, k) = in.real();
-                wo(i, j, k) = in.real();
-                fu(i, j, k) = in.real();
-                fv(i, j, k) = in.real();
-                fw(i, j, k) = in.real();
-                nut(i, j, k) = in.real();
-                in.endrecord();
-            }
-        }
-    }
-
-    for (int j = 0; j <= jmax + 1; ++j) {
-        for (int i = 0; i <= imax + 1; ++i) {
-            st.zb(i, j) = in.real();
-            in.endrecord();
-        }
-    }
-
-    st.npt = in.integer();
-    in.endrecord();
-    if (st.npt > 0) {
-        // Six items of at least one character and a blank each: a count the rest of the file
-        // cannot hold is a damaged file, refused before any memory is taken for it.
-        const auto npt = static_cast<std::size_t>(st.npt);
-        if (npt > in.remaining() / 12) readfailure();
-        for (auto& a : st.ptdata) a.resize(std::max(a.size(), npt), 0.0);
-        st.ptindex.resize(std::max(st.ptindex.size(), npt), 0);
-        for (std::size_t n = 0; n < npt; ++n) {
-            for (auto& a : st.ptdata) a[n] = in.real();
-            in.endrecord();
-        }
-    }
+void restartparse(Storage& st, std::string_view text) {
+    StoreValues sink(st);
+    parserecords(text, Layout{st.imax, st.jmax, st.kmax, st.lmin}, sink);
 
     // The step continues from the saved previous level, ghost layers included.
     std::copy(st.uo.data(), st.uo.data() + st.uo.size(), st.u.data());
     std::copy(st.vo.data(), st.vo.data() + st.vo.size(), st.v.data());
     std::copy(st.wo.data(), st.wo.data() + st.wo.size(), st.w.data());
+}
+
+void restartscan(int imax, int jmax, int kmax, std::string_view text) {
+    DiscardValues sink;
+    parserecords(text, Layout{imax, jmax, kmax, coarsestlevel(imax, jmax, kmax)}, sink);
+}
+
+void restartread(Storage& st, const std::string& startfile) {
+    try {
+        restartparse(st, wholefile(startfile));
+    } catch (const RestartError&) {
+        errorreport(3);
+    }
+}
+
+void restartcheck(int imax, int jmax, int kmax, const std::string& startfile) {
+    try {
+        restartscan(imax, jmax, kmax, wholefile(startfile));
+    } catch (const RestartError&) {
+        errorreport(3);
+    }
 }
 
 }  // namespace riffle

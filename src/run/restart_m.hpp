@@ -21,12 +21,19 @@
 //
 // Reading mirrors the writes record by record in list-directed form: the items of a record may
 // be spread over several lines or separated by several blanks, and what follows the last item of
-// a record on its line is skipped. A missing file, a file that ends early or an item that does
-// not parse ends the run through errorreport(3). The grid size is not in the file: a file written
-// for another grid is noticed only if it runs out.
+// a record on its line is skipped. A file is refused when it is missing, ends early, holds an item
+// that does not parse, a value that is not finite (NaN, Infinity, or a number too large for a
+// double; one too small for a double reads as zero), or a negative point count, or has anything
+// but blanks after its last record. The grid size is not in the file: a file written for a
+// smaller grid runs out and one for a larger grid leaves records over, so both are refused; only
+// a grid with as many values in every part of the file (imax and jmax swapped, say) goes
+// unnoticed. The parsing throws RestartError; restartread and restartcheck turn that into
+// errorreport(3).
 #pragma once
 
+#include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "run/storage_m.hpp"
 
@@ -41,8 +48,28 @@ namespace riffle {
 void restartwrite(const Storage& st, int istep, double time, const std::string& outpath,
                   const std::string& outfile);
 
-// Reads `startfile` into st (istep, time, phi, uo, vo, wo, fu, fv, fw, nut, zb and the point
-// data), then sets u = uo, v = vo, w = wo over the whole arrays. Does not return on failure.
+// A restart file that cannot serve the grid at hand; what() says why, in one line.
+class RestartError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Reads `text`, the contents of a restart file, into st (istep, time, phi, uo, vo, wo, fu, fv,
+// fw, nut, zb and the point data), then sets u = uo, v = vo, w = wo over the whole arrays.
+// Throws RestartError; st may then be partly overwritten.
+void restartparse(Storage& st, std::string_view text);
+
+// Parses `text` as restartparse would for a grid of imax x jmax x kmax cells and its multigrid
+// levels, storing nothing. Throws RestartError.
+void restartscan(int imax, int jmax, int kmax, std::string_view text);
+
+// restartparse on the file `startfile` (trailing blanks dropped). Does not return on failure:
+// errorreport(3).
 void restartread(Storage& st, const std::string& startfile);
+
+// A dry run of restartread for a grid of imax x jmax x kmax cells, made before anything is
+// written, so a bad restart file stops the run while the case file still holds its old results.
+// Does not return on failure: errorreport(3).
+void restartcheck(int imax, int jmax, int kmax, const std::string& startfile);
 
 }  // namespace riffle

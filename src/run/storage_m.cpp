@@ -16,10 +16,10 @@ std::int32_t int32view(double slot) {
     return static_cast<std::int32_t>(std::bit_cast<std::uint64_t>(slot) & 0xffffffffu);
 }
 
-void levelcount(Storage& st) {
+int coarsestlevel(int imax, int jmax, int kmax) {
     int n = 0;
-    if (st.imax >= 2) {
-        int a = st.imax, b = st.jmax, c = st.kmax;
+    if (imax >= 2) {
+        int a = imax, b = jmax, c = kmax;
         while (a > 1 && b >= 2 && c >= 2) {
             --n;
             a /= 2;
@@ -27,8 +27,10 @@ void levelcount(Storage& st) {
             c /= 2;
         }
     }
-    st.lmin = n;
+    return n;
 }
+
+void levelcount(Storage& st) { st.lmin = coarsestlevel(st.imax, st.jmax, st.kmax); }
 
 namespace {
 

@@ -110,8 +110,12 @@ struct Storage {
 // The low 32 bits of an 8-byte real's bit pattern, as a signed integer.
 [[nodiscard]] std::int32_t int32view(double slot);
 
-// Number of the coarsest multigrid level (<= 0): halve the cell counts while imax > 1 and
-// jmax, kmax >= 2; sets st.lmin.
+// Number of the coarsest multigrid level (<= 0) of a grid of imax x jmax x kmax cells: halve the
+// cell counts while imax > 1 and jmax, kmax >= 2 (none when imax < 2). Level l has
+// imax >> -l x jmax >> -l x kmax >> -l cells.
+[[nodiscard]] int coarsestlevel(int imax, int jmax, int kmax);
+
+// Sets st.lmin = coarsestlevel(st.imax, st.jmax, st.kmax).
 void levelcount(Storage& st);
 
 // Bytes that allocation() will ask for, so an impossible grid is refused before any is taken.

@@ -1,6 +1,6 @@
 """End to end: a run continued from its restart file ends with the same velocities, bit for bit
 on one thread, as the same run made in one go; TimeInitialItm = 0 restarts the clock; a damaged
-restart file stops the run with the saved-results error."""
+restart file stops the run with the saved-results error and leaves the case file as it was."""
 
 import os
 import shutil
@@ -72,7 +72,8 @@ class Restart(unittest.TestCase):
         self.assertTrue(report.startswith(" Step Number        = 1\n"))
         self.assertIn(" Time               = 7.8125000000000000E-03\n", report)
 
-        # A restart file cut short ends the run with the saved-results error.
+        # A restart file cut short ends the run with the saved-results error, before the case
+        # file loses the results of its last run.
         with open(os.path.join(self.dir, "first.dat")) as f:
             text = f.read()
         with open(os.path.join(self.dir, "first.dat"), "w") as f:
@@ -80,6 +81,7 @@ class Restart(unittest.TestCase):
         out = run([Paths.riffle, "second.cgns"], cwd=self.dir, env=self.env)
         self.assertNotEqual(out.returncode, 0)
         self.assertIn(" ERROR : Failed to read the saved results ...", out.stdout.splitlines())
+        self.assertEqual(self.last(second)[0], t2)
 
 
 if __name__ == "__main__":

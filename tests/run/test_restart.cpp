@@ -2,7 +2,7 @@
 // read), a run continued from a restart file equal bit for bit to the uninterrupted run, the
 // record layout and number text of the list-directed form, records spread over lines, one file
 // left after two writes, trimmed names, an unwritable folder, and the fatal error on a short,
-// damaged or missing file.
+// damaged, missing or non-finite file and, in the dry run too, on a file of a larger grid.
 #include <gtest/gtest.h>
 
 #include <omp.h>
@@ -116,6 +116,7 @@ TEST(Restart, RoundTripIsBitForBit) {
     Storage back = grid();
     back.u.fill(9.0);
     restartread(back, (s.dir / "run.dat").string());
+    restartcheck(6, 4, 4, (s.dir / "run.dat").string());  // returns: the dry run accepts it too
     EXPECT_EQ(back.istep, 37);
     EXPECT_TRUE(samebits(back.time, 1.2345678901234567));
     expectsame(st, back);
@@ -273,16 +274,20 @@ TEST(Restart, ContinuedRunFollowsUninterruptedRun) {
 // writes its stdout into stderr, where the death test looks. The child runs the test afresh in
 // its own scratch folder and leaves through exit(), so it removes that folder at exit.
 fs::path childscratch;
-void readinchild(const fs::path& dir, const char* file) {
+void readinchild(const fs::path& dir, const char* file, bool dryrun = false) {
     childscratch = dir;
     std::atexit([] { fs::remove_all(childscratch); });
     if (std::freopen("/dev/null", "r", stdin) == nullptr) std::abort();
     ::dup2(STDERR_FILENO, STDOUT_FILENO);
     Storage st = grid();
-    restartread(st, (dir / file).string());
+    if (dryrun) {
+        restartcheck(st.imax, st.jmax, st.kmax, (dir / file).string());
+    } else {
+        restartread(st, (dir / file).string());
+    }
 }
 
-TEST(RestartDeathTest, ShortDamagedOrMissingFileStopsTheRun) {
+TEST(RestartDeathTest, ShortDamagedMissingNonFiniteOrLargerFileStopsTheRun) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     Scratch s;
     Storage st = grid();
@@ -295,14 +300,21 @@ TEST(RestartDeathTest, ShortDamagedOrMissingFileStopsTheRun) {
     for (std::size_t l = 0; l < 1 + phis + 100; ++l) at = full.find('\n', at) + 1;
     at = full.find(' ', at + 30);
     std::ofstream(s.dir / "short.dat") << full.substr(0, at);
-    std::string damaged = full;
-    damaged.replace(full.find(' ', at + 1) + 1, 3, "x.y");
+    const std::size_t item = full.find(' ', at + 1) + 1;
+    std::string damaged = full, nan = full;
+    damaged.replace(item, 3, "x.y");
     std::ofstream(s.dir / "damaged.dat") << damaged;
+    std::ofstream(s.dir / "nan.dat") << nan.replace(item, full.find(' ', item) - item, "NaN");
+    Storage larger = testsupport::box(6, 4, 8, 0.5, 0.25, 0.125);
+    restartwrite(larger, 3, 1.5, s.dir.string(), "larger");
 
     const char* message = " ERROR : Failed to read the saved results \\.\\.\\.";
     EXPECT_EXIT(readinchild(s.dir, "short.dat"), testing::ExitedWithCode(EXIT_FAILURE), message);
     EXPECT_EXIT(readinchild(s.dir, "damaged.dat"), testing::ExitedWithCode(EXIT_FAILURE), message);
     EXPECT_EXIT(readinchild(s.dir, "missing.dat"), testing::ExitedWithCode(EXIT_FAILURE), message);
+    EXPECT_EXIT(readinchild(s.dir, "nan.dat"), testing::ExitedWithCode(EXIT_FAILURE), message);
+    EXPECT_EXIT(readinchild(s.dir, "larger.dat", true), testing::ExitedWithCode(EXIT_FAILURE),
+                message);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <iterator>
 #include <limits>
 
 #include "messages.hpp"
@@ -37,13 +38,21 @@ std::vector<std::string> fields(const std::string& row) {
 
 std::optional<std::vector<Point>> readpoints(const std::filesystem::path& file,
                                              const std::string& name) {
-    std::ifstream in(file);
+    std::ifstream in(file, std::ios::binary);
     std::error_code ec;
     if (!in || std::filesystem::is_directory(file, ec)) return std::nullopt;
+    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    if (in.bad()) return std::nullopt;
+    return parsepoints(text, name);
+}
+
+std::vector<Point> parsepoints(std::string_view text, const std::string& name) {
     std::vector<Point> points;
-    std::string row;
     bool first = true;
-    for (int line = 1; std::getline(in, row); ++line) {
+    for (int line = 1; !text.empty(); ++line) {
+        const auto eol = text.find('\n');
+        const std::string row(text.substr(0, eol));
+        text = eol == std::string_view::npos ? std::string_view{} : text.substr(eol + 1);
         std::string content = row.substr(0, row.find('#'));
         if (content.find_first_not_of(" \t\r") == std::string::npos) continue;
         const std::vector<std::string> f = fields(content);
@@ -59,7 +68,6 @@ std::optional<std::vector<Point>> readpoints(const std::filesystem::path& file,
         }
         points.push_back({numbers[0], numbers[1], numbers[2]});
     }
-    if (in.bad()) return std::nullopt;
     if (points.empty()) throw RecipeError(located(name, 0, msg::no_bed_points));
     return points;
 }

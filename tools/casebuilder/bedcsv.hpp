@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace riffle::casebuilder {
@@ -29,6 +30,9 @@ struct Point {
 // ("name:line: ...") for a bad row or a file without points.
 [[nodiscard]] std::optional<std::vector<Point>> readpoints(const std::filesystem::path& file,
                                                            const std::string& name);
+
+// The points of `text`, the contents of such a file; throws RecipeError as readpoints does.
+[[nodiscard]] std::vector<Point> parsepoints(std::string_view text, const std::string& name);
 
 class Interpolator {
 public:
