@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "bedcsv.hpp"
 #include "casebuild.hpp"
@@ -37,7 +38,7 @@ bool recipe(std::string_view text) {
         const auto given = [&](const char* key, int fallback) {
             const Entry* e = r.find(key);
             return e != nullptr && std::holds_alternative<int>(e->value) ? std::get<int>(e->value)
-                                                                        : fallback;
+                                                                         : fallback;
         };
         const long long nodes = static_cast<long long>(given("ni", 65)) * given("nj", 17);
         const Entry* bed = r.find("bed");

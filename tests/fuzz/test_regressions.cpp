@@ -17,9 +17,10 @@ namespace fs = std::filesystem;
 
 TEST(Fuzz, KeptInputsAreAcceptedOrRefused) {
     const fs::path kept = fs::path(RIFFLE_TEST_SOURCE_DIR) / "tests/fuzz/regressions";
-    int accepted = 0, refused = 0;
+    int refused = 0;
     for (const auto& [name, target] : {std::pair{"restart", &fuzz::restart},
                                        {"recipe", &fuzz::recipe}, {"bedcsv", &fuzz::bedcsv}}) {
+        int files = 0;
         for (const auto& entry : fs::directory_iterator(kept / name)) {
             const std::string file = entry.path().filename().string();
             const bool accept = file.starts_with("accept-");
@@ -27,10 +28,11 @@ TEST(Fuzz, KeptInputsAreAcceptedOrRefused) {
             std::ifstream in(entry.path(), std::ios::binary);
             const std::string text{std::istreambuf_iterator<char>(in), {}};
             EXPECT_EQ(target(text), accept) << name << "/" << file;
-            ++(accept ? accepted : refused);
+            refused += accept ? 0 : 1;
+            ++files;
         }
+        EXPECT_GT(files, 0) << name;  // a reader whose inputs went missing is not checked
     }
-    EXPECT_GE(accepted, 3);  // a seed of every reader at least
     EXPECT_GE(refused, 3);
 }
 

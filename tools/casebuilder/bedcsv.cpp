@@ -34,6 +34,16 @@ std::vector<std::string> fields(const std::string& row) {
     return out;
 }
 
+// The bucket of offset d along an axis of n buckets of size h, clamped to 0..n-1 before the
+// conversion to int: a node far from the survey would overflow an int, and an offset of no
+// meaning (NaN, from a survey too wide for a double) goes to bucket 0; the search from any
+// bucket still finds the nearest points.
+int bucketof(double d, double h, int n) {
+    const double b = std::floor(d / h);
+    if (!(b >= 0.0)) return 0;
+    return b < n - 1 ? static_cast<int>(b) : n - 1;
+}
+
 } // namespace
 
 std::optional<std::vector<Point>> readpoints(const std::filesystem::path& file,
@@ -99,8 +109,8 @@ Interpolator::Interpolator(std::vector<Point> points, double hit)
 
     // Counting sort of the points into their buckets.
     auto bucket = [&](const Point& p) {
-        const int i = std::clamp(static_cast<int>(std::floor((p.x - x0_) / hx_)), 0, nx_ - 1);
-        const int j = std::clamp(static_cast<int>(std::floor((p.y - y0_) / hy_)), 0, ny_ - 1);
+        const int i = bucketof(p.x - x0_, hx_, nx_);
+        const int j = bucketof(p.y - y0_, hy_, ny_);
         return static_cast<std::size_t>(j) * nx_ + i;
     };
     start_.assign(static_cast<std::size_t>(nx_) * ny_ + 1, 0);
@@ -130,14 +140,25 @@ std::vector<Interpolator::Near> Interpolator::nearest(double x, double y) const 
             }
         }
     };
-    const int cx = std::clamp(static_cast<int>(std::floor((x - x0_) / hx_)), 0, nx_ - 1);
-    const int cy = std::clamp(static_cast<int>(std::floor((y - y0_) / hy_)), 0, ny_ - 1);
+    const int cx = bucketof(x - x0_, hx_, nx_);
+    const int cy = bucketof(y - y0_, hy_, ny_);
     for (int r = 0;; ++r) {
-        for (int j = std::max(cy - r, 0); j <= std::min(cy + r, ny_ - 1); ++j) {
-            const bool edge = std::abs(j - cy) == r;
-            for (int i = std::max(cx - r, 0); i <= std::min(cx + r, nx_ - 1); ++i)
-                if (edge || std::abs(i - cx) == r) visit(i, j);
+        // The buckets of ring r inside the table, row by row and along each row (an order the
+        // ties between equally distant points depend on): its first row, the two ends of every
+        // row between, its last row. Only those are touched, so a search that runs out to a far
+        // bucket of a long, thin table costs the buckets it visits, not the square they span.
+        const int ilo = std::max(cx - r, 0), ihi = std::min(cx + r, nx_ - 1);
+        auto wholerow = [&](int j) {
+            for (int i = ilo; i <= ihi; ++i) visit(i, j);
+        };
+        if (cy - r >= 0) wholerow(cy - r);
+        if (cx - r >= 0 || cx + r < nx_) {
+            for (int j = std::max(cy - r + 1, 0); j <= std::min(cy + r - 1, ny_ - 1); ++j) {
+                if (cx - r >= 0) visit(cx - r, j);
+                if (cx + r < nx_) visit(cx + r, j);
+            }
         }
+        if (r > 0 && cy + r < ny_) wholerow(cy + r);
         // Lower bound of the distance to any bucket outside ring r.
         double bound = std::numeric_limits<double>::infinity();
         if (cx + r + 1 < nx_) bound = std::min(bound, std::max(0.0, x0_ + (cx + r + 1) * hx_ - x));
