@@ -206,9 +206,6 @@ int writegrid(int ni, int nj, int nk, const double* x, const double* y, const do
         return rc;
     }
     selected.solution = 0;
-    // The space of the removed results may be taken by the new grid: only once the file on disk
-    // no longer points to it.
-    if (const int rc = flushfile(fn); rc != CG_OK) return rc;
 
     const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
     if (const int rc = cg_zone_write(fn, B, cu::box_zone, size, Structured, &Z); rc != CG_OK)
