@@ -9,19 +9,21 @@
 // animate the solutions over time. CG_OPEN_F accepts the read and modify modes only, and never
 // hands a file that is not CGNS to the library's open.
 //
-// Crashes. The grid write and CG_KAVEL_FLUSH_F end by flushing the file (HDF5 writes its cached
-// metadata and data and the superblock), so the file on disk is a whole CGNS file after each: a
-// run killed between flushes keeps every result flushed before, and a copy taken or a reader
-// opened while the run goes on sees them too. The results of an earlier run are removed and
-// flushed before the new grid is written, so that the new grid cannot take the place of data the
-// file on disk still points to. A file opened for modifying is not locked the HDF5 way (which
-// would keep readers out for the whole run); an open file description lock on it keeps a second
-// run from writing the same file instead.
+// Crashes. A file opened for modifying goes through the journaling file driver of
+// casejournal.hpp: whatever HDF5 writes in between, the file on disk keeps the state of the last
+// commit, and a commit (the end of the grid write, CG_KAVEL_FLUSH_F, the close) writes the new
+// state through a journal. So a run killed at any moment, in the middle of a commit too, leaves a
+// whole CGNS file with every solution committed before the kill; the solution under way is there
+// whole or not at all. A kill in the middle of a commit leaves its journal `FILE.journal`, which
+// CG_OPEN_F (in either mode) and `riffle-case --check` write into the file before anything else
+// reads it; until then the file itself may not open. A reader that opens the file while the run
+// goes on sees the last commit (unless it opens in the short moment a commit writes into the
+// file). A file opened for modifying is not locked the HDF5 way (which would keep readers out for
+// the whole run); an open file description lock on it keeps a second run from writing the same
+// file, and keeps a replay away from a running commit.
 #include "platform/kavellib.hpp"
 
 #include <cgns_io.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,6 +34,8 @@
 #include <variant>
 #include <vector>
 
+#include "platform/casefile.hpp"
+#include "platform/casejournal.hpp"
 #include "platform/cgnsutil.hpp"
 
 namespace riffle::platform {
@@ -39,6 +43,7 @@ namespace riffle::platform {
 namespace {
 
 namespace cu = cgnsutil;
+namespace cj = casejournal;
 
 // Width of one name in FlowSolutionPointers (a CGNS name is at most 32 characters).
 constexpr int pointer_width = 32;
@@ -65,30 +70,6 @@ struct RunLock {
     int fd = -1;
 };
 std::vector<RunLock> runlocks;
-
-// Takes an exclusive lock on the whole file, tied to a descriptor of its own: it does not meet
-// the HDF5 readers' locks, and no other close in this process releases it. False when another
-// process holds it (or the file cannot be opened for writing).
-bool lockforrun(const std::string& path, int& fd) {
-    // Non-blocking, so that a FIFO or device given as the case never holds the run up here.
-    fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    if (fd < 0) return false;
-    struct stat info {};
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        ::close(fd);
-        fd = -1;
-        return false;
-    }
-    struct flock whole {};
-    whole.l_type = F_WRLCK;
-    whole.l_whence = SEEK_SET;
-    if (::fcntl(fd, F_OFD_SETLK, &whole) != 0) {
-        ::close(fd);
-        fd = -1;
-        return false;
-    }
-    return true;
-}
 
 // Brings the file on disk to the state of the calls made so far.
 int flushfile(int fn) {
@@ -225,9 +206,6 @@ int writegrid(int ni, int nj, int nk, const double* x, const double* y, const do
         return rc;
     }
     selected.solution = 0;
-    // The space of the removed results may be taken by the new grid: only once the file on disk
-    // no longer points to it.
-    if (const int rc = flushfile(fn); rc != CG_OK) return rc;
 
     const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
     if (const int rc = cg_zone_write(fn, B, cu::box_zone, size, Structured, &Z); rc != CG_OK)
@@ -279,13 +257,29 @@ void CG_OPEN_F(const std::string& file, int mode, int& fid, int& ier) {
         // Readers may open the file while the run writes it (see the top of this file). Set
         // before the library's first open, unless the user has chosen otherwise.
         ::setenv("HDF5_USE_FILE_LOCKING", "FALSE", 0);
-        if (!lockforrun(file, lock.fd)) {
+        if (!cj::lockforrun(file, lock.fd)) {
+            ier = 1;
+            return;
+        }
+        // Under the lock: no other run is committing to the file while its journal is replayed.
+        if (cj::replay(file, lock.fd) == cj::Replay::failed) {
+            ::close(lock.fd);
+            ier = 1;
+            return;
+        }
+        cj::arm(file);
+    } else {
+        // A reader repairs the file too (unless a run holds it, which then commits by itself).
+        try {
+            replayjournal(file);
+        } catch (const CaseFileError&) {
             ier = 1;
             return;
         }
     }
     int fn = 0;
     ier = flag(cu::openfile(file, cgmode, fn) == CG_OK);
+    cj::disarm();
     if (ier != 0) {
         if (lock.fd >= 0) ::close(lock.fd);
         return;

@@ -14,6 +14,14 @@
 // Every call reports through its last argument `ier`: 0 on success, non-zero otherwise. A failed
 // read leaves the output variable unchanged. The read and write calls act on the file selected by
 // CG_KAVEL_INIT_F.
+//
+// What a crash keeps: a run killed at any moment leaves a case file that opens, holding all that
+// was committed before the kill (the grid write commits itself, CG_KAVEL_FLUSH_F each solution),
+// every solution whole; the solution being written when it died is there whole or not at all. A
+// kill in the middle of a commit leaves the journal `FILE.journal` beside the file, and the file
+// may not open until the journal is replayed into it, which the next CG_OPEN_F or `riffle-case
+// --check` does by itself. This holds for the death of the process; nothing is forced to the disk,
+// so a system crash or a power cut may lose more.
 #pragma once
 
 #include <string>
@@ -25,6 +33,7 @@ inline constexpr int mode_read = 0;
 inline constexpr int mode_modify = 2;
 
 // Opens `file`; a missing, unreadable or non-CGNS file gives ier != 0 and leaves it untouched.
+// First completes the last commit of a run that was killed in its middle (from `file`.journal).
 void CG_OPEN_F(const std::string& file, int mode, int& fid, int& ier);
 void CG_CLOSE_F(int fid, int& ier);
 
@@ -54,9 +63,10 @@ void CG_KAVEL_WRITE_SOL_TIME_F(double t, int& ier);
 // Writes a node field (ni*nj*nk values of the Box zone) into the newest FlowSolution.
 void CG_KAVEL_WRITE_SOL_REAL_F(const std::string& name, const double* values, int& ier);
 
-// Brings the selected file on disk to the state of the calls made so far, so that a crash keeps
-// them and a reader sees them (the grid write does this by itself). The solver calls it after
-// each solution time and its fields: a crash never leaves a solution with some fields only.
+// Commits the calls made so far to the selected file on disk (the grid write does this by
+// itself): a crash at any later moment keeps them, a crash during the commit keeps them or none of
+// them (see kavellib.cpp), and a reader sees them. The solver calls it after each solution time
+// and its fields: a crash never leaves a solution with some fields only.
 void CG_KAVEL_FLUSH_F(int& ier);
 
 }  // namespace riffle::platform

@@ -12,6 +12,7 @@ class Paths:
     riffle_case = None
     source = None
     build_type = None
+    kill_shim = None
 
 
 def run(cmd, **kw):
@@ -26,7 +27,8 @@ def main():
     parser.add_argument("--riffle-case", required=True)
     parser.add_argument("--source", required=True)
     parser.add_argument("--build-type", default="Release")
+    parser.add_argument("--kill-shim")
     args, rest = parser.parse_known_args()
     Paths.riffle, Paths.riffle_case, Paths.source = args.riffle, args.riffle_case, args.source
-    Paths.build_type = args.build_type
+    Paths.build_type, Paths.kill_shim = args.build_type, args.kill_shim
     unittest.main(argv=[sys.argv[0]] + rest)

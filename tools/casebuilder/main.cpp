@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "casebuild.hpp"
+#include "platform/casejournal.hpp"
 #include "check.hpp"
 #include "messages.hpp"
 #include "recipe.hpp"
@@ -54,6 +55,8 @@ int check(const std::string& casepath) {
     pf::BedGrid bed;
     bool readall = true;
     try {
+        // A run killed in the middle of a write left its journal: finish that write first.
+        if (pf::replayjournal(casepath)) std::cout << cb::msg::replayed_journal(casepath) << "\n";
         stored = pf::listconditions(casepath);
     } catch (const pf::CaseFileError& e) {
         std::cerr << "riffle-case: " << e.what() << "\n";

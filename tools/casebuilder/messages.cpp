@@ -166,6 +166,11 @@ std::string warn_extension(std::string_view output) {
     return q(output) + " does not end in .cgns, the only extension ParaView recognises";
 }
 
+std::string replayed_journal(std::string_view casepath) {
+    return std::string(casepath) + ": completed the update a crash interrupted, from " +
+           std::string(casepath) + ".journal";
+}
+
 const char* const usage =
     "usage: riffle-case RECIPE [-o OUT.cgns] | --check CASE.cgns | --list-keys | --help";
 

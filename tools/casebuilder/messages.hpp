@@ -73,6 +73,9 @@ inline constexpr const char* no_bed_points = "no x, y, z rows";
 [[nodiscard]] std::string warn_not_periodic(char axis, double jump);
 [[nodiscard]] std::string warn_extension(std::string_view output);
 
+// ---- --check: a case whose last update a crash interrupted -------------------------------------
+[[nodiscard]] std::string replayed_journal(std::string_view casepath);
+
 // ---- command line -----------------------------------------------------------------------------
 extern const char* const usage;
 extern const char* const help;
