@@ -4,8 +4,6 @@
 // reader's does not; a damaged journal is dropped untouched, and a run's lock keeps a replay out.
 #include <gtest/gtest.h>
 #include <hdf5.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -27,19 +25,15 @@ namespace {
 // Larger than HDF5's sieve buffer, so a whole write goes to the driver at once.
 constexpr std::size_t count = 1 << 15;
 
-// The doubles of the file on disk at `offset`, read past HDF5.
-std::vector<double> ondisk(const fs::path& path, haddr_t offset) {
-    std::vector<double> v(count);
-    const int fd = ::open(path.c_str(), O_RDONLY);
-    EXPECT_EQ(::pread(fd, v.data(), count * sizeof(double), static_cast<off_t>(offset)),
-              static_cast<ssize_t>(count * sizeof(double)));
-    ::close(fd);
-    return v;
-}
-
 std::string contents(const fs::path& p) {
     std::ifstream in(p, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// Whether the file on disk holds `v` at `offset` (read past HDF5).
+bool ondisk(const fs::path& path, haddr_t offset, const std::vector<double>& v) {
+    const std::string bytes(reinterpret_cast<const char*>(v.data()), v.size() * sizeof(double));
+    return contents(path).substr(offset, bytes.size()) == bytes;
 }
 
 void put(const fs::path& p, const std::string& text) { std::ofstream(p) << text; }
@@ -79,12 +73,12 @@ TEST(CaseJournal, OverwritesReachTheDiskAtTheFlushOnly) {
     const haddr_t offset = H5Dget_offset(set);
     ASSERT_NE(offset, HADDR_UNDEF);
     EXPECT_GE(H5Dwrite(set, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, twos.data()), 0);
-    EXPECT_EQ(ondisk(path, offset), ones);
+    EXPECT_TRUE(ondisk(path, offset, ones));
     std::vector<double> back(count);
     H5Dread(set, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, back.data());
     EXPECT_EQ(back, twos);
     EXPECT_GE(H5Fflush(file, H5F_SCOPE_LOCAL), 0);
-    EXPECT_EQ(ondisk(path, offset), twos);
+    EXPECT_TRUE(ondisk(path, offset, twos));
     EXPECT_FALSE(fs::exists(path.string() + ".journal"));
     H5Dclose(set);
 
@@ -117,8 +111,7 @@ TEST(CaseJournal, SolverOpenTakesTheDriverAndItsLockKeepsReplaysOut) {
     EXPECT_FALSE(pf::replayjournal(path));
     EXPECT_FALSE(fs::exists(journal));
     EXPECT_FALSE(fs::exists(journal + ".tmp"));
-    EXPECT_EQ(contents(path), before);
-    EXPECT_FALSE(pf::replayjournal(path));
+    EXPECT_TRUE(contents(path) == before);
 
     pf::CG_OPEN_F(path, pf::mode_modify, fid, ier);
     ASSERT_EQ(ier, 0);
