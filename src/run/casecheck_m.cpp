@@ -1,6 +1,5 @@
 #include "run/casecheck_m.hpp"
 
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <tuple>
@@ -9,6 +8,7 @@
 
 #include "platform/kavellib.hpp"
 #include "run/casefile_m.hpp"
+#include "run/console_m.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle {
@@ -17,19 +17,8 @@ namespace {
 
 namespace pf = platform;
 
-// Shortest text that reads back as the same double ("0.1", "1e-06", "nan").
-std::string numbertext(double value) {
-    char buf[32];
-    const auto r = std::to_chars(buf, buf + sizeof buf, value);
-    return {buf, r.ptr};
-}
-
-std::string quoted(std::string_view key) {
-    std::string q = "\"";
-    q += key;
-    q += '"';
-    return q;
-}
+using console::quoted;
+const auto numbertext = console::shorttext;
 
 class Problems {
 public:

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include <array>
+#include <charconv>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -102,6 +103,20 @@ void appenditem(std::string& rec, const std::string& text) {
 void appenditem(std::string& rec, double value) {
     if (rec.empty() || rec.back() != ' ') rec += ' ';
     rec += realtext(value);
+}
+
+std::string shorttext(double value) {
+    char buf[32];
+    const auto r = std::to_chars(buf, buf + sizeof buf, value);
+    return {buf, r.ptr};
+}
+
+// Built by appending: g++ 12 at -O3 gives a false -Wrestrict on "literal" + std::string here.
+std::string quoted(std::string_view text) {
+    std::string out = "\"";
+    out += text;
+    out += '"';
+    return out;
 }
 
 std::string realtext(double value) {

@@ -40,6 +40,11 @@ void writeline(const Items&... items) {
 // Text of a real in the list-directed form used by every record.
 [[nodiscard]] std::string realtext(double value);
 
+// Shortest text that reads back as the same double ("0.1", "1e-06", "nan"), for messages.
+[[nodiscard]] std::string shorttext(double value);
+// `text` in double quotes, as keys and fixed texts are shown in messages.
+[[nodiscard]] std::string quoted(std::string_view text);
+
 // Waits for the operator to press Enter. Returns at once when standard input is closed, at end
 // of file or not readable, so batch runs and CI never hang here.
 void pause();

@@ -1,23 +1,14 @@
 #include "messages.hpp"
 
-#include <charconv>
 #include <cmath>
+
+#include "run/console_m.hpp"
 
 namespace riffle::casebuilder {
 
-std::string numbertext(double value) {
-    char buf[32];
-    const auto res = std::to_chars(buf, buf + sizeof buf, value);
-    return {buf, res.ptr};
-}
+std::string numbertext(double value) { return console::shorttext(value); }
 
-// Built by appending: g++ 12 at -O3 gives a false -Wrestrict on "literal" + std::string here.
-std::string quoted(std::string_view text) {
-    std::string out = "\"";
-    out += text;
-    out += '"';
-    return out;
-}
+std::string quoted(std::string_view text) { return console::quoted(text); }
 
 std::string located(std::string_view file, int line, std::string_view message) {
     std::string out(file);
