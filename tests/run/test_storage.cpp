@@ -1,12 +1,17 @@
-// Storage: multigrid level count and sizes, index ranges of the staggered arrays, the int32 view
-// of real-valued switches, and the console record form.
+// Storage and the initial state: the multigrid levels, the index ranges and memory order of the
+// staggered arrays, the int32 view of real-valued switches, the console's list-directed records;
+// the index hash at hand-worked points, the start flow from the discharge or as given, the same
+// disturbance in all three components, and repeatable bounded bed bumps.
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cmath>
 #include <cstdint>
+#include <string>
 #include <tuple>
 
 #include "run/console_m.hpp"
+#include "run/initial_m.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle {
@@ -20,73 +25,119 @@ Storage grid(int imax, int jmax, int kmax) {
     return st;
 }
 
-TEST(Storage, LevelCountAndSizes) {
+TEST(Storage, LevelsAndStaggeredRanges) {
     Storage st = grid(64, 32, 16);
     allocation(st);
     ASSERT_EQ(st.lmin, -4);
-    const int expect[5][3] = {{64, 32, 16}, {32, 16, 8}, {16, 8, 4}, {8, 4, 2}, {4, 2, 1}};
     for (int l = 0; l >= st.lmin; --l) {
-        const mglevel& m = st.mg(l);
-        EXPECT_EQ(m.ni, expect[-l][0]);
-        EXPECT_EQ(m.nj, expect[-l][1]);
-        EXPECT_EQ(m.nk, expect[-l][2]);
-        EXPECT_EQ(m.src.krange().hi, m.nk + 1);
+        EXPECT_EQ(st.mg(l).ni, 64 >> -l);
+        EXPECT_EQ(st.mg(l).nj, 32 >> -l);
+        EXPECT_EQ(st.mg(l).nk, 16 >> -l);
     }
-    // One cell in x: a single level. The halving stops at the first direction that runs out.
-    for (auto [imax, jmax, kmax, lmin] : {std::tuple{1, 64, 64, 0}, std::tuple{64, 64, 1, 0},
-                                          std::tuple{2, 64, 64, -1}, std::tuple{64, 3, 64, -1},
-                                          std::tuple{64, 64, 0, 0}}) {
+    // The halving stops at the first direction that runs out of even counts.
+    for (auto [imax, jmax, kmax, lmin] : {std::tuple{1, 64, 64, 0}, {64, 64, 1, 0},
+                                          {2, 64, 64, -1}, {64, 3, 64, -1}, {64, 64, 0, 0}}) {
         Storage s = grid(imax, jmax, kmax);
         levelcount(s);
         EXPECT_EQ(s.lmin, lmin) << imax << " " << jmax << " " << kmax;
     }
+    // A face array has one more ghost layer in its own direction; i is the fastest index.
+    Storage s = grid(8, 6, 4);
+    allocation(s);
+    EXPECT_EQ(s.u.irange().lo, -1);
+    EXPECT_EQ(s.v.jrange().lo, -1);
+    EXPECT_EQ(s.iflagw.krange().lo, -1);
+    EXPECT_EQ(s.u.jrange().lo, 0);
+    EXPECT_EQ(s.p.irange().lo, 0);
+    EXPECT_EQ(s.w.krange().hi, 5);
+    EXPECT_EQ(&s.u(0, 3, 3) - &s.u(0, 2, 3), 11);
+    EXPECT_EQ(&s.u(0, 2, 4) - &s.u(0, 2, 3), 11 * 8);
 }
 
-TEST(Storage, StaggeredRangesHaveOneExtraGhostInTheirOwnDirection) {
-    Storage st = grid(8, 6, 4);
-    allocation(st);
-    const auto check = [](const auto& a, int ilo, int jlo, int klo, const char* name) {
-        EXPECT_EQ(a.irange().lo, ilo) << name;
-        EXPECT_EQ(a.jrange().lo, jlo) << name;
-        EXPECT_EQ(a.krange().lo, klo) << name;
-        EXPECT_EQ(a.irange().hi, 9) << name;
-        EXPECT_EQ(a.jrange().hi, 7) << name;
-        EXPECT_EQ(a.krange().hi, 5) << name;
-    };
-    check(st.u, -1, 0, 0, "u");
-    check(st.uo, -1, 0, 0, "uo");
-    check(st.iflagu, -1, 0, 0, "iflagu");
-    check(st.v, 0, -1, 0, "v");
-    check(st.iflagvo, 0, -1, 0, "iflagvo");
-    check(st.w, 0, 0, -1, "w");
-    check(st.iflagw, 0, 0, -1, "iflagw");
-    check(st.p, 0, 0, 0, "p");
-    check(st.nut, 0, 0, 0, "nut");
-    EXPECT_EQ(st.zb.irange().hi, 9);
-    EXPECT_EQ(st.zb.jrange().hi, 7);
-    // i is the fastest index: neighbours in i are adjacent in memory.
-    EXPECT_EQ(&st.u(1, 2, 3) - &st.u(0, 2, 3), 1);
-    EXPECT_EQ(&st.u(0, 3, 3) - &st.u(0, 2, 3), 11);
-    EXPECT_EQ(&st.u(0, 2, 4) - &st.u(0, 2, 3), 11 * 8);
-    EXPECT_GT(allocationbytes(st), 0u);
-}
-
-TEST(Storage, Int32ViewIsTheLowHalfOfTheBitPattern) {
+TEST(Storage, Int32ViewAndRecords) {
     // Whole numbers have an all-zero low half: 1.0 does not test equal to 1.
-    for (double whole : {0.0, 1.0, 2.0, -3.0, 1e6}) EXPECT_EQ(int32view(whole), 0) << whole;
+    for (double whole : {0.0, 1.0, -3.0, 1e6}) EXPECT_EQ(int32view(whole), 0) << whole;
     EXPECT_EQ(int32view(std::bit_cast<double>(std::uint64_t{1})), 1);  // smallest subnormal
     EXPECT_EQ(int32view(std::bit_cast<double>(0x3ff00000ffffffffULL)), -1);
-    EXPECT_NE(int32view(0.1), 0);
+
+    EXPECT_EQ(console::record("Step Number        = ", 12), " Step Number        = 12");
+    EXPECT_EQ(console::record(3, -1.0e-3), " 3 -1.0000000000000000E-03");
+    const double x = 0.1 + 0.2;  // 17 significant digits read back to the same double
+    EXPECT_EQ(std::stod(console::realtext(x)), x);
 }
 
-TEST(Console, ListDirectedRecords) {
-    EXPECT_EQ(console::record("Step Number        = ", 12), " Step Number        = 12");
-    EXPECT_EQ(console::record(3, 0.25), " 3 2.5000000000000000E-01");
-    EXPECT_EQ(console::record("Time Step          = ", -1.0e-3),
-              " Time Step          = -1.0000000000000000E-03");
-    // 17 significant digits read back to the same double.
-    const double x = 0.1 + 0.2;
-    EXPECT_EQ(std::stod(console::realtext(x)), x);
+TEST(Initial, IndexHashAtHandWorkedPoints) {
+    // (3,2,12): m = -7 and 30 = (-4)(-7) + 2, so r = 2.
+    EXPECT_DOUBLE_EQ(indexhash(3, 2, 12),
+                     std::sin(3.0 + std::cos(19.0 - 3 + 2.0 / 3 + 12.0 / 7) + 3.0 / 9 + 2 - 12 + 2));
+    // (0,0,0): m = 0 has no remainder; r is taken as 0.
+    EXPECT_DOUBLE_EQ(indexhash(0, 0, 0), std::sin(3.0 + std::cos(19.0)));
+    // (5,4,2): m = 7, r = 2.
+    EXPECT_DOUBLE_EQ(indexhash(5, 4, 2),
+                     std::sin(3.0 + std::cos(19.0 - 5 + 4.0 / 3 + 2.0 / 7) + 5.0 / 9 + 4 - 2 + 2));
+}
+
+Storage smallbox(double iInitial) {
+    Storage st;
+    st.imax = 6;
+    st.jmax = 4;
+    st.kmax = 4;
+    st.ymax = 4.0;
+    st.zmax = 0.5;
+    st.discharge = 2.0;
+    st.iInitial = iInitial;
+    st.xInit = 0.3;
+    st.yInit = 0.1;
+    st.zInit = -0.2;
+    allocation(st);
+    return st;
+}
+
+TEST(Initial, StartFlowAndDisturbance) {
+    // A whole-number switch has int32 view 0: the discharge 2 over a 4 x 0.5 section sets u = 1.
+    Storage st = smallbox(1.0);
+    initialfields(st);
+    EXPECT_EQ(st.u(3, 2, 2), 1.0);
+    EXPECT_EQ(st.u(7, 5, 5), 1.0);
+    EXPECT_EQ(st.v(3, 2, 2), 0.0);
+    EXPECT_EQ(st.u(-1, 2, 2), 0.0);
+    EXPECT_EQ(st.p(1, 1, 1), 0.0);
+
+    // int32 view 1: the given start, disturbed alike in u, v and w at every point.
+    Storage d = smallbox(std::bit_cast<double>(std::uint64_t{1}));
+    d.iPerturb = std::bit_cast<double>(std::uint64_t{1});
+    d.amplitude = 0.05;
+    initialfields(d);
+    int wrong = 0;
+    for (int k = 0; k <= 5; ++k)
+        for (int j = 0; j <= 5; ++j)
+            for (int i = 0; i <= 7; ++i) {
+                const double e = (indexhash(i, j, k) - 0.5) * 2.0 * 0.05;
+                wrong += std::abs(d.u(i, j, k) - 0.3 - e) > 1e-15 ||
+                         std::abs(d.v(i, j, k) - 0.1 - e) > 1e-15 ||
+                         std::abs(d.w(i, j, k) + 0.2 - e) > 1e-15 || d.uo(i, j, k) != d.u(i, j, k);
+            }
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST(Initial, BedBumpsAreBoundedAndRepeatable) {
+    Storage st = smallbox(1.0);
+    Field2d a({0, st.imax}, {0, st.jmax}), b({0, st.imax}, {0, st.jmax});
+    a.fill(1.0);
+    b.fill(1.0);
+    st.BAmplitude = 0.01;
+    bedroughening(st, a);
+    bedroughening(st, b);
+    double lo = 1.0, hi = 1.0;
+    for (int j = 0; j <= st.jmax; ++j)
+        for (int i = 0; i <= st.imax; ++i) {
+            EXPECT_EQ(a(i, j), b(i, j));
+            lo = std::min(lo, a(i, j));
+            hi = std::max(hi, a(i, j));
+        }
+    EXPECT_GE(lo, 0.99);
+    EXPECT_LT(hi, 1.01);
+    EXPECT_GT(hi - lo, 0.005);  // 35 draws do spread over the range
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-// Tecplot files: the E20.14 number form against strings written out by hand (as the Fortran
-// runtime writes them), the header records, the node lines read back by a parser of the fixed
-// columns written here, the bed test at a node exactly on the bed, the line count of a
-// 64 x 32 x 16 grid, the file names and the bed file.
+// Tecplot files: the E20.14 number form against strings written out by hand, the node lines of
+// linear fields read back by a parser of the fixed columns, the bed test at a node exactly on the
+// bed, and the bed file. The exact bytes of whole files are pinned by the regression digests.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -36,9 +35,7 @@ using testsupport::Scratch;
 
 // Reads one 20-character E field: "[-|0].dddddddddddddd" followed by "E+xx" or "+xxx".
 double readfield(const std::string& f) {
-    EXPECT_EQ(f.size(), 20u);
-    const std::size_t point = f.find('.');
-    EXPECT_EQ(point, 1u) << f;
+    EXPECT_EQ(f.find('.'), 1u) << f;
     const std::string mantissa = f.substr(0, 16), exponent = f.substr(16);
     const int e = std::stoi(exponent[0] == 'E' ? exponent.substr(1) : exponent);
     return std::stod((mantissa[0] == '-' ? "-0" + mantissa.substr(1) : mantissa) + "e" +
@@ -52,82 +49,59 @@ double value(const std::string& line, int m) {
 
 TEST(Tecplot, FortranE2014Form) {
     const double inf = std::numeric_limits<double>::infinity();
-    const struct {
-        double value;
-        const char* text;
-    } cases[] = {
-        {1.0, "0.10000000000000E+01"},         {-1.0, "-.10000000000000E+01"},
-        {0.0, "0.00000000000000E+00"},         {-0.0, "-.00000000000000E+00"},
-        {0.1, "0.10000000000000E+00"},         {123.456, "0.12345600000000E+03"},
-        {1e-5, "0.10000000000000E-04"},        {0.5, "0.50000000000000E+00"},
-        {-2.75e-3, "-.27500000000000E-02"},    {1.0 / 3.0, "0.33333333333333E+00"},
-        {2.0 / 3.0, "0.66666666666667E+00"},   {9.999999999999999, "0.10000000000000E+02"},
-        {1e99, "0.10000000000000+100"},        {1e100, "0.10000000000000+101"},
-        {-1e100, "-.10000000000000+101"},      {1e-100, "0.10000000000000E-99"},
-        {1e-101, "0.10000000000000-100"},      {1.5e-300, "0.15000000000000-299"},
-        {std::numeric_limits<double>::max(), "0.17976931348623+309"},
-        {std::numeric_limits<double>::denorm_min(), "0.49406564584125-323"},
-        {inf, "            Infinity"},         {-inf, "           -Infinity"},
+    const std::pair<double, const char*> cases[] = {
+        {1.0, "0.10000000000000E+01"},      {-0.0, "-.00000000000000E+00"},
+        {-2.75e-3, "-.27500000000000E-02"}, {2.0 / 3.0, "0.66666666666667E+00"},
+        {9.999999999999999, "0.10000000000000E+02"}, {1e99, "0.10000000000000+100"},
+        {-1e100, "-.10000000000000+101"},   {1e-100, "0.10000000000000E-99"},
+        {1e-101, "0.10000000000000-100"},   {std::numeric_limits<double>::max(), "0.17976931348623+309"},
+        {5e-324, "0.49406564584125-323"},   {-inf, "           -Infinity"},
         {std::nan(""), "                 NaN"},
     };
-    for (const auto& c : cases) EXPECT_EQ(e2014(c.value), c.text) << c.value;
+    for (const auto& [value, text] : cases) EXPECT_EQ(e2014(value), text) << value;
 }
 
-// Linear fields: every four-face and eight-cell mean equals the field at the node.
-Storage linearbox(int imax, int jmax, int kmax) {
-    Storage st = testsupport::box(imax, jmax, kmax, 0.5, 0.25, 0.125);
+// Linear fields (cells of 0.5 x 0.25 x 0.125): every four-face and eight-cell mean equals the
+// field at the node, so each node line holds x, y, z and the five linear functions there.
+TEST(Tecplot, FlowFileReadBack) {
+    Scratch s;
+    Storage st = testsupport::box(4, 3, 2, 0.5, 0.25, 0.125);
     st.xmin = 1.0;
     st.ymin = -1.0;
     st.zmin = 0.25;
+    st.zb.fill(-10.0);  // bed far below the box
     const auto fill = [&](Field3d& a, double sx, double sy, double sz, double cx, double cy,
                           double cz, double c0) {
         for (int k = a.krange().lo; k <= a.krange().hi; ++k)
             for (int j = a.jrange().lo; j <= a.jrange().hi; ++j)
                 for (int i = a.irange().lo; i <= a.irange().hi; ++i)
                     a(i, j, k) = c0 + cx * (st.xmin + (i - sx) * st.dx) +
-                                 cy * (st.ymin + (j - sy) * st.dy) +
-                                 cz * (st.zmin + (k - sz) * st.dz);
+                                 cy * (st.ymin + (j - sy) * st.dy) + cz * (st.zmin + (k - sz) * st.dz);
     };
     fill(st.u, 0.0, 0.5, 0.5, 0.7, 1.5, 2.0, 0.3);
     fill(st.v, 0.5, 0.0, 0.5, -0.5, 0.6, 1.0, 0.1);
     fill(st.w, 0.5, 0.5, 0.0, 0.25, -2.0, -0.9, -0.2);
     fill(st.vort, 0.5, 0.5, 0.5, 1.0, 1.0, 1.0, 3.0);
     fill(st.qc, 0.5, 0.5, 0.5, -1.0, 2.0, 0.5, -4.0);
-    st.zb.fill(-10.0);  // bed far below the box
-    return st;
-}
-
-TEST(Tecplot, FlowFileReadBack) {
-    Scratch s;
-    const Storage st = linearbox(4, 3, 2);
-    tecplotflow(st, "  " + s.dir.string() + " ", " flow  ", 12);
-    const fs::path file = s.dir / "flow12.plt";  // blanks around both parts removed
-    ASSERT_TRUE(fs::exists(file));
-    const auto text = lines(file);
+    tecplotflow(st, "  " + s.dir.string() + " ", " flow  ", 12);  // blanks of both parts removed
+    const auto text = lines(s.dir / "flow12.plt");
     ASSERT_EQ(text.size(), 3u + 5 * 4 * 3);
     EXPECT_EQ(text[0], " TITLE = \"3D Navier-Stockes Equations\" ");
     EXPECT_EQ(text[1], " VARIABLES = x, y, z, u, v, w, vort, Q ");
     EXPECT_EQ(text[2], " ZONE , i= 5  j= 4  K= 3 , F=POINT");
-    std::size_t line = 3;
-    for (int k = 0; k <= 2; ++k)
+    for (int k = 0, line = 3; k <= 2; ++k)
         for (int j = 0; j <= 3; ++j)
             for (int i = 0; i <= 4; ++i, ++line) {
-                const std::string& l = text[line];
+                const std::string& l = text[static_cast<std::size_t>(line)];
                 ASSERT_EQ(l.size(), 8u * 21u) << line;
                 const double x = 1.0 + 0.5 * i, y = -1.0 + 0.25 * j, z = 0.25 + 0.125 * k;
-                const double expect[8] = {x,
-                                          y,
-                                          z,
-                                          0.3 + 0.7 * x + 1.5 * y + 2.0 * z,
+                const double expect[8] = {x, y, z, 0.3 + 0.7 * x + 1.5 * y + 2.0 * z,
                                           0.1 - 0.5 * x + 0.6 * y + z,
-                                          -0.2 + 0.25 * x - 2.0 * y - 0.9 * z,
-                                          3.0 + x + y + z,
+                                          -0.2 + 0.25 * x - 2.0 * y - 0.9 * z, 3.0 + x + y + z,
                                           -4.0 - x + 2.0 * y + 0.5 * z};
-                for (int m = 0; m < 8; ++m) {
-                    EXPECT_EQ(l[static_cast<std::size_t>(21 * m)], ' ');
+                for (int m = 0; m < 8; ++m)
                     EXPECT_NEAR(value(l, m), expect[m], 1e-13 * (1.0 + std::abs(expect[m])))
                         << "node " << i << " " << j << " " << k << " value " << m;
-                }
             }
 }
 
@@ -137,12 +111,11 @@ TEST(Tecplot, FlowFileReadBack) {
 TEST(Tecplot, NodeOnTheBedIsWrittenAsZero) {
     Scratch s;
     Storage st = testsupport::box(3, 2, 18, 1.0, 1.0, 0.0625);
-    const double flow[5] = {1.0, 2.0, 3.0, 4.0, 5.0};
-    st.u.fill(flow[0]);
-    st.v.fill(flow[1]);
-    st.w.fill(flow[2]);
-    st.vort.fill(flow[3]);
-    st.qc.fill(flow[4]);
+    st.u.fill(1.0);
+    st.v.fill(2.0);
+    st.w.fill(3.0);
+    st.vort.fill(4.0);
+    st.qc.fill(5.0);
     for (int j = 0; j <= 3; ++j)
         for (int i = 0; i <= 4; ++i) st.zb(i, j) = 0.125 * i + 0.25 * j;
     tecplotflow(st, s.dir.string(), "bed", 0);
@@ -153,27 +126,10 @@ TEST(Tecplot, NodeOnTheBedIsWrittenAsZero) {
             for (int i = 0; i <= 3; ++i) {
                 const std::string& l = text[3 + static_cast<std::size_t>(i + 4 * (j + 3 * k))];
                 EXPECT_EQ(value(l, 2), 0.0625 * k);  // z is always written
-                const bool wet = k > 2 * i + 4 * j + 3;
-                for (int m = 3; m < 8; ++m) {
-                    EXPECT_EQ(value(l, m), wet ? flow[m - 3] : 0.0)
+                for (int m = 3; m < 8; ++m)
+                    EXPECT_EQ(value(l, m), k > 2 * i + 4 * j + 3 ? m - 2.0 : 0.0)
                         << i << " " << j << " " << k << " " << m;
-                }
             }
-}
-
-TEST(Tecplot, ZoneAndLineCountOfLargerGrid) {
-    Scratch s;
-    const Storage st = testsupport::box(64, 32, 16, 1.0, 1.0, 1.0);
-    tecplotflow(st, s.dir.string(), "flow", 4);
-    const auto text = lines(s.dir / "flow4.plt");
-    int ni = 0, nj = 0, nk = 0;
-    ASSERT_EQ(std::sscanf(text.at(2).c_str(), " ZONE , i= %d j= %d K= %d , F=POINT", &ni, &nj, &nk),
-              3);
-    EXPECT_EQ(ni, 65);
-    EXPECT_EQ(nj, 33);
-    EXPECT_EQ(nk, 17);
-    EXPECT_EQ(text.size(), 3u + 36465u);
-    EXPECT_EQ(text.back().size(), 168u);
 }
 
 TEST(Tecplot, BedFileInTemporaryFolder) {
@@ -200,18 +156,6 @@ TEST(Tecplot, BedFileInTemporaryFolder) {
             EXPECT_EQ(y, 10.0 + 2.0 * j);
             EXPECT_EQ(z, i + 0.5 + 10.0 * j + 5.0);
         }
-}
-
-TEST(Tecplot, UnwritableFolderNamesTheFile) {
-    const Storage st = testsupport::box(2, 2, 2, 1.0, 1.0, 1.0);
-    try {
-        tecplotflow(st, "/nonexistent-riffle-folder", "flow", 3);
-        FAIL() << "no error";
-    } catch (const std::runtime_error& e) {
-        EXPECT_NE(std::string(e.what()).find("/nonexistent-riffle-folder/flow3.plt"),
-                  std::string::npos)
-            << e.what();
-    }
 }
 
 }  // namespace
