@@ -16,8 +16,6 @@ import numpy as np
 
 from e2e_common import Paths, main, run
 
-LABELS = ["Step Number        = ", "Time Step          = ", "Time               = ",
-          "Number of Poisson  = ", "Maximum divergence = ", "Total divergence   = "]
 FIELDS = ["VelocityX", "VelocityY", "VelocityZ", "Pressure", "Vorticity", "Coherent"]
 
 # 16 x 8 cells, 2^3 = 8 layers; fixed step 0.25 to t = 1.25 (5 steps), results every 0.5:
@@ -67,16 +65,12 @@ class Spine(unittest.TestCase):
 
     def check_results(self, nsteps_expected_times):
         with h5py.File(self.case, "r") as f:
-            self.assertIn("Case", f)
             box = f["Flow/Box"]
             coords = box["GridCoordinates"]
-            for name in ("CoordinateX", "CoordinateY", "CoordinateZ"):
-                self.assertEqual(data(coords[name]).shape, (9, 9, 17), name)  # (K, J, I)
-            z = data(coords["CoordinateZ"])
+            z, x = data(coords["CoordinateZ"]), data(coords["CoordinateX"])
+            self.assertEqual(z.shape, (9, 9, 17))  # (K, J, I)
             np.testing.assert_allclose(z[:, 0, 0], -0.025 + 0.025 * np.arange(9), atol=1e-15)
-            x = data(coords["CoordinateX"])
             np.testing.assert_allclose(x[3, 2, :], 0.1 * np.arange(17), atol=1e-15)
-
             times = data(f["Flow/BaseIterativeData/TimeValues"])
             np.testing.assert_allclose(times, nsteps_expected_times)
             self.assertEqual(int(data(f["Flow/BaseIterativeData"])[0]), len(times))
@@ -85,9 +79,8 @@ class Spine(unittest.TestCase):
             for n in range(1, len(times) + 1):
                 name = bytes(pointers[n - 1]).decode().strip()
                 self.assertEqual(name, f"FlowSolution{n}")
-                sol = box[name]
                 for field in FIELDS:
-                    self.assertEqual(data(sol[field]).shape, (9, 9, 17), (name, field))
+                    self.assertEqual(data(box[name][field]).shape, (9, 9, 17), (name, field))
             # The initial flow: u = discharge / width / zmax above the bed, 0 at or below it.
             u0 = data(box["FlowSolution1/VelocityX"])
             np.testing.assert_allclose(u0[2:, :, :], 0.014 / 0.4 / 0.175)
@@ -98,16 +91,11 @@ class Spine(unittest.TestCase):
         one = dict(os.environ, OMP_NUM_THREADS="1")  # the same report bits run after run
         out = run([Paths.riffle, self.case], env=one)
         self.assertEqual(out.returncode, 0, out.stdout + out.stderr)
-        lines = out.stdout.splitlines()
+        lines = out.stdout.splitlines()  # seven lines a step, the bytes pinned by the digests
         self.assertEqual(len(lines), 5 * 7)
-        for step in range(5):
-            block = lines[7 * step: 7 * step + 7]
-            for label, line in zip(LABELS, block):
-                self.assertTrue(line.startswith(" " + label), line)
-            self.assertEqual(int(block[0][len(LABELS[0]) + 1:]), step + 1)
-            self.assertEqual(float(block[1][len(LABELS[1]) + 1:]), 0.25)
-            self.assertEqual(float(block[2][len(LABELS[2]) + 1:]), 0.25 * (step + 1))
-            self.assertEqual(block[6], " " + "-" * 56)
+        self.assertEqual(lines[7 * 4:7 * 4 + 3], [" Step Number        = 5",
+                                                  " Time Step          = 2.5000000000000000E-01",
+                                                  " Time               = 1.2500000000000000E+00"])
         self.check_results([0.0, 0.5, 1.0])
 
         if shutil.which("cgnscheck"):
