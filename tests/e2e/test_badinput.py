@@ -1,7 +1,7 @@
 """End to end: input the solver cannot compute is refused before the case file is touched (the
 file stays byte for byte the same), with the parameters error, one line naming the key, a
-non-zero status and no wait on a closed standard input; riffle-case --check says the same. A
-damaged restart file is refused before the file is touched too."""
+non-zero status and no wait on a closed standard input; riffle-case --check says the same. (A
+damaged restart file: tests/e2e/test_restart.py.)"""
 
 import hashlib
 import os
@@ -83,18 +83,6 @@ class BadInput(unittest.TestCase):
                 checked = run([Paths.riffle_case, "--check", case])
                 self.assertEqual(checked.returncode, 1)
                 self.assertIn("error: " + line + "\n", checked.stdout)
-
-    def test_bad_restart_file_refused_with_the_file_unchanged(self):
-        restart = os.path.join(self.dir, "flow.dat")
-        with open(restart, "w") as f:
-            f.write(" 12 0.5\n 0.0\n text\n")
-        with h5py.File(self.good, "r+") as f:
-            f["Case/CalculationConditions/HotstartItm"][" data"][...] = np.array([1], "i4")
-        before = sha(self.good)
-        out = run([Paths.riffle, "good.cgns"], cwd=self.dir)
-        self.assertNotEqual(out.returncode, 0)
-        self.assertEqual(out.stdout, " ERROR : Failed to read the saved results ...\n")
-        self.assertEqual(sha(self.good), before)
 
 
 if __name__ == "__main__":
