@@ -123,31 +123,26 @@ class Spine(unittest.TestCase):
 
     def test_bad_invocations_change_nothing(self):
         before = digest(self.case)
-        text = os.path.join(self.dir, "notes.txt")
+        text, empty = os.path.join(self.dir, "notes.txt"), os.path.join(self.dir, "empty.cgns")
         with open(text, "w") as f:
             f.write("not a case file\n")
-        empty = os.path.join(self.dir, "empty.cgns")
         open(empty, "w").close()
-        cases = [([], "Input File not specified"),
-                 ([self.case, self.case], "Input File not specified"),
-                 ([os.path.join(self.dir, "missing.cgns")], "*** Open error of CGNS file ***"),
-                 ([text], "*** Open error of CGNS file ***"),
-                 ([empty], "*** Open error of CGNS file ***")]
-        for args, message in cases:
-            out = run([Paths.riffle] + args)
-            self.assertNotEqual(out.returncode, 0, args)
-            self.assertIn(message, out.stdout + out.stderr, args)
-        # A case file that another run writes (it holds a lock on it) is not opened.
-        with open(self.case, "r+b") as held:
+        missing = os.path.join(self.dir, "missing.cgns")
+        opening = "*** Open error of CGNS file ***"
+        with open(self.case, "r+b") as held:  # a case another run writes (it holds the lock)
             fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
-            out = run([Paths.riffle, self.case])
-        self.assertNotEqual(out.returncode, 0)
-        self.assertIn("*** Open error of CGNS file ***", out.stdout + out.stderr)
+            for args, message in [([], "Input File not specified"),
+                                  ([self.case, self.case], "Input File not specified"),
+                                  ([missing], opening), ([text], opening), ([empty], opening),
+                                  ([self.case], opening)]:
+                out = run([Paths.riffle] + args)
+                self.assertNotEqual(out.returncode, 0, args)
+                self.assertIn(message, out.stdout + out.stderr, args)
         self.assertEqual(digest(self.case), before)
         with open(text) as f:
             self.assertEqual(f.read(), "not a case file\n")
         self.assertEqual(os.path.getsize(empty), 0)
-        self.assertFalse(os.path.exists(os.path.join(self.dir, "missing.cgns")))
+        self.assertFalse(os.path.exists(missing))
 
 
 if __name__ == "__main__":
