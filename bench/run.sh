@@ -14,6 +14,8 @@ root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${1:-$root/build}"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release > /dev/null
 cmake --build "$build" -j "$(nproc)" --target riffle-bench riffle-case > /dev/null
+# The kernel timings too, where Google Benchmark is installed (run them by hand).
+cmake --build "$build" -j "$(nproc)" --target riffle-micro > /dev/null 2>&1 || true
 out="$root/bench/out"
 mkdir -p "$out"
 results="$out/results.txt"
