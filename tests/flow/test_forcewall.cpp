@@ -33,7 +33,8 @@ TEST(Forces, GainOnTheFlowRateDeficitOverTheWetHeight) {
     EXPECT_NEAR(fxfor(st, 0.4), -10.0, 1e-12);  // a surplus reverses the force
     // Bed heights -> depth: 0.06 wets the first cell over 0.14 (0.94); a bed of 0 under i = 1
     // puts the face's bed at 0.03 (0.97); 0.3 gives -0.1, 0.1, 0.2, 0.2, 0.2 (0.6).
-    for (auto [bed0, bed1, depth] : {std::tuple{0.06, 0.06, 0.94}, {0.06, 0.0, 0.97}, {0.3, 0.3, 0.6}}) {
+    for (auto [bed0, bed1, depth] :
+         {std::tuple{0.06, 0.06, 0.94}, {0.06, 0.0, 0.97}, {0.3, 0.3, 0.6}}) {
         for (int j = 0; j <= 5; ++j) st.zb(0, j) = bed0, st.zb(1, j) = bed1;
         EXPECT_NEAR(fxfor(st, 0.5 * depth), 0.0, 1e-12) << depth;
     }
@@ -69,7 +70,8 @@ TEST(SideWalls, LogLawFromTheSecondRowSouthTakingVNorthTakingW) {
     for (auto [u2, v2, w2] : {std::tuple{1.0, 0.2, 0.0}, {3.0, -0.1, 4.0}, {-2.0, 0.0, 0.5}}) {
         Storage st = sidewalls();
         setrow(st.u, 1, 9.0);
-        for (int row : {2, WJ - 1}) setrow(st.u, row, u2), setrow(st.v, row, v2), setrow(st.w, row, w2);
+        for (int row : {2, WJ - 1})
+            setrow(st.u, row, u2), setrow(st.v, row, v2), setrow(st.w, row, w2);
         flow::walls(st);
         EXPECT_EQ(st.u(2, WJ, 2), 0.0);  // walls leaves the north rows alone
         flow::walln(st);

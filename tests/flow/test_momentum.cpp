@@ -59,7 +59,8 @@ TEST(Momentum, LinearFieldGivesTheExactRightHandSides) {
             for (std::size_t a = 0; a < 3; ++a) {
                 const Vec x{(i - (a == 0 ? 0.0 : 0.5)) * 0.5, (j - (a == 1 ? 0.0 : 0.5)) * 0.4,
                             (k - (a == 2 ? 0.0 : 0.5)) * 0.1};
-                const double h = rhs(a, x) + (a == 0 ? extra : 0.0), hold = extra != 0.0 ? rhs(a, x) : 0.0;
+                const double h = rhs(a, x) + (a == 0 ? extra : 0.0),
+                             hold = extra != 0.0 ? rhs(a, x) : 0.0;
                 ASSERT_NEAR((*f[a])(i, j, k), h, 1e-12) << a << " at " << i << j << k;
                 ASSERT_NEAR((*now[a])(i, j, k) - (*old[a])(i, j, k), 0.01 * (1.5 * h - 0.5 * hold),
                             1e-13);
@@ -69,7 +70,8 @@ TEST(Momentum, LinearFieldGivesTheExactRightHandSides) {
     EXPECT_NEAR(st.fuo(3, 2, 2), rhs(0, {1.5, 0.6, 0.15}), 1e-12);
     st.dens = 0.0;  // a zero density makes the source NaN rather than hiding the bad input
     predict(st);
-    EXPECT_TRUE(std::isnan(st.u(1, 1, 1)) && std::isnan(st.v(1, 1, 1)) && std::isnan(st.w(1, 1, 1)));
+    EXPECT_TRUE(std::isnan(st.u(1, 1, 1)) && std::isnan(st.v(1, 1, 1)) &&
+                std::isnan(st.w(1, 1, 1)));
 }
 
 TEST(Momentum, LastPointIsLeftToTheBoundaryUnlessPeriodic) {

@@ -23,10 +23,16 @@ TEST(Smagorinsky, LinearFieldStrainViscosityAndGhostLayers) {
     // S23 = (-0.4 + 1.6)/2; |S|^2 = 2 (0.09 + 0.49 + 0.25) + 4 (0.2025 + 0.0025 + 0.36) = 3.92;
     // nut = (cs delta)^2 |S| with delta^3 = 0.5 x 0.4 x 0.1.
     const double sabs = std::sqrt(3.92), nut = 0.01 * std::pow(0.02, 2.0 / 3.0) * sabs;
-    for (auto [f, value] : {std::pair{&Storage::s11, 0.3}, {&Storage::s22, -0.7}, {&Storage::s33, 0.5},
-                            {&Storage::s12, 0.45}, {&Storage::s13, -0.05}, {&Storage::s23, 0.6},
-                            {&Storage::sabs, sabs}, {&Storage::nut, nut}})
-        testsupport::interior(st, [&](int i, int j, int k) { ASSERT_NEAR((st.*f)(i, j, k), value, 1e-13); });
+    for (auto [f, value] : {std::pair{&Storage::s11, 0.3},
+                            {&Storage::s22, -0.7},
+                            {&Storage::s33, 0.5},
+                            {&Storage::s12, 0.45},
+                            {&Storage::s13, -0.05},
+                            {&Storage::s23, 0.6},
+                            {&Storage::sabs, sabs},
+                            {&Storage::nut, nut}})
+        testsupport::interior(
+            st, [&](int i, int j, int k) { ASSERT_NEAR((st.*f)(i, j, k), value, 1e-13); });
 
     st.u(2, 3, 4) += 0.4;  // some variation near the top
     st.w(4, 1, 3) = 0.2;

@@ -65,13 +65,15 @@ TEST(Projection, LinearFieldsHandValues) {
     Storage st = make();
     const Storage before = make();
     pressure::sourcep(st);
-    testsupport::interior(st, [&](int i, int j, int k) { EXPECT_NEAR(st.mg(0).src(i, j, k), 0.012, 1e-13); });
+    testsupport::interior(
+        st, [&](int i, int j, int k) { EXPECT_NEAR(st.mg(0).src(i, j, k), 0.012, 1e-13); });
     pressure::divergence(st);
     EXPECT_NEAR(st.divmax, 0.003, 1e-14);
     EXPECT_NEAR(st.divtotal, 120 * 0.003, 1e-12);
 
     // phi = 1.5 x - 2 y + 0.8 z: each face velocity drops by 0.25 times that direction's slope.
-    testsupport::setcentres(st, st.mg(0).phi, [](double x, double y, double z) { return 1.5 * x - 2 * y + 0.8 * z; });
+    testsupport::setcentres(st, st.mg(0).phi,
+                            [](double x, double y, double z) { return 1.5 * x - 2 * y + 0.8 * z; });
     pressure::correction(st);
     testsupport::interior(st, [&](int i, int j, int k) {
         EXPECT_NEAR(st.u(i, j, k) - before.u(i, j, k), -0.375, 1e-13);
@@ -148,7 +150,8 @@ double channelerror(int kmax) {
     while (st.time < 5.0) step(st);  // slowest transient: exp(-(pi/2)^2 t)
     double err = 0.0;
     for (int k = 1; k <= kmax; ++k)
-        err = std::max(err, std::abs(st.u(2, 2, k) - (k - 0.5) * st.dz * (1 - 0.5 * (k - 0.5) * st.dz)));
+        err = std::max(err,
+                       std::abs(st.u(2, 2, k) - (k - 0.5) * st.dz * (1 - 0.5 * (k - 0.5) * st.dz)));
     return err;
 }
 

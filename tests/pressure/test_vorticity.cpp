@@ -65,7 +65,8 @@ TEST(Vorticity, SecondOrderForSmoothField) {
         Storage st = testsupport::box(16 << level, 14 << level, 12 << level, 1.0 / (16 << level),
                                       1.0 / (14 << level), 1.0 / (12 << level));
         testsupport::setvelocity(st, st.u, st.v, st.w, [&](double x, double y, double z) {
-            return Vec{std::sin(phase(0, x, y, z)), std::sin(phase(1, x, y, z)), std::sin(phase(2, x, y, z))};
+            return Vec{std::sin(phase(0, x, y, z)), std::sin(phase(1, x, y, z)),
+                       std::sin(phase(2, x, y, z))};
         });
         errors[level] = maxerror(st, [&](double x, double y, double z) {
             Mat g;

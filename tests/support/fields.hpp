@@ -51,7 +51,8 @@ struct Linear {
     }
 };
 // One with all nine gradient components non-zero and distinct, trace 0.1.
-inline const Linear linear{{0.4, -0.3, 0.2}, {{{0.3, -1.2, 0.8}, {2.1, -0.7, -0.4}, {-0.9, 1.6, 0.5}}}};
+inline const Linear linear{{0.4, -0.3, 0.2},
+                           {{{0.3, -1.2, 0.8}, {2.1, -0.7, -0.4}, {-0.9, 1.6, 0.5}}}};
 
 // f(i,j,k) over the interior cells 1..imax x 1..jmax x 1..kmax.
 template <class F>
