@@ -1,5 +1,6 @@
-// Smagorinsky viscosity: zero for uniform flow, the hand value for a pure shear, the ghost rules
-// (periodic copies, copies of the strain at walls, the sign flip of nut at the surface).
+// Smagorinsky viscosity: exact strain rates, |S| and nut for a linear velocity field on cells of
+// three different sizes, and the ghost rules by the pressure codes (periodic copies, copies of the
+// strain at walls, nut changing sign at the surface and the side walls).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,59 +8,52 @@
 #include "flow/smagorinsky_m.hpp"
 #include "run/casefile_m.hpp"
 #include "support/box.hpp"
+#include "support/fields.hpp"
 
 namespace riffle {
 namespace {
 
-Storage shearbox(double a) {
-    Storage st = testsupport::box(6, 4, 8, 0.1, 0.2, 0.05);
+TEST(Smagorinsky, LinearFieldStrainViscosityAndGhostLayers) {
+    Storage st = testsupport::box(6, 5, 4, 0.5, 0.4, 0.1);
     setboundarycodes(st, 0, 1, 0);  // periodic x, side walls, free-slip top
     st.cs = 0.1;
-    for (int k = 0; k <= 9; ++k)
-        for (int j = 0; j <= 5; ++j)
-            for (int i = -1; i <= 7; ++i) st.u(i, j, k) = 0.3 + a * (k - 0.5) * st.dz;
-    return st;
-}
-
-TEST(Smagorinsky, UniformFlowAndPureShear) {
-    Storage still = shearbox(0.0);
-    flow::smagorinsky(still);
-    for (int k = 1; k <= 8; ++k) EXPECT_EQ(still.nut(3, 2, k), 0.0);
-
-    const double a = -2.5;
-    Storage st = shearbox(a);
+    testsupport::setvelocity(st, st.u, st.v, st.w, testsupport::linear);
     flow::smagorinsky(st);
-    const double delta = std::cbrt(0.1 * 0.2 * 0.05);
-    for (int k = 2; k <= 7; ++k) {  // away from the ghost layers the shear is exact
-        EXPECT_DOUBLE_EQ(st.s13(3, 2, k), a / 2);
-        EXPECT_DOUBLE_EQ(st.sabs(3, 2, k), std::abs(a));
-        EXPECT_NEAR(st.nut(3, 2, k), std::pow(0.1 * delta, 2) * std::abs(a), 1e-15);
-        EXPECT_EQ(st.s11(3, 2, k), 0.0);
-    }
-}
+    // Of the gradient G of testsupport::linear: S12 = (-1.2 + 2.1)/2, S13 = (0.8 - 0.9)/2,
+    // S23 = (-0.4 + 1.6)/2; |S|^2 = 2 (0.09 + 0.49 + 0.25) + 4 (0.2025 + 0.0025 + 0.36) = 3.92;
+    // nut = (cs delta)^2 |S| with delta^3 = 0.5 x 0.4 x 0.1.
+    const double sabs = std::sqrt(3.92), nut = 0.01 * std::pow(0.02, 2.0 / 3.0) * sabs;
+    for (auto [f, value] : {std::pair{&Storage::s11, 0.3},
+                            {&Storage::s22, -0.7},
+                            {&Storage::s33, 0.5},
+                            {&Storage::s12, 0.45},
+                            {&Storage::s13, -0.05},
+                            {&Storage::s23, 0.6},
+                            {&Storage::sabs, sabs},
+                            {&Storage::nut, nut}})
+        testsupport::interior(
+            st, [&](int i, int j, int k) { ASSERT_NEAR((st.*f)(i, j, k), value, 1e-13); });
 
-TEST(Smagorinsky, GhostLayersFollowThePressureCodes) {
-    Storage st = shearbox(1.0);
-    st.u(2, 3, 8) += 0.4;  // some variation in x and y near the top
+    st.u(2, 3, 4) += 0.4;  // some variation near the top
     st.w(4, 1, 3) = 0.2;
     flow::smagorinsky(st);
-    for (int k = 1; k <= 8; ++k)
-        for (int j = 1; j <= 4; ++j) {
+    for (int k = 1; k <= 4; ++k)
+        for (int j = 1; j <= 5; ++j) {
             EXPECT_EQ(st.nut(0, j, k), st.nut(6, j, k));  // periodic x
             EXPECT_EQ(st.nut(7, j, k), st.nut(1, j, k));
             EXPECT_EQ(st.s12(0, j, k), st.s12(6, j, k));
         }
-    for (int j = 1; j <= 4; ++j)
-        for (int i = 1; i <= 6; ++i) {
-            EXPECT_EQ(st.nut(i, j, 9), -st.nut(i, j, 8));  // free-slip top, code 1: sign flip
-            EXPECT_EQ(st.s11(i, j, 9), st.s11(i, j, 8));   // the strain is copied
+    for (int i = 1; i <= 6; ++i) {
+        for (int j = 1; j <= 5; ++j) {
+            EXPECT_EQ(st.nut(i, j, 5), -st.nut(i, j, 4));  // free-slip top, code 1: sign flip
+            EXPECT_EQ(st.s11(i, j, 5), st.s11(i, j, 4));   // the strain is copied
             EXPECT_EQ(st.nut(i, j, 0), st.nut(i, j, 1));   // bottom, code -1: plain copy
         }
-    for (int k = 1; k <= 8; ++k)
-        for (int i = 1; i <= 6; ++i) {
-            EXPECT_EQ(st.nut(i, 0, k), -st.nut(i, 1, k));  // side walls, pressure code 1
-            EXPECT_EQ(st.sabs(i, 5, k), st.sabs(i, 4, k));
+        for (int k = 1; k <= 4; ++k) {
+            EXPECT_EQ(st.nut(i, 0, k), -st.nut(i, 1, k));  // side walls, code 1
+            EXPECT_EQ(st.sabs(i, 6, k), st.sabs(i, 5, k));
         }
+    }
 }
 
 }  // namespace
