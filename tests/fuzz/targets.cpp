@@ -1,14 +1,12 @@
 #include "fuzz/targets.hpp"
 
 #include <algorithm>
+#include <ranges>
 #include <stdexcept>
 #include <string>
-#include <variant>
-#include <vector>
 
 #include "bedcsv.hpp"
 #include "casebuild.hpp"
-#include "recipe.hpp"
 #include "run/restart_m.hpp"
 #include "support/box.hpp"
 
@@ -37,14 +35,12 @@ bool recipe(std::string_view text) {
         const Recipe r = parserecipe(text, "fuzz.recipe", "/nonexistent-riffle-folder");
         const auto given = [&](const char* key, int fallback) {
             const Entry* e = r.find(key);
-            return e != nullptr && std::holds_alternative<int>(e->value) ? std::get<int>(e->value)
-                                                                         : fallback;
+            return e != nullptr ? std::get<int>(e->value) : fallback; // the type is checked
         };
-        const long long nodes = static_cast<long long>(given("ni", 65)) * given("nj", 17);
         const Entry* bed = r.find("bed");
-        const std::string* shape = bed ? std::get_if<std::string>(&bed->value) : nullptr;
         // A bed file is read by its own target; here it could name any file (/dev/zero).
-        if (nodes <= (1 << 14) && !(shape && *shape == "csv")) (void)buildcase(r);
+        const bool csv = bed != nullptr && std::get<std::string>(bed->value) == "csv";
+        if (1LL * given("ni", 65) * given("nj", 17) <= (1 << 14) && !csv) (void)buildcase(r);
         return true;
     } catch (const RecipeError&) {
         return false;
@@ -59,11 +55,8 @@ bool bedcsv(std::string_view text) {
     } catch (const RecipeError&) {
         return false;
     }
-    double x0 = points[0].x, x1 = x0, y0 = points[0].y, y1 = y0;
-    for (const Point& p : points) {
-        x0 = std::min(x0, p.x), x1 = std::max(x1, p.x);
-        y0 = std::min(y0, p.y), y1 = std::max(y1, p.y);
-    }
+    const auto [x0, x1] = std::ranges::minmax(points | std::views::transform(&Point::x));
+    const auto [y0, y1] = std::ranges::minmax(points | std::views::transform(&Point::y));
     const double w = x1 - x0, h = y1 - y0;
     const Interpolator at(std::move(points), 1e-9 * std::max(w, h));
     for (const double fx : {-1.0, 0.0, 0.5, 1.0, 2.0})
@@ -74,4 +67,4 @@ bool bedcsv(std::string_view text) {
     return true;
 }
 
-}  // namespace riffle::fuzz
+} // namespace riffle::fuzz
