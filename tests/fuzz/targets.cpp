@@ -1,9 +1,9 @@
 #include "fuzz/targets.hpp"
 
 #include <algorithm>
-#include <ranges>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "bedcsv.hpp"
 #include "casebuild.hpp"
@@ -55,8 +55,11 @@ bool bedcsv(std::string_view text) {
     } catch (const RecipeError&) {
         return false;
     }
-    const auto [x0, x1] = std::ranges::minmax(points | std::views::transform(&Point::x));
-    const auto [y0, y1] = std::ranges::minmax(points | std::views::transform(&Point::y));
+    double x0 = points[0].x, x1 = x0, y0 = points[0].y, y1 = y0;
+    for (const Point& p : points) {
+        x0 = std::min(x0, p.x), x1 = std::max(x1, p.x);
+        y0 = std::min(y0, p.y), y1 = std::max(y1, p.y);
+    }
     const double w = x1 - x0, h = y1 - y0;
     const Interpolator at(std::move(points), 1e-9 * std::max(w, h));
     for (const double fx : {-1.0, 0.0, 0.5, 1.0, 2.0})
