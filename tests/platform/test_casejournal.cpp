@@ -1,25 +1,17 @@
 // The journal that makes case-file updates crash-safe: a whole journal is replayed, a torn or
 // corrupt one dropped with the case left alone; the solver's open of its case gets the journaling
 // driver and its lock keeps replays out. (Runs killed mid-commit: tests/e2e/test_crash.py.)
-#include <gtest/gtest.h>
 #include <hdf5.h>
 
 #include <cstdint>
-#include <fstream>
-#include <iterator>
 
-#include "platform/casefile.hpp"
 #include "platform/casejournal.hpp"
-#include "platform/kavellib.hpp"
-#include "support/scratch.hpp"
+#include "support/case_kavel.hpp"
 
 namespace riffle::platform {
 namespace {
 
-std::string contents(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
+using namespace testsupport;
 
 // A journal of one region, byte by byte: "RIFFLEJ1", the case's size after the commit, the number
 // of regions, the region's address and length and bytes, then the 64-bit FNV-1a of all before it
@@ -57,32 +49,28 @@ TEST(CaseJournal, WholeJournalReplayedTornOrCorruptOneDropped) {
         std::ofstream(j + ".tmp") << "half a journal"; // a journal whose writing was cut short
         EXPECT_FALSE(replayjournal(path));
         EXPECT_EQ(contents(path), "abcdefghij");
-        EXPECT_FALSE(std::filesystem::exists(j));
-        EXPECT_FALSE(std::filesystem::exists(j + ".tmp"));
+        EXPECT_FALSE(fs::exists(j));
+        EXPECT_FALSE(fs::exists(j + ".tmp"));
     }
     std::ofstream(j) << whole;
     EXPECT_TRUE(replayjournal(path));
     EXPECT_EQ(contents(path), "abcdefghXYZW");
-    EXPECT_FALSE(std::filesystem::exists(j));
+    EXPECT_FALSE(fs::exists(j));
     EXPECT_FALSE(replayjournal(path)); // nothing left to do
 }
 
-TEST(CaseJournal, SolverOpenTakesTheDriverAndItsLockKeepsReplaysOut) {
-    const testsupport::Scratch s;
-    const std::string path = s.file("case.cgns").string();
-    writecasefile(path, {2, 2, {0, 1, 0, 1}, {0, 0, 1, 1}, {0, 0, 0, 0}}, {});
+TEST_F(Kavel, SolverOpenTakesTheJournalDriverAndItsLockKeepsReplaysOut) {
     int fid = 0, ier = 1;
-    CG_OPEN_F(path, mode_read, fid, ier);
+    CG_OPEN_F(file, mode_read, fid, ier);
     ASSERT_EQ(ier, 0);
     EXPECT_EQ(opendriver(), H5FD_SEC2);
     CG_CLOSE_F(fid, ier);
-    CG_OPEN_F(path, mode_modify, fid, ier);
-    ASSERT_EQ(ier, 0);
+    fid = openselect();
     EXPECT_EQ(opendriver(), casejournal::driver());
-    std::ofstream(path + ".journal") << "RIFFLEJ1 not a whole journal";
-    EXPECT_FALSE(replayjournal(path)); // the run holds the case: its journal is its own
-    EXPECT_TRUE(std::filesystem::exists(path + ".journal"));
-    std::filesystem::remove(path + ".journal");
+    std::ofstream(file + ".journal") << "RIFFLEJ1 not a whole journal";
+    EXPECT_FALSE(replayjournal(file)); // the run holds the case: its journal is its own
+    EXPECT_TRUE(fs::exists(file + ".journal"));
+    fs::remove(file + ".journal");
     CG_CLOSE_F(fid, ier);
     EXPECT_EQ(ier, 0);
 }
