@@ -99,7 +99,7 @@ TEST(BedShapes, GridSinusoidAndDunesAtHandValues) {
     const platform::BedGrid g = gridnodes({0.1, 0.3, -1.0, 2.0, 4, 3});
     EXPECT_EQ(g.y, std::vector<double>({-1, -1, -1, -1, 0.5, 0.5, 0.5, 0.5, 2, 2, 2, 2}));
     for (int n = 0; n < 12; ++n) EXPECT_NEAR(g.x[n], 0.1 + 0.2 / 3 * (n % 4), 1e-15) << n;
-    EXPECT_EQ(g.x[7], 0.3); // the far corner exact
+    EXPECT_EQ(g.x[7], 0.3); // each row ends on xmax exactly
 
     // Nodes every 0.1 m, a quarter wave, from the phase origin at xmin.
     const Case c = build("bed = sinusoid\nxmin = 1\nxmax = 1.8\nni = 9\nnj = 3\n"
