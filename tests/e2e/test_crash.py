@@ -1,7 +1,8 @@
 """End to end: a run killed at any moment leaves a case file that opens (h5py, cgnscheck,
 riffle-case --check) with every output completed before the kill as an uninterrupted run wrote it,
-the one under way whole or absent, and whole restart files. Kills at random moments, before sampled
-changes to the case file or its journal (a preloaded library counts them), in a restart write."""
+the one under way whole or absent, and whole restart files. Kills before sampled changes to the
+case file or its journal (a preloaded library counts them, from a random first one), and in a
+restart write."""
 
 import contextlib
 import glob
@@ -56,10 +57,8 @@ class Crash(unittest.TestCase):
         cls.env = dict(os.environ, OMP_NUM_THREADS="1", LD_PRELOAD=Paths.kill_shim,
                        ASAN_OPTIONS="verify_asan_link_order=0",  # the Debug build's sanitizer
                        RIFFLE_KILL_COUNT=os.path.join(cls.dir, "count"))
-        # The uninterrupted run: its outputs, restart file, duration and number of changes.
-        began = time.monotonic()
+        # The uninterrupted run: its outputs, restart file and number of changes.
         out = cls.start(cls).communicate(timeout=300)[0]
-        cls.duration = time.monotonic() - began
         cls.changes = int(Path(cls.env["RIFFLE_KILL_COUNT"]).read_text())
         steps = [float(l.split("=")[1]) for l in out.splitlines() if l.startswith(" Time  ")]
         cls.times, cls.fields = results(cls.case)
@@ -105,15 +104,6 @@ class Crash(unittest.TestCase):
             self.assertNotIn("ERROR", text.upper())
         return journal
 
-    def test_kills_at_random_moments(self):
-        for k in range(20):
-            delay = random.uniform(0.0, self.duration)
-            with self.subTest(kill=k, delay=delay):
-                proc = self.start()
-                time.sleep(delay)
-                proc.kill()
-                self.check(proc.communicate(timeout=300)[0], cgnscheck=k % 7 == 0)
-
     def test_kills_before_sampled_changes(self):
         stride = max(1, self.changes // (40 if Paths.build_type == "Release" else 12))
         journals = 0
@@ -122,7 +112,7 @@ class Crash(unittest.TestCase):
                 proc = self.start(kill_at=n)
                 log = proc.communicate(timeout=300)[0]
                 self.assertEqual(proc.returncode, -9)  # SIGKILL
-                journals += self.check(log, cgnscheck=n % 50 == 0)
+                journals += self.check(log, cgnscheck=n <= stride)  # the first
         self.assertGreater(journals, 0)  # kills fell between a journal's rename and its removal
 
     def test_kill_during_a_restart_write_keeps_the_previous_file(self):
