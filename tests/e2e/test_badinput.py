@@ -85,5 +85,19 @@ class BadInput(unittest.TestCase):
                 self.assertIn("error: " + line + "\n", checked.stdout)
 
 
+    def test_case_builder_refusals(self):
+        # A recipe it cannot build: exit 1, the file and line named, no case file written; no
+        # recipe at all: the usage line and exit 2.
+        recipe, case = os.path.join(self.dir, "bad.recipe"), os.path.join(self.dir, "bad.cgns")
+        with open(recipe, "w") as f:
+            f.write("ni = 1\n")
+        out = run([Paths.riffle_case, recipe, "-o", case])
+        self.assertEqual((out.returncode, out.stderr.splitlines()[-1]),
+                         (1, f"{recipe}:1: ni = 1 leaves no cell: at least 2 nodes are needed"))
+        self.assertFalse(os.path.exists(case))
+        out = run([Paths.riffle_case])
+        self.assertEqual(out.returncode, 2)
+        self.assertTrue(out.stderr.startswith("usage: riffle-case RECIPE"))
+
 if __name__ == "__main__":
     main()
