@@ -30,6 +30,7 @@ TEST(BedVerification, FlatRoughBedHoldsDischargeAndFollowsTheLogLaw) {
         bed.y.push_back(0.1 * (n / 9));
         bed.elevation.push_back(0.0);
     }
+    // clang-format off
     const std::vector<platform::Condition> conditions = {
         {"kmaxItm", 4}, {"zminItm", -depth / 15}, {"zmaxItm", depth}, {"viscItm", 1e-6},
         {"densItm", 1000.0}, {"gravityItm", 9.81}, {"dischargeItm", target}, {"timetypeItm", 0},
@@ -40,6 +41,7 @@ TEST(BedVerification, FlatRoughBedHoldsDischargeAndFollowsTheLogLaw) {
         {"TecplotItm", 0}, {"outpathItm", std::string(".")}, {"outfileItm", std::string("flat")},
         {"BedItm", 1}, {"SedimentItm", 1.0}, {"smagorinskyItm", 0.1}, {"iIBMItm", 1},
         {"iCycleItm", 1}, {"ipresItm", 2}, {"ipostsItm", 2}, {"kpoismaxItm", 5}, {"epsItm", 0}};
+    // clang-format on
     testsupport::Scratch scratch;
     const std::string path = (scratch.dir / "flat.cgns").string();
     platform::writecasefile(path, bed, conditions);
@@ -79,14 +81,16 @@ TEST(BedVerification, FlatRoughBedHoldsDischargeAndFollowsTheLogLaw) {
     const double fx = fxsum / tavg, ustar = std::sqrt(fx * depth);
     const double loglaw = 0.4 * bulk / (std::log(depth / (1.0 / 12.0 / 1000.0)) - 1.0);
     std::printf("flat bed: discharge %.6f..%.6f of %.6f m3/s; friction velocity from the driving"
-                " force %.5f m/s, rough log law %.5f\n", qmin, qmax, target, ustar, loglaw);
+                " force %.5f m/s, rough log law %.5f\n",
+                qmin, qmax, target, ustar, loglaw);
     EXPECT_LT(std::abs(qmin / target - 1.0), 0.05);
     EXPECT_LT(std::abs(qmax / target - 1.0), 0.05);
     EXPECT_GT(fx, 0.0);
     EXPECT_LT(std::max(ustar / loglaw, loglaw / ustar), 1.5);
     // Above the first fluid layer the mean velocity grows monotonically towards the surface.
-    for (int k = 3; k <= st.kmax; ++k) EXPECT_GT(profile[k], profile[k - 1]) << "layer " << k;
+    for (int k = 3; k <= st.kmax; ++k)
+        EXPECT_GT(profile[k], profile[k - 1]) << "layer " << k;
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

@@ -19,7 +19,7 @@ namespace riffle::ibm {
 namespace {
 
 constexpr int I = 6, J = 5, K = 4;
-constexpr double dz = 0.5, zmin = -1.0;  // centres at -0.75, -0.25, ...; w faces at -0.5, 0, ...
+constexpr double dz = 0.5, zmin = -1.0; // centres at -0.75, -0.25, ...; w faces at -0.5, 0, ...
 constexpr Field3i Storage::*flags[4] = {&Storage::iflagu, &Storage::iflagv, &Storage::iflagw,
                                         &Storage::iflagp};
 
@@ -27,9 +27,10 @@ Storage bedbox(const std::function<double(int, int)>& bed) {
     Storage st = testsupport::box(I, J, K, 0.6, 0.4, dz);
     st.zmin = zmin;
     st.zmax = zmin + K * dz;
-    setboundarycodes(st, 0, 1, 0);  // periodic in x, side walls, free-slip surface
+    setboundarycodes(st, 0, 1, 0); // periodic in x, side walls, free-slip surface
     for (int j = 0; j <= J + 1; ++j)
-        for (int i = 0; i <= I + 1; ++i) st.zb(i, j) = bed(i, j);
+        for (int i = 0; i <= I + 1; ++i)
+            st.zb(i, j) = bed(i, j);
     return st;
 }
 
@@ -59,24 +60,24 @@ TEST(Flagdeter, SolidBelowTheBedForcingBesideItOnOneAndTwoThreads) {
         };
         for (int n : {1, 2}) {
             omp_set_num_threads(n);
-            for (auto f : flags) (st.*f).fill(7);  // nothing may survive from before
+            for (auto f : flags)
+                (st.*f).fill(7); // nothing may survive from before
             flagdeter(st);
             int counts[3] = {0, 0, 0};
-            for (int a = 0; a < 4; ++a)  // over the points that may be marked
+            for (int a = 0; a < 4; ++a) // over the points that may be marked
                 for (int k = a == 2 ? 0 : 1; k <= K; ++k)
                     for (int j = a == 1 ? 0 : 1; j <= J; ++j)
                         for (int i = a == 0 ? 0 : 1; i <= I; ++i) {
-                            const bool near =
-                                solidat(a, i - 1, j, k) || solidat(a, i + 1, j, k) ||
-                                solidat(a, i, j - 1, k) || solidat(a, i, j + 1, k) ||
-                                solidat(a, i, j, k - 1) || solidat(a, i, j, k + 1);
+                            const bool near = solidat(a, i - 1, j, k) || solidat(a, i + 1, j, k) ||
+                                              solidat(a, i, j - 1, k) || solidat(a, i, j + 1, k) ||
+                                              solidat(a, i, j, k - 1) || solidat(a, i, j, k + 1);
                             const int expected = solidat(a, i, j, k) ? -1 : near ? 0 : 1;
                             EXPECT_EQ((st.*flags[a])(i, j, k), expected)
                                 << bed << " " << a << " " << i << " " << j << " " << k;
                             ++counts[expected + 1];
                         }
             EXPECT_EQ(counts[0] > 0, bed == 0 || bed >= 3) << bed;
-            EXPECT_EQ(st.iflagp(1, 1, 0), bed >= 3 ? solid : fluid) << bed;  // the ghost layer
+            EXPECT_EQ(st.iflagp(1, 1, 0), bed >= 3 ? solid : fluid) << bed; // the ghost layer
         }
     }
     omp_set_num_threads(threads);
@@ -86,17 +87,17 @@ TEST(Flagdeter, GhostImagesOfABumpFollowTheCodes) {
     // A bump two faces high in column (1, 3); the bed's ghost column I+1 is its periodic image.
     Storage st = bedbox([](int i, int j) { return i % I == 1 && j == 3 ? zmin + 2 * dz : zmin; });
     flagdeter(st);
-    EXPECT_EQ(st.iflagp(I + 1, 3, 1), solid);    // image of the bump
-    EXPECT_EQ(st.iflagp(I + 1, 2, 1), forcing);  // images of its neighbours at the side
-    EXPECT_EQ(st.iflagp(I + 1, 3, 3), forcing);  // and on top
-    EXPECT_EQ(st.iflagp(I, 3, 1), forcing);      // forced through the periodic ghost
-    EXPECT_EQ(st.iflagp(0, 3, 1), forcing);      // and imaged itself
+    EXPECT_EQ(st.iflagp(I + 1, 3, 1), solid);   // image of the bump
+    EXPECT_EQ(st.iflagp(I + 1, 2, 1), forcing); // images of its neighbours at the side
+    EXPECT_EQ(st.iflagp(I + 1, 3, 3), forcing); // and on top
+    EXPECT_EQ(st.iflagp(I, 3, 1), forcing);     // forced through the periodic ghost
+    EXPECT_EQ(st.iflagp(0, 3, 1), forcing);     // and imaged itself
     EXPECT_EQ(st.iflagv(I + 1, 2, 1), solid);
     EXPECT_EQ(st.iflagv(I + 1, 2, 2), forcing);
     EXPECT_EQ(st.iflagw(I + 1, 3, 2), forcing);
-    EXPECT_EQ(st.iflagu(I + 1, 3, 1), solid);  // u(I+1) = u(1)
-    EXPECT_EQ(st.iflagu(-1, 3, 1), forcing);   // u(-1) = u(I-1), next to the solid u(I)
-    for (int code : {-1, 1}) {  // wall and gradient codes copy the adjacent layer, sign kept
+    EXPECT_EQ(st.iflagu(I + 1, 3, 1), solid); // u(I+1) = u(1)
+    EXPECT_EQ(st.iflagu(-1, 3, 1), forcing);  // u(-1) = u(I-1), next to the solid u(I)
+    for (int code : {-1, 1}) { // wall and gradient codes copy the adjacent layer, sign kept
         st.ibp[west] = st.ibp[east] = code;
         flagdeter(st);
         EXPECT_EQ(st.iflagp(0, 3, 1), solid);
@@ -106,14 +107,15 @@ TEST(Flagdeter, GhostImagesOfABumpFollowTheCodes) {
 }
 
 TEST(Flagmove, NewlyEmergedForcingPointsTakeTheSearchedVelocity) {
-    Storage st = bedbox([](int, int) { return zmin + 1.3 * dz; });  // forcing layer k = 2
+    Storage st = bedbox([](int, int) { return zmin + 1.3 * dz; }); // forcing layer k = 2
     st.ks = 1.0;
     st.ibed = 1;
     flagdeter(st);
     st.u.fill(1.0);
     st.v.fill(0.5);
     st.w.fill(0.0);
-    for (Field3d* f : {&st.uo, &st.vo, &st.wo}) f->fill(7.0);
+    for (Field3d* f : {&st.uo, &st.vo, &st.wo})
+        f->fill(7.0);
     for (auto [now, old] : {std::pair{&st.iflagu, &st.iflaguo}, std::pair{&st.iflagv, &st.iflagvo},
                             std::pair{&st.iflagw, &st.iflagwo}})
         std::copy_n(now->data(), now->size(), old->data());
@@ -131,7 +133,8 @@ TEST(Flagmove, NewlyEmergedForcingPointsTakeTheSearchedVelocity) {
     for (int k = 1; k <= K; ++k)
         for (int j = 1; j <= J; ++j)
             for (int i = 1; i <= I; ++i)
-                moved += (st.uo(i, j, k) != 7.0) + (st.vo(i, j, k) != 7.0) + (st.wo(i, j, k) != 7.0);
+                moved +=
+                    (st.uo(i, j, k) != 7.0) + (st.vo(i, j, k) != 7.0) + (st.wo(i, j, k) != 7.0);
     EXPECT_EQ(moved, 3);
     EXPECT_EQ(st.uo(3, 2, 2), u);
     EXPECT_EQ(st.vo(2, 4, 2), v);
@@ -142,5 +145,5 @@ TEST(Flagmove, NewlyEmergedForcingPointsTakeTheSearchedVelocity) {
     EXPECT_EQ(w, 0.0);
 }
 
-}  // namespace
-}  // namespace riffle::ibm
+} // namespace
+} // namespace riffle::ibm

@@ -85,7 +85,8 @@ TEST(ForcingLists, SameBitsAsTheSearchForEveryVariantOnOneAndTwoThreads) {
         const auto before = st.forcing.classification;
         for (Storage* s : {&ref, &st}) { // the bed rises by two cells over one dune
             for (int j = 0; j <= s->jmax + 1; ++j)
-                for (int i = 0; i <= 8; ++i) s->zb(i, j) += 0.04;
+                for (int i = 0; i <= 8; ++i)
+                    s->zb(i, j) += 0.04;
             flagdeter(*s);
         }
         EXPECT_EQ(st.forcing.classification, before + 1);

@@ -19,6 +19,7 @@ namespace {
 
 using testsupport::logratio;
 using testsupport::roughbox;
+using testsupport::searched;
 using testsupport::setbed;
 
 TEST(PatchFoot, PlanesGiveTheAnalyticFoot) {
@@ -92,28 +93,20 @@ TEST(PointSearch, PlaneBedsFootOnTheNormalForAllFourVariants) {
         Storage st = testsupport::flatbed(0.0, v[0], v[1], v[2]);
         setbed(st, [b](double x, double y) { return b.z1 + b.sx * x + b.sy * y; });
         const double z0 = roughnesslength(st.ks);
-        for (int variant = 0; variant < 4; ++variant) {
-            st.iIBM = variant / 2;
-            st.ibed = variant % 2;
-            for (int k = 3; k <= 4; ++k) {
-                const int i = 3, j = 2;
-                const Point3 p[3] = {{i * st.dx, (j - 0.5) * st.dy, (k - 0.5) * st.dz},
-                                     {(i - 0.5) * st.dx, j * st.dy, (k - 0.5) * st.dz},
-                                     {(i - 0.5) * st.dx, (j - 0.5) * st.dy, k * st.dz}};
-                double value[3] = {99.0, 99.0, 99.0};
-                searchu(st, i, j, k, value[0]);
-                searchv(st, i, j, k, value[1]);
-                searchw(st, i, j, k, value[2]);
-                for (int c = 0; c < 3; ++c) {
-                    const double dp = (p[c].z - (b.z1 + b.sx * p[c].x + b.sy * p[c].y)) / len;
-                    const double us = st.ibed != 0 ? roughustar(ut, 2.0 * dp, z0)
-                                      : st.iIBM == 0
-                                          ? smoothustar(ut, 2.0 * dp, st.visc, z0).ustar
-                                          : threelayerustar(ut, 2.0 * dp, st.visc, z0).ustar;
-                    EXPECT_NEAR(value[c], vt[c] * us / kappa * std::log(dp / z0) / ut, 1e-10)
-                        << "bed " << b.sx << " variant " << variant << " k " << k << " c " << c;
-                }
-            }
+        for (int run = 0; run < 24; ++run) { // variant, height k = 3 or 4, component
+            const int k = 3 + run / 12, c = run % 3;
+            st.iIBM = run / 6 % 2;
+            st.ibed = run / 3 % 2;
+            const double px = (3 - (c == 0 ? 0.0 : 0.5)) * st.dx,
+                         py = (2 - (c == 1 ? 0 : 0.5)) * st.dy;
+            const double dp =
+                ((k - (c == 2 ? 0.0 : 0.5)) * st.dz - (b.z1 + b.sx * px + b.sy * py)) / len;
+            const double us = st.ibed != 0   ? roughustar(ut, 2.0 * dp, z0)
+                              : st.iIBM == 0 ? smoothustar(ut, 2.0 * dp, st.visc, z0).ustar
+                                             : threelayerustar(ut, 2.0 * dp, st.visc, z0).ustar;
+            EXPECT_NEAR(searched(st, c, 3, 2, k), vt[c] * us / kappa * std::log(dp / z0) / ut,
+                        1e-10)
+                << "bed " << b.sx << " run " << run;
         }
     }
 }
@@ -126,12 +119,11 @@ TEST(PointSearch, FootOnThePatchBoundIsAccepted) {
     Storage st = roughbox(6, 6, 4, 1.0, 1.0, 1.0);
     setbed(st, [](double, double y) { return y < 3.0 ? 0.5 : 1.5; });
     st.u.fill(0.8);
-    const double z0 = roughnesslength(st.ks);
     for (int iibm : {0, 1}) {
         st.iIBM = iibm;
-        double u = 99.0;
-        searchu(st, 2, 3, 3, u);
-        EXPECT_NEAR(u, 0.8 * logratio(std::sqrt(2.0), 2.0 * std::sqrt(2.0), z0), 1e-12) << iibm;
+        EXPECT_NEAR(searched(st, 0, 2, 3, 3),
+                    0.8 * logratio(std::sqrt(2.0), 2.0 * std::sqrt(2.0), roughnesslength(1.0)),
+                    1e-12);
     }
 }
 
@@ -139,40 +131,35 @@ TEST(PointSearch, FarPatchesAreSearchedWhenTheNearOnesMiss) {
     // Bed z = c + s x (or + s y for v) with slope 1: the foot of a face point lies h/2 along the
     // slope, beyond the two patches and the edge next to the face (h = 0.8, half-width 0.25), in
     // the patch on the far side. A uniform stream along the bed gives the log law at dP = h/sqrt 2.
-    const double h = 0.8, speed = 0.6, len = std::sqrt(2.0);
+    const double h = 0.8, speed = 0.6 / std::sqrt(2.0), dp = h / std::sqrt(2.0);
     for (double slope : {1.0, -1.0}) {
         for (int dir : {0, 1}) {
             Storage st = roughbox(8, 8, 16, 0.5, 0.5, 0.1);
             st.iIBM = 1;
-            const int i = 3, j = 4, k = 7;
-            const double pz = (k - 0.5) * st.dz, p = dir == 0 ? i * st.dx : j * st.dy;
+            const double pz = 6.5 * st.dz, p = dir == 0 ? 3 * st.dx : 4 * st.dy; // P (3, 4, 7)
             setbed(st, [&](double x, double y) { return pz - h + slope * ((dir ? y : x) - p); });
-            st.u.fill(dir == 0 ? speed / len : 0.0);
-            st.v.fill(dir == 1 ? speed / len : 0.0);
-            st.w.fill(slope * speed / len);
-            double value = 99.0;
-            (dir == 0 ? searchu : searchv)(st, i, j, k, value);
-            EXPECT_NEAR(value, speed / len * logratio(h / len, 2.0 * h / len, roughnesslength(1.0)),
-                        1e-10) << "slope " << slope << " dir " << dir;
+            (dir == 0 ? st.u : st.v).fill(speed);
+            st.w.fill(slope * speed);
+            EXPECT_NEAR(searched(st, dir, 3, 4, 7),
+                        speed * logratio(dp, 2.0 * dp, roughnesslength(1.0)), 1e-10)
+                << "slope " << slope << " dir " << dir;
         }
     }
 }
 
 TEST(PointSearch, TieKeepsTheFirstPatchTried) {
-    // Valleys one cell wide (zb 0 there, 1 beside it) in unit cells: of the two patches beside
-    // the valley the feet are 0.75 sqrt 2 away in exact binary arithmetic, and the first tried
-    // wins. Column search: valley along y at column 3, w point (2.5, 1.5, 1.5); the east patch
-    // comes first, so the bed normal leans west, e = (-1, 0, 1)/sqrt 2, and the tangential part of
-    // a stream (U, 0, 0) rises: w(P) = +U/2 times the log-law ratio (the west foot: -U/2).
+    // Valleys one cell wide (zb 0 there, 1 beside it) in unit cells: the feet on the two patches
+    // beside the valley are 0.75 sqrt 2 away in exact binary arithmetic, and the first tried wins.
+    // Column search: valley along y at column 3, w point (2.5, 1.5, 1.5); the east patch comes
+    // first, so the bed normal leans west, e = (-1, 0, 1)/sqrt 2, and the tangential part of a
+    // stream (U, 0, 0) rises: w(P) = +U/2 times the log-law ratio (the west foot: -U/2).
     Storage col = roughbox(6, 5, 8, 1.0, 1.0, 0.5);
     const double z0 = roughnesslength(col.ks), dp = 0.75 * std::sqrt(2.0);
     setbed(col, [](double x, double) { return x == 2.5 ? 0.0 : 1.0; });
     col.u.fill(0.4);
     for (int iibm : {0, 1}) {
         col.iIBM = iibm;
-        double w = 99.0;
-        searchw(col, 3, 2, 3, w);
-        EXPECT_NEAR(w, 0.5 * 0.4 * logratio(dp, 2.0 * dp, z0), 1e-12) << "iIBM " << iibm;
+        EXPECT_NEAR(searched(col, 2, 3, 2, 3), 0.2 * logratio(dp, 2.0 * dp, z0), 1e-12) << iibm;
     }
     // Face search: valley along x at row 3, u point P = (2, 2.5, 1.5); the north patch comes
     // first, so the image point lies south, at y = 1.75. With u = 1 + 0.2 y (trilinear
@@ -180,34 +167,27 @@ TEST(PointSearch, TieKeepsTheFirstPatchTried) {
     Storage st = roughbox(6, 6, 4, 1.0, 1.0, 1.0);
     setbed(st, [](double, double y) { return y == 2.5 ? 0.0 : 1.0; });
     testsupport::setfield(st.u, st, 0, [](double, double y, double) { return 1.0 + 0.2 * y; });
-    double u = 99.0;
-    searchu(st, 2, 3, 2, u);
-    EXPECT_NEAR(u, (1.0 + 0.2 * 1.75) * logratio(dp, 2.0 * dp, z0), 1e-12);
-}
-
-// The bed lies 5 below a box 1 deep: every candidate is farther than the depth.
-void searchnothing(void (*search)(const Storage&, int, int, int, double&)) {
-    Storage st = testsupport::box(4, 4, 4, 0.25, 0.25, 0.25);
-    st.zb.fill(-5.0);
-    // The operator pause must not wait: stdin at end of file. The message goes to stdout, which
-    // the death test cannot see, so stdout is joined to stderr.
-    if (std::freopen("/dev/null", "r", stdin) == nullptr) std::abort();
-    std::fflush(stdout);
-    if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) std::abort();
-    double value = 0.0;
-    search(st, 2, 2, 1, value);
+    EXPECT_NEAR(searched(st, 0, 2, 3, 2), 1.35 * logratio(dp, 2.0 * dp, z0), 1e-12);
 }
 
 TEST(PointSearchDeathTest, NoCandidateStopsWithTheRoutineMessage) {
+    // The bed lies 5 below a box 1 deep: every candidate is farther than the depth. The operator
+    // pause must not wait (stdin at end of file); the message goes to stdout, which the death
+    // test cannot see, so stdout is joined to stderr.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(searchnothing(searchu), testing::ExitedWithCode(EXIT_FAILURE),
-                "^ immrsing u could not find the minimum point\n$");
-    EXPECT_EXIT(searchnothing(searchv), testing::ExitedWithCode(EXIT_FAILURE),
-                "^ immrsing v could not find the minimum point\n$");
-    EXPECT_EXIT(searchnothing(searchw), testing::ExitedWithCode(EXIT_FAILURE),
-                "^ immersing w could not find the minimum point\n$");
-    EXPECT_EXIT(searchnothing(searchnut), testing::ExitedWithCode(EXIT_FAILURE),
-                "^ immrsing visc could not find the minimum point\n$");
+    const char* names[4] = {"immrsing u", "immrsing v", "immersing w", "immrsing visc"};
+    for (int grid = 0; grid < 4; ++grid) {
+        const auto nothing = [grid] {
+            Storage st = testsupport::box(4, 4, 4, 0.25, 0.25, 0.25);
+            st.zb.fill(-5.0);
+            std::fflush(stdout);
+            if (!std::freopen("/dev/null", "r", stdin) || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+                std::abort();
+            testsupport::searched(st, grid, 2, 2, 1);
+        };
+        EXPECT_EXIT(nothing(), testing::ExitedWithCode(EXIT_FAILURE),
+                    std::string("^ ") + names[grid] + " could not find the minimum point\n$");
+    }
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "ibm/pointsearch_m.hpp"
 #include "ibm/walllaw_m.hpp"
 #include "support/box.hpp"
 
@@ -19,8 +20,7 @@ inline Storage roughbox(int imax, int jmax, int kmax, double dx, double dy, doub
 }
 
 // zb at every cell centre, ghost columns included, from bed(x, y).
-template <class F>
-void setbed(Storage& st, F bed) {
+template <class F> void setbed(Storage& st, F bed) {
     for (int j = 0; j <= st.jmax + 1; ++j)
         for (int i = 0; i <= st.imax + 1; ++i)
             st.zb(i, j) = bed(st.xmin + (i - 0.5) * st.dx, st.ymin + (j - 0.5) * st.dy);
@@ -28,8 +28,7 @@ void setbed(Storage& st, F bed) {
 
 // Every point of a field, ghosts included, from q(x, y, z); `face` is the direction whose faces
 // carry the field (0 u, 1 v, 2 w, anything else cell centres).
-template <class F>
-void setfield(Field3d& a, const Storage& st, int face, F q) {
+template <class T, class F> void setfield(Field3<T>& a, const Storage& st, int face, F q) {
     for (int k = a.krange().lo; k <= a.krange().hi; ++k)
         for (int j = a.jrange().lo; j <= a.jrange().hi; ++j)
             for (int i = a.irange().lo; i <= a.irange().hi; ++i)
@@ -44,6 +43,15 @@ inline double logratio(double dp, double d, double z0) {
     return std::log(dp / z0) / std::log(d / z0);
 }
 
+// The value that the search and the wall law give point (i, j, k) of grid 0 u, 1 v, 2 w, 3 nut.
+inline double searched(const Storage& st, int grid, int i, int j, int k) {
+    void (*const search[4])(const Storage&, int, int, int,
+                            double&) = {ibm::searchu, ibm::searchv, ibm::searchw, ibm::searchnut};
+    double value = 99.0;
+    search[grid](st, i, j, k, value);
+    return value;
+}
+
 inline double relerr(double a, double b) { return std::fabs(a - b) / std::fabs(b); }
 
-}  // namespace riffle::testsupport
+} // namespace riffle::testsupport
