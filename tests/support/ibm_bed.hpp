@@ -1,0 +1,57 @@
+// Set-up shared by the immersed-boundary tests: a box over a rough bed, beds and fields given as
+// functions of position on the staggered grids, and the rough-wall velocity ratio.
+#pragma once
+
+#include <cmath>
+
+#include "ibm/pointsearch_m.hpp"
+#include "ibm/walllaw_m.hpp"
+#include "support/box.hpp"
+
+namespace riffle::testsupport {
+
+// A box of the given cells over 1 mm grain in water, rough wall, trilinear variant.
+inline Storage roughbox(int imax, int jmax, int kmax, double dx, double dy, double dz) {
+    Storage st = box(imax, jmax, kmax, dx, dy, dz);
+    st.ks = 1.0;
+    st.visc = 1.0e-6;
+    st.ibed = 1;
+    return st;
+}
+
+// zb at every cell centre, ghost columns included, from bed(x, y).
+template <class F> void setbed(Storage& st, F bed) {
+    for (int j = 0; j <= st.jmax + 1; ++j)
+        for (int i = 0; i <= st.imax + 1; ++i)
+            st.zb(i, j) = bed(st.xmin + (i - 0.5) * st.dx, st.ymin + (j - 0.5) * st.dy);
+}
+
+// Every point of a field, ghosts included, from q(x, y, z); `face` is the direction whose faces
+// carry the field (0 u, 1 v, 2 w, anything else cell centres).
+template <class T, class F> void setfield(Field3<T>& a, const Storage& st, int face, F q) {
+    for (int k = a.krange().lo; k <= a.krange().hi; ++k)
+        for (int j = a.jrange().lo; j <= a.jrange().hi; ++j)
+            for (int i = a.irange().lo; i <= a.irange().hi; ++i)
+                a(i, j, k) = q(st.xmin + (i - (face == 0 ? 0.0 : 0.5)) * st.dx,
+                               st.ymin + (j - (face == 1 ? 0.0 : 0.5)) * st.dy,
+                               st.zmin + (k - (face == 2 ? 0.0 : 0.5)) * st.dz);
+}
+
+// Rough wall: u* = kappa Ut/ln(d/z0) at the image point and Up = (u*/kappa) ln(dP/z0) at P, so
+// Up/Ut = ln(dP/z0)/ln(d/z0) whatever kappa is.
+inline double logratio(double dp, double d, double z0) {
+    return std::log(dp / z0) / std::log(d / z0);
+}
+
+// The value that the search and the wall law give point (i, j, k) of grid 0 u, 1 v, 2 w, 3 nut.
+inline double searched(const Storage& st, int grid, int i, int j, int k) {
+    void (*const search[4])(const Storage&, int, int, int,
+                            double&) = {ibm::searchu, ibm::searchv, ibm::searchw, ibm::searchnut};
+    double value = 99.0;
+    search[grid](st, i, j, k, value);
+    return value;
+}
+
+inline double relerr(double a, double b) { return std::fabs(a - b) / std::fabs(b); }
+
+} // namespace riffle::testsupport
