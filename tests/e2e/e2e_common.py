@@ -1,9 +1,13 @@
 """Shared by the end-to-end tests: the command line that CTest passes (paths of the built
-executables and of the source tree) and the unittest entry point."""
+executables and of the source tree), a test case working in a fresh folder that builds case files
+from recipes, and the unittest entry point."""
 
 import argparse
+import os
+import shutil
 import subprocess
 import sys
+import tempfile
 import unittest
 
 
@@ -19,6 +23,26 @@ def run(cmd, **kw):
     """Runs a command with standard input closed, capturing its text output."""
     return subprocess.run(cmd, stdin=subprocess.DEVNULL, capture_output=True, text=True,
                           timeout=300, **kw)
+
+
+class CaseTest(unittest.TestCase):
+    """A test in a fresh folder (self.dir), removed afterwards."""
+
+    def setUp(self):
+        self.dir = tempfile.mkdtemp(prefix="riffle_e2e_")
+        self.addCleanup(shutil.rmtree, self.dir, True)
+
+    def make(self, name, recipe):
+        """NAME.cgns built by riffle-case from a recipe given as text or as a dict of keys."""
+        if not isinstance(recipe, str):
+            recipe = "".join(f"{k} = {v}\n" for k, v in recipe.items())
+        path = os.path.join(self.dir, name + ".recipe")
+        with open(path, "w") as f:
+            f.write(recipe)
+        case = os.path.join(self.dir, name + ".cgns")
+        made = run([Paths.riffle_case, path, "-o", case])
+        self.assertEqual(made.returncode, 0, made.stderr)
+        return case
 
 
 def main():

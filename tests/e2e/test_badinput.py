@@ -6,13 +6,11 @@ damaged restart file: tests/e2e/test_restart.py.)"""
 import hashlib
 import os
 import shutil
-import tempfile
-import unittest
 
 import h5py
 import numpy as np
 
-from e2e_common import Paths, main, run
+from e2e_common import CaseTest, Paths, main, run
 
 RECIPE = ("xmax = 0.4\nymax = 0.1\nni = 17\nnj = 5\nbed = dunes\nheight = 0.02\nlength = 0.4\n"
           "kmaxItm = 3\nzmaxItm = 0.1\nvelocity = 0.3\ntimetypeItm = 1\ntimestepItm = 0.01\n"
@@ -42,18 +40,10 @@ def sha(path):
         return hashlib.sha256(f.read()).hexdigest()
 
 
-class BadInput(unittest.TestCase):
+class BadInput(CaseTest):
     def setUp(self):
-        self.dir = tempfile.mkdtemp(prefix="riffle_badinput_")
-        recipe = os.path.join(self.dir, "good.recipe")
-        with open(recipe, "w") as f:
-            f.write(RECIPE)
-        self.good = os.path.join(self.dir, "good.cgns")
-        made = run([Paths.riffle_case, recipe, "-o", self.good])
-        self.assertEqual(made.returncode, 0, made.stderr)
-
-    def tearDown(self):
-        shutil.rmtree(self.dir, ignore_errors=True)
+        super().setUp()
+        self.good = self.make("good", RECIPE)
 
     def test_refused_with_the_file_unchanged(self):
         for n, (key, value, line) in enumerate(CASES):

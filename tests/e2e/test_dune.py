@@ -5,14 +5,11 @@ crest and reattaches before the next one."""
 
 import os
 import re
-import shutil
-import tempfile
-import unittest
 
 import h5py
 import numpy as np
 
-from e2e_common import Paths, main, run
+from e2e_common import CaseTest, Paths, main, run
 
 
 def recipe_with(overrides):
@@ -37,22 +34,7 @@ def report(stdout):
     return steps, other
 
 
-class Dune(unittest.TestCase):
-    def setUp(self):
-        self.dir = tempfile.mkdtemp(prefix="riffle_dune_")
-
-    def tearDown(self):
-        shutil.rmtree(self.dir, ignore_errors=True)
-
-    def make(self, name, text):
-        recipe = os.path.join(self.dir, name + ".recipe")
-        with open(recipe, "w") as f:
-            f.write(text)
-        case = os.path.join(self.dir, name + ".cgns")
-        made = run([Paths.riffle_case, recipe, "-o", case])
-        self.assertEqual(made.returncode, 0, made.stderr)
-        return case
-
+class Dune(CaseTest):
     def check_run(self, case, steps_at_least, later_divergence=1e-3):
         out = run([Paths.riffle, case])
         self.assertEqual(out.returncode, 0, out.stdout[-2000:] + out.stderr)
@@ -78,7 +60,7 @@ class Dune(unittest.TestCase):
                "zminItm": 0.0, "zmaxItm": 0.1, "kmaxItm": 4, "dischargeItm": 0.006,
                "iPerturbItmItm": "4.9406564584124654e-324", "amplitudeItm": 0.01,
                "timetypeItm": 0, "cflItm": 0.3, "endtimeItm": 0.6, "OTimeItm": 1000.0}
-        divs = self.check_run(self.make("box", "".join(f"{k} = {v}\n" for k, v in box.items())),
+        divs = self.check_run(self.make("box", box),
                               20, later_divergence=1e-5)
         self.assertLess(max(divs[len(divs) // 2:]), 10 * max(divs[1:len(divs) // 2]))
 

@@ -3,14 +3,11 @@ on one thread, as the same run made in one go; TimeInitialItm = 0 restarts the c
 restart file stops the run with the saved-results error and leaves the case file as it was."""
 
 import os
-import shutil
-import tempfile
-import unittest
 
 import h5py
 import numpy as np
 
-from e2e_common import Paths, main, run
+from e2e_common import CaseTest, Paths, main, run
 
 BASE = {"xmax": 0.4, "ymax": 0.1, "ni": 17, "nj": 5, "bed": "dunes", "height": 0.02,
         "length": 0.4, "kmaxItm": 3, "zmaxItm": 0.1, "velocity": 0.3, "timetypeItm": 1,
@@ -18,23 +15,13 @@ BASE = {"xmax": 0.4, "ymax": 0.1, "ni": 17, "nj": 5, "bed": "dunes", "height": 0
         "outpathItm": "."}
 
 
-class Restart(unittest.TestCase):
+class Restart(CaseTest):
     def setUp(self):
-        self.dir = tempfile.mkdtemp(prefix="riffle_restart_")
+        super().setUp()
         self.env = dict(os.environ, OMP_NUM_THREADS="1")
 
-    def tearDown(self):
-        shutil.rmtree(self.dir, ignore_errors=True)
-
     def case(self, name, **overrides):
-        keys = dict(BASE, outfileItm=name, **overrides)
-        recipe = os.path.join(self.dir, name + ".recipe")
-        with open(recipe, "w") as f:
-            f.write("".join(f"{k} = {v}\n" for k, v in keys.items()))
-        path = os.path.join(self.dir, name + ".cgns")
-        made = run([Paths.riffle_case, recipe, "-o", path])
-        self.assertEqual(made.returncode, 0, made.stderr)
-        return path
+        return self.make(name, dict(BASE, outfileItm=name, **overrides))
 
     def riffle(self, path):
         out = run([Paths.riffle, os.path.basename(path)], cwd=self.dir, env=self.env)

@@ -8,13 +8,11 @@ import os
 import pty
 import shutil
 import subprocess
-import tempfile
-import unittest
 
 import h5py
 import numpy as np
 
-from e2e_common import Paths, main, run
+from e2e_common import CaseTest, Paths, main, run
 
 FIELDS = ["VelocityX", "VelocityY", "VelocityZ", "Pressure", "Vorticity", "Coherent"]
 
@@ -50,18 +48,10 @@ def data(node):
     return node[" data"][()]
 
 
-class Spine(unittest.TestCase):
+class Spine(CaseTest):
     def setUp(self):
-        self.dir = tempfile.mkdtemp(prefix="riffle_e2e_")
-        self.recipe = os.path.join(self.dir, "small.recipe")
-        with open(self.recipe, "w") as f:
-            f.write(RECIPE)
-        self.case = os.path.join(self.dir, "small.cgns")
-        made = run([Paths.riffle_case, self.recipe, "-o", self.case])
-        self.assertEqual(made.returncode, 0, made.stderr)
-
-    def tearDown(self):
-        shutil.rmtree(self.dir, ignore_errors=True)
+        super().setUp()
+        self.case = self.make("small", RECIPE)
 
     def check_results(self, nsteps_expected_times):
         with h5py.File(self.case, "r") as f:
