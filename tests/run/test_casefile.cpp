@@ -5,28 +5,24 @@
 
 #include <bit>
 #include <cmath>
-#include <filesystem>
 
-#include <unistd.h>
 
 #include "platform/casefile.hpp"
 #include "platform/kavellib.hpp"
 #include "run/casefile_m.hpp"
 #include "run/initial_m.hpp"
+#include "support/scratch.hpp"
 
 namespace riffle {
 namespace {
 
-namespace fs = std::filesystem;
 using platform::Condition;
 
 // Writes a case of ni x nj nodes over [0, 2] x [0, 1] with the given conditions, opens it and
 // selects it for the readers; closes it on destruction.
 class OpenCase {
 public:
-    OpenCase(int ni, int nj, std::vector<Condition> conditions) {
-        path_ = fs::temp_directory_path() /
-                ("riffle_casefile_" + std::to_string(::getpid()) + "_" + std::to_string(count_++) + ".cgns");
+    OpenCase(int ni, int nj, const std::vector<Condition>& conditions) {
         platform::BedGrid bed{ni, nj, {}, {}, {}};
         for (int j = 0; j < nj; ++j)
             for (int i = 0; i < ni; ++i) {
@@ -34,22 +30,19 @@ public:
                 bed.y.push_back(1.0 * j / (nj - 1));
                 bed.elevation.push_back(0.1 * i + 0.01 * j);
             }
-        platform::writecasefile(path_.string(), bed, conditions);
+        platform::writecasefile(scratch_.file("case.cgns").string(), bed, conditions);
         int ier = 0;
-        platform::CG_OPEN_F(path_.string(), platform::mode_modify, fid_, ier);
-        EXPECT_EQ(ier, 0);
+        platform::CG_OPEN_F(scratch_.file("case.cgns").string(), platform::mode_modify, fid_, ier);
         platform::CG_KAVEL_INIT_F(fid_, ier);
         EXPECT_EQ(ier, 0);
     }
     ~OpenCase() {
         int ier = 0;
         platform::CG_CLOSE_F(fid_, ier);
-        fs::remove(path_);
     }
 
 private:
-    static inline int count_ = 0;
-    fs::path path_;
+    testsupport::Scratch scratch_;
     int fid_ = 0;
 };
 
@@ -72,8 +65,8 @@ TEST(CaseFile, GridFromTheBedGrid) {
     EXPECT_DOUBLE_EQ(nodes.elev(10, 2), 0.1 * 10 + 0.01 * 2);
 }
 
-Storage readconditions(std::vector<Condition> conditions) {
-    OpenCase c(5, 4, std::move(conditions));
+Storage readconditions(const std::vector<Condition>& conditions) {
+    OpenCase c(5, 4, conditions);
     Storage st;
     readphysics(st);
     readinitialconditions(st);

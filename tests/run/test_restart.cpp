@@ -72,13 +72,9 @@ void expectsame(const Storage& a, const Storage& b) {
         EXPECT_EQ(differ, 0) << name;
     };
     for (int l = a.lmin; l <= 0; ++l) same(a.mg(l).phi, b.mg(l).phi, "phi");
-    same(a.uo, b.uo, "uo");
-    same(a.vo, b.vo, "vo");
-    same(a.wo, b.wo, "wo");
-    same(a.fu, b.fu, "fu");
-    same(a.fv, b.fv, "fv");
-    same(a.fw, b.fw, "fw");
-    same(a.nut, b.nut, "nut");
+    for (auto m : {&Storage::uo, &Storage::vo, &Storage::wo, &Storage::fu, &Storage::fv,
+                   &Storage::fw, &Storage::nut})
+        same(a.*m, b.*m, "a saved field");
     EXPECT_EQ(std::memcmp(a.zb.data(), b.zb.data(), a.zb.size() * sizeof(double)), 0);
     for (int m = 0; m < 6; ++m) EXPECT_EQ(std::memcmp(&a.ptdata[m][0], &b.ptdata[m][0], 8), 0);
 }
