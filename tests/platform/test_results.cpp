@@ -43,7 +43,7 @@ void expectresults(const std::string& file, int levels, const std::vector<double
     CGOK(cg_goto(fn, 1, "Zone_t", 1, "ZoneIterativeData_t", 1, "end"));
     CGOK(cg_array_info(1, name, &type, &dim, size));
     CGOK(cg_array_read_as(1, Character, pointers.data()));
-    for (int s = 1; s <= n; ++s)  // n < 10
+    for (int s = 1; s <= n; ++s) // n < 10
         expected += "FlowSolution" + std::to_string(s) + std::string(19, ' ');
     EXPECT_EQ(std::tuple(std::string(name), type, dim, size[0], size[1], pointers),
               std::tuple("FlowSolutionPointers", Character, 2, 32, n, expected));

@@ -48,10 +48,12 @@ protected:
             bed.y.push_back(0.25 * (p / ni));
             bed.elevation.push_back(0.01 * (p % ni) - 0.02 * (p / ni));
         }
-        platform::writecasefile(
-            file, bed,
-            {{"kmaxItm", 3}, {"cflItm", 0.5}, {"outpathItm", std::string("results")},
-             {"iPerturbItmItm", 1.0}, {"StartfileItm", std::string(250, 'p')}});
+        platform::writecasefile(file, bed,
+                                {{"kmaxItm", 3},
+                                 {"cflItm", 0.5},
+                                 {"outpathItm", std::string("results")},
+                                 {"iPerturbItmItm", 1.0},
+                                 {"StartfileItm", std::string(250, 'p')}});
     }
     // Opens the case for modifying and selects it, as the solver does.
     int openselect() {
@@ -75,8 +77,8 @@ protected:
     void run(int levels, std::initializer_list<double> times) {
         const int fid = openselect(), n = ni * nj * levels;
         std::vector<double> x(n), y(n), z(n);
-        for (int p = 0; p < n; ++p) x[p] = 0.5 * (p % ni), y[p] = 0.25 * (p / ni % nj);
-        for (int p = 0; p < n; ++p) z[p] = 0.1 * (p / (ni * nj));
+        for (int p = 0; p < n; ++p)
+            x[p] = 0.5 * (p % ni), y[p] = 0.25 * (p / ni % nj), z[p] = 0.1 * (p / (ni * nj));
         int ier = 1, step = 0;
         platform::CG_KAVEL_WRITEGRIDCOORD3D_F(ni, nj, levels, x.data(), y.data(), z.data(), ier);
         EXPECT_EQ(ier, 0);
