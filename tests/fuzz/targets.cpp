@@ -37,10 +37,10 @@ bool recipe(std::string_view text) {
             const Entry* e = r.find(key);
             return e != nullptr ? std::get<int>(e->value) : fallback; // the type is checked
         };
-        const Entry* bed = r.find("bed");
         // A bed file is read by its own target; here it could name any file (/dev/zero).
-        const bool csv = bed != nullptr && std::get<std::string>(bed->value) == "csv";
-        if (1LL * given("ni", 65) * given("nj", 17) <= (1 << 14) && !csv) (void)buildcase(r);
+        const Entry* bed = r.find("bed");
+        if (bed != nullptr && std::get<std::string>(bed->value) == "csv") return true;
+        if (1LL * given("ni", 65) * given("nj", 17) <= (1 << 14)) (void)buildcase(r);
         return true;
     } catch (const RecipeError&) {
         return false;
@@ -55,16 +55,13 @@ bool bedcsv(std::string_view text) {
     } catch (const RecipeError&) {
         return false;
     }
-    double x0 = points[0].x, x1 = x0, y0 = points[0].y, y1 = y0;
-    for (const Point& p : points) {
-        x0 = std::min(x0, p.x), x1 = std::max(x1, p.x);
-        y0 = std::min(y0, p.y), y1 = std::max(y1, p.y);
-    }
-    const double w = x1 - x0, h = y1 - y0;
+    const auto [xlo, xhi] = std::ranges::minmax(points, {}, &Point::x);
+    const auto [ylo, yhi] = std::ranges::minmax(points, {}, &Point::y);
+    const double x0 = xlo.x, y0 = ylo.y, w = xhi.x - x0, h = yhi.y - y0;
     const Interpolator at(std::move(points), 1e-9 * std::max(w, h));
+    // The box's corners, centre and around it; then far from it (grid nodes may lie anywhere).
     for (const double fx : {-1.0, 0.0, 0.5, 1.0, 2.0})
         for (const double fy : {-1.0, 0.0, 0.5, 1.0, 2.0}) (void)at(x0 + fx * w, y0 + fy * h);
-    // The grid's nodes may lie anywhere, however far from the survey.
     for (const double x : {-1e15, 0.0, 1e15})
         for (const double y : {-1e15, 0.0, 1e15}) (void)at(x, y);
     return true;

@@ -16,16 +16,16 @@ TEST(Fuzz, KeptInputsAreAcceptedOrRefused) {
     for (const auto& [name, target] : {std::pair{"restart", &riffle::fuzz::restart},
                                        {"recipe", &riffle::fuzz::recipe},
                                        {"bedcsv", &riffle::fuzz::bedcsv}}) {
-        int files = 0;
+        int files = 0; // a reader whose inputs went missing is not checked
         for (const auto& entry : fs::directory_iterator(kept / name)) {
-            const fs::path file = fs::path(name) / entry.path().filename();
-            const bool accept = file.filename().string().starts_with("accept-");
-            ASSERT_TRUE(accept || file.filename().string().starts_with("refuse-")) << file;
+            const std::string file = entry.path().filename().string();
+            const bool accept = file.starts_with("accept-");
+            ASSERT_TRUE(accept || file.starts_with("refuse-")) << name << "/" << file;
             std::ifstream in(entry.path(), std::ios::binary);
             EXPECT_EQ(target(std::string(std::istreambuf_iterator<char>(in), {})), accept) << file;
-            refused += accept ? 0 : 1, ++files;
+            refused += !accept, ++files;
         }
-        EXPECT_GT(files, 0) << name; // a reader whose inputs went missing is not checked
+        EXPECT_GT(files, 0) << name;
     }
     EXPECT_GE(refused, 3);
 }

@@ -29,7 +29,7 @@ inline const char* const fields[] = {"VelocityX", "VelocityY", "VelocityZ",
 
 inline std::string contents(const fs::path& p) {
     std::ifstream in(p, std::ios::binary);
-    return fs::is_regular_file(p) ? std::string(std::istreambuf_iterator<char>(in), {}) : "";
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // A value that tells every node p = i + ni (j + nj k) and output step apart.
@@ -48,10 +48,12 @@ protected:
             bed.y.push_back(0.25 * (p / ni));
             bed.elevation.push_back(0.01 * (p % ni) - 0.02 * (p / ni));
         }
-        platform::writecasefile(
-            file, bed,
-            {{"kmaxItm", 3}, {"cflItm", 0.5}, {"outpathItm", std::string("results")},
-             {"iPerturbItmItm", 1.0}, {"StartfileItm", std::string(250, 'p')}});
+        platform::writecasefile(file, bed,
+                                {{"kmaxItm", 3},
+                                 {"cflItm", 0.5},
+                                 {"outpathItm", std::string("results")},
+                                 {"iPerturbItmItm", 1.0},
+                                 {"StartfileItm", std::string(250, 'p')}});
     }
     // Opens the case for modifying and selects it, as the solver does.
     int openselect() {
@@ -61,30 +63,26 @@ protected:
         EXPECT_EQ(ier + selected, 0);
         return fid;
     }
-    // The six fields of output step `step` at `n` nodes into the solution just opened.
-    static void writefields(int n, int step) {
+    // The time `t`, then the six fields of output step `step` at `n` nodes, into the open case
+    // (the fields are checked by reading them back).
+    static void writestep(double t, int n, int step) {
         std::vector<double> f(n);
         for (int p = 0; p < n; ++p) f[p] = nodevalue(p, step);
-        for (const char* name : fields) {
-            int ier = 1;
-            platform::CG_KAVEL_WRITE_SOL_REAL_F(name, f.data(), ier);
-            EXPECT_EQ(ier, 0) << name;
-        }
+        int ier = 1;
+        platform::CG_KAVEL_WRITE_SOL_TIME_F(t, ier);
+        EXPECT_EQ(ier, 0) << t;
+        for (const char* name : fields) platform::CG_KAVEL_WRITE_SOL_REAL_F(name, f.data(), ier);
     }
     // A run: the 3-D grid of `levels` node levels (z = 0.1 k), then the fields at each time.
     void run(int levels, std::initializer_list<double> times) {
         const int fid = openselect(), n = ni * nj * levels;
         std::vector<double> x(n), y(n), z(n);
-        for (int p = 0; p < n; ++p) x[p] = 0.5 * (p % ni), y[p] = 0.25 * (p / ni % nj);
-        for (int p = 0; p < n; ++p) z[p] = 0.1 * (p / (ni * nj));
+        for (int p = 0; p < n; ++p)
+            x[p] = 0.5 * (p % ni), y[p] = 0.25 * (p / ni % nj), z[p] = 0.1 * (p / (ni * nj));
         int ier = 1, step = 0;
         platform::CG_KAVEL_WRITEGRIDCOORD3D_F(ni, nj, levels, x.data(), y.data(), z.data(), ier);
         EXPECT_EQ(ier, 0);
-        for (const double t : times) {
-            platform::CG_KAVEL_WRITE_SOL_TIME_F(t, ier);
-            EXPECT_EQ(ier, 0) << t;
-            writefields(n, ++step);
-        }
+        for (const double t : times) writestep(t, n, ++step);
         platform::CG_CLOSE_F(fid, ier);
     }
 };

@@ -1,10 +1,8 @@
 // A surveyed bed: the points read from their file, surveyed nodes taken as they are, planes
-// reproduced, the weighted mean where the points leave the plane open, and the bucket search for
-// the nearest points against a full search. The file's errors: the refusal table of
-// test_casebuilder.cpp.
+// reproduced, the weighted mean where the points leave the plane open. The file's errors: the
+// refusal table of test_casebuilder.cpp.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -25,8 +23,7 @@ TEST(CsvBed, SurveyedNodesKeptPlanesReproducedAndLinesAveraged) {
         text += x + sep + std::to_string(0.05 * (n / 9)) + sep + z(n) + (n % 3 ? "\n" : " # a\n");
     }
     const auto points = readpoints(s.file("s.csv", text), "s.csv");
-    ASSERT_TRUE(points);
-    ASSERT_EQ(points->size(), 45u);
+    ASSERT_TRUE(points && points->size() == 45u);
     const Interpolator surveyed(*points, 1e-9);
     for (int n = 0; n < 45; ++n)
         EXPECT_EQ(surveyed(0.8 * (n % 9) / 8, 0.2 * (n / 9) / 4), std::stod(z(n))) << n;
@@ -48,35 +45,6 @@ TEST(CsvBed, SurveyedNodesKeptPlanesReproducedAndLinesAveraged) {
     // outside the points' own.
     EXPECT_NEAR(Interpolator({{0, 0, 0}, {1, 0, 1}}, 1e-12)(0.25, 0.0), 0.1, 1e-15);
     EXPECT_EQ(Interpolator({{0, 0, 0}, {1, 0, 1}, {0, 1, 0}, {1, 1, 1}}, 1e-12)(5.0, 0.5), 1.0);
-}
-
-TEST(CsvBed, NearestPointsMatchAFullSearch) {
-    // A dense cluster in a sparse spread, and a transect (all on one line), each queried near,
-    // between and far outside the points.
-    std::mt19937 gen(7);
-    std::normal_distribution<double> cluster(0.0, 0.01);
-    std::uniform_real_distribution<double> spread(-1.0, 1.0);
-    std::vector<Point> area, line;
-    for (int n = 0; n < 300; ++n) area.push_back({0.3 + cluster(gen), 0.2 + cluster(gen), 0.0});
-    for (int n = 0; n < 100; ++n) area.push_back({spread(gen), 0.5 * spread(gen), 0.0});
-    for (int n = 0; n < 50; ++n) line.push_back({0.3 + spread(gen), 0.2, 0.0});
-    for (const auto& pts : {area, line}) {
-        const Interpolator f(pts, 1e-12);
-        for (int q = 0; q < 200; ++q) {
-            const double x = q % 2 ? 3.0 * spread(gen) : 0.3 + 0.05 * spread(gen);
-            const double y = q % 2 ? 2.0 * spread(gen) : 0.2 + 0.05 * spread(gen);
-            auto d2 = [&](const Point& p) { return (p.x - x) * (p.x - x) + (p.y - y) * (p.y - y); };
-            std::vector<double> all;
-            for (const Point& p : pts) all.push_back(d2(p));
-            std::ranges::sort(all);
-            const auto near = f.nearest(x, y);
-            ASSERT_EQ(near.size(), 8u);
-            for (std::size_t k = 0; k < near.size(); ++k) {
-                EXPECT_EQ(near[k].d2, all[k]) << x << ", " << y << ", neighbour " << k;
-                EXPECT_EQ(d2(pts[near[k].index]), near[k].d2);
-            }
-        }
-    }
 }
 
 } // namespace

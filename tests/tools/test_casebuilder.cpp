@@ -27,16 +27,23 @@ Value value(const Case& c, std::string_view key) {
 }
 double real(const Case& c, std::string_view key) { return std::get<double>(value(c, key)); }
 
-TEST(Recipe, CommentsBlanksSpacesAndQuotes) {
-    const Case c = build("# a flume\n   \n  cflItm   =   0.25   # Courant number\nkmaxItm=3\n"
-                         "outfileItm = \"run #1\"  # kept whole\noutpathItm = results/a b\n");
-    EXPECT_EQ(value(c, "cflItm"), Value(0.25));
-    EXPECT_EQ(value(c, "kmaxItm"), Value(3));
-    EXPECT_EQ(value(c, "outfileItm"), Value(std::string("run #1")));
-    EXPECT_EQ(value(c, "outpathItm"), Value(std::string("results/a b")));
+// What a call throws as RecipeError, or "(no error)".
+template <class F> std::string refusal(F f) {
+    try {
+        f();
+    } catch (const RecipeError& e) {
+        return e.what();
+    }
+    return "(no error)";
 }
 
-TEST(Recipe, EachRefusalNamesItsLine) {
+TEST(Recipe, LinesReadOrRefusedNamingTheirLine) {
+    const Case read = build("# a flume\n   \n  cflItm   =   0.25   # Courant number\nkmaxItm=3\n"
+                            "outfileItm = \"run #1\"  # kept whole\noutpathItm = results/a b\n");
+    EXPECT_EQ(std::tuple(value(read, "cflItm"), value(read, "kmaxItm"), value(read, "outfileItm"),
+                         value(read, "outpathItm")),
+              std::tuple(Value(0.25), Value(3), Value(std::string("run #1")),
+                         Value(std::string("results/a b"))));
     const testsupport::Scratch s;
     const struct {
         std::string text;
@@ -46,9 +53,7 @@ TEST(Recipe, EachRefusalNamesItsLine) {
         {"ni = 65\ncflitm = 0.3\n", 2, "unknown key \"cflitm\" (did you mean \"cflItm\"?)"},
         {"# note\nwhatever\n", 2, "expected \"key = value\""},
         {"kmaxItm = 4.0\n", 1, "\"kmaxItm\" needs a 32-bit integer, got \"4.0\""},
-        {"ni = 99999999999\n", 1, "needs a 32-bit integer"},
         {"#\ncflItm = 0.3x\n", 2, "\"cflItm\" needs a number, got \"0.3x\""},
-        {"cflItm = nan\n", 1, "needs a number"},
         {"cflItm = 1\n\ncflItm = 2\n", 3, "\"cflItm\" given twice (first on line 1)"},
         {"cflItm =   # none\n", 1, "no value for \"cflItm\""},
         {"= 3\n", 1, "no key before \"=\""},
@@ -69,30 +74,21 @@ TEST(Recipe, EachRefusalNamesItsLine) {
         {"zmaxItm = -0.5\n", 1, "zmaxItm = -0.5 must lie above the lowest bed point z = 0"},
         {"zminItm = 0.2\n", 1, "zmaxItm = 0.1 must be greater than zminItm = 0.2"},
         {"velocity = 0.3\ndischargeItm = 0.01\n", 2, "either velocity or dischargeItm"},
-        {"", 2, "expected three numbers \"x, y, z\", got \"1,2\"", "0,0,1\n1,2\n"},
-        {"", 4, "expected three numbers", "x,y,z\n0,0,1\n\n0,1,abc\n"},
+        {"", 4, "expected three numbers \"x, y, z\", got \"1,2\"", "x,y,z\n0,0,1\n\n1,2\n"},
         {"", 0, "no x, y, z rows", "x,y,z\n# nothing\n"},
     };
     for (const auto& c : cases) {
-        std::string e = "(no error)";
-        try {
+        const std::string e = refusal([&] {
             (void)build(c.csv.empty() ? c.text : "bed = csv\ncsvfile = b.csv\n",
                         c.csv.empty() ? fs::path() : s.file("b.csv", c.csv).parent_path());
-        } catch (const RecipeError& err) {
-            e = err.what();
-        }
+        });
         std::string where = c.csv.empty() ? "t.recipe" : s.file("b.csv").string();
         if (c.line > 0) where.append(":").append(std::to_string(c.line));
-        EXPECT_TRUE(e.starts_with(where.append(": ")) &&
-                    e.find(c.what) != e.npos && e.find('\n') == e.npos)
-            << e << "\nfrom: " << c.text << c.csv;
+        EXPECT_TRUE(e.starts_with(where.append(": ")) && e.find(c.what) != e.npos &&
+                    e.find('\n') == e.npos) << e << "\nfrom: " << c.text << c.csv;
     }
-    try {
-        (void)readrecipe("/nonexistent/flat.recipe");
-        ADD_FAILURE() << "an unreadable recipe was read";
-    } catch (const RecipeError& e) {
-        EXPECT_STREQ(e.what(), "/nonexistent/flat.recipe: cannot read the recipe");
-    }
+    EXPECT_EQ(refusal([] { (void)readrecipe("/nonexistent/flat.recipe"); }),
+              "/nonexistent/flat.recipe: cannot read the recipe");
 }
 
 TEST(BedShapes, GridSinusoidAndDunesAtHandValues) {
@@ -111,12 +107,10 @@ TEST(BedShapes, GridSinusoidAndDunesAtHandValues) {
     const Dune d{0.01, 0.02, 0.4, 30.0};
     const double lee = 0.02 / std::tan(std::numbers::pi / 6), stoss = 0.4 - lee;
     EXPECT_NEAR(d.leelength(), lee, 1e-15);
-    for (const double trough : {-0.3, 0.5, 0.9}) {
-        EXPECT_NEAR(d.elevation(trough, 0.5), 0.01, 1e-15);
-        EXPECT_NEAR(d.elevation(trough + stoss / 4, 0.5), 0.02 - 0.01 * std::sqrt(0.5), 1e-15);
-        EXPECT_NEAR(d.elevation(trough + stoss / 2, 0.5), 0.02, 1e-15);
-        EXPECT_NEAR(d.elevation(trough + stoss, 0.5), 0.03, 1e-15); // crest
-        EXPECT_NEAR(d.elevation(trough + 0.4 - lee / 4, 0.5), 0.015, 1e-15);
+    for (const double trough : {-0.3, 0.9}) {
+        const double x[] = {0, stoss / 4, stoss / 2, stoss, 0.4 - lee / 4}; // the crest at stoss
+        const double z[] = {0.01, 0.02 - 0.01 * std::sqrt(0.5), 0.02, 0.03, 0.015};
+        for (int n = 0; n < 5; ++n) EXPECT_NEAR(d.elevation(trough + x[n], 0.5), z[n], 1e-15) << n;
     }
 }
 
@@ -125,91 +119,73 @@ TEST(DefaultBox, BedOneCellAboveZminAndDischargeFromVelocity) {
         const Case c = build("bed = dunes\nlevel = 0.01\nkmaxItm = " + std::to_string(n) + "\n");
         const double zmin = real(c, "zminItm"), dz = (real(c, "zmaxItm") - zmin) / (1 << n);
         EXPECT_NEAR(zmin + dz, 0.01, 1e-15) << "kmaxItm = " << n;
-        EXPECT_DOUBLE_EQ(std::ranges::min(c.bed.elevation), 0.01);
     }
     const Case one = build("level = 0.02\nkmaxItm = 0\n"); // one cell: the bed at its centre
     EXPECT_NEAR(0.5 * (real(one, "zminItm") + real(one, "zmaxItm")), 0.02, 1e-15);
-    EXPECT_EQ(real(build("zminItm = -0.05\n"), "zminItm"), -0.05);
 
     // 0.3 m/s over a bed at 0.02 in the 0.8 m long, 0.2 m wide box up to 0.1: 0.3 * 0.2 * 0.08;
     // a sinusoid over whole wavelengths has its mean at its level.
-    EXPECT_NEAR(real(build("level = 0.02\nvelocity = 0.3\n"), "dischargeItm"), 0.0048, 1e-15);
-    EXPECT_NEAR(
-        real(build("bed = sinusoid\nlevel = 0.02\nvelocity = 0.3\nni = 81\n"), "dischargeItm"),
-        0.0048, 1e-14);
-    EXPECT_EQ(real(build("dischargeItm = 0.01\n"), "dischargeItm"), 0.01);
+    for (const char* bed : {"", "bed = sinusoid\nni = 81\n"})
+        EXPECT_NEAR(
+            real(build(bed + std::string("level = 0.02\nvelocity = 0.3\n")), "dischargeItm"),
+            0.0048, 1e-14) << bed;
 }
 
-Status statusof(const Report& r, std::string_view key) {
-    return std::ranges::find(r.keys, key, [](const KeyReport& k) { return k.condition->key; })
-        ->status;
-}
-
-TEST(CaseCheck, MissingWrongTypeNotReadAndSwitchesByTheirLowBits) {
+TEST(CaseCheck, KeyStatusesProblemsAndWarnings) {
     // With a fixed step the step is read and the Courant number is not; a real switch is tested
-    // through its low 32 bits, so 1.0 reads as off and the bit pattern 1 as on.
+    // through its low 32 bits, so iInitialItm = 1.0 reads as off.
     const Case c = build("timetypeItm = 1\niInitialItm = 1.0\n");
     auto stored = asstored(c.conditions);
-    std::erase_if(stored, [](auto& k) { return k.key == "timestepItm" || k.key == "cflItm"; });
-    for (auto& k : stored) {
-        if (k.key == "epsItm") k.datatype = "RealDouble", k.value = 0.0;
-        if (k.key == "kpoismaxItm") k.length = 2; // an array, not one number
-        if (k.key == "iPerturbItmItm") k.value = std::bit_cast<double>(std::uint64_t{1});
-    }
+    std::erase_if(stored, [](auto& k) { return k.key == "timestepItm"; });
+    for (auto& k : stored)
+        if (k.key == "epsItm" || k.key == "kpoismaxItm") k.datatype = "RealDouble", k.value = 0.0;
     stored.push_back({"cflitm", "RealDouble", 1, 0.3});
     const Report r = checkcase(stored, c.bed);
-    for (const auto& [key, status] : {std::pair{"timestepItm", Status::missing},
-                                      {"cflItm", Status::notread},
-                                      {"epsItm", Status::wrongtype},
-                                      {"kpoismaxItm", Status::wrongtype},
-                                      {"xInitItm", Status::notread},
-                                      {"amplitudeItm", Status::ok},
-                                      {"igammaItm", Status::notread}}) // iCycleItm = 1
-        EXPECT_EQ(statusof(r, key), status) << key;
+    using enum Status; // igammaItm: not read with iCycleItm = 1
+    for (const auto& [key, status] : {std::pair{"timestepItm", missing}, {"cflItm", notread},
+                                      {"epsItm", wrongtype}, {"kpoismaxItm", wrongtype},
+                                      {"xInitItm", notread}, {"kmaxItm", ok},
+                                      {"igammaItm", notread}})
+        EXPECT_EQ(std::ranges::find(r.keys, key, [](auto& k) { return k.condition->key; })->status,
+                  status) << key;
     EXPECT_EQ(r.problems(), 4); // three keys, and the solver refuses the missing step
     EXPECT_EQ(r.errors, std::vector<std::string>{"\"timestepItm\" is missing (read as 0): the "
                                                  "fixed time step must be a positive number"});
     EXPECT_EQ(r.others, std::vector<std::string>{"cflitm"});
     ASSERT_EQ(r.warnings.size(), 1u);
     EXPECT_TRUE(r.warnings[0].starts_with("iInitialItm = 1 is tested through the low 32 bits"));
-}
 
-TEST(CaseCheck, RefusalsAndWarningsForPoorRuns) {
-    const struct {
-        const char* recipe;
-        std::string line; // in the errors (or else the warnings); empty: no error at all
-        bool error = false;
-    } cases[] = {
-        // A flat bed at 0 in a box from 0 to 0.1 of 16 cells lies below zc(1) = 0.003125.
-        {"zminItm = 0\n", "lies below the first cell centre zc(1) = 0.003125"},
-        {"level = 0.2\nzminItm = 0\ndischargeItm = 0.01\n", "reaches the top of the box"},
-        {"endtimeItm = 0.5\nstarttimeItm = 0.5\n", "exactly one step"},
-        {"ni = 2\n", "1 cell in x"},
-        {"bed = sinusoid\nwavelength = 0.3\n", "not periodic in x"},
+    // Each a line once in the errors (E) or the warnings (W); an empty line: no error at all.
+    // (A flat bed at 0 in a box from 0 to 0.1 of 16 cells lies below zc(1) = 0.003125.)
+    const struct { const char *recipe, *line, *in; } poor[] = { // one row per distinct line
+        {"zminItm = 0\n", "lies below the first cell centre zc(1) = 0.003125", "W"},
+        {"level = 0.2\nzminItm = 0\ndischargeItm = 0.01\n", "reaches the top of the box", "W"},
+        {"endtimeItm = 0.5\nstarttimeItm = 0.5\n", "exactly one step", "W"},
+        {"ni = 2\n", "1 cell in x", "W"},
+        {"bed = sinusoid\nwavelength = 0.3\n", "not periodic in x", "W"},
         {"timetypeItm = 2\n",
-         "\"timetypeItm\" = 2: it must be 0 (step from \"cflItm\") or 1 (fixed \"timestepItm\"); "
-         "with any other value no time step is read and time does not advance",
-         true},
-        {"dtTecplotItm = 0\n", "", true}, // not read: Tecplot off
-        {"TecplotItm = 1\ndtTecplotItm = 0\n", "\"dtTecplotItm\" = 0: ", true},
-    };
-    for (const auto& c : cases) {
-        const Case built = build(c.recipe);
-        const Report r = checkcase(asstored(built.conditions), built.bed);
-        const auto& lines = c.error ? r.errors : r.warnings;
-        auto has = [&](const std::string& w) { return w.find(c.line) != w.npos; };
-        EXPECT_EQ(std::ranges::count_if(lines, has), c.line.empty() ? 0 : 1) << c.recipe;
+         "\"timetypeItm\" = 2: it must be 0 (step from \"cflItm\") or 1 "
+         "(fixed \"timestepItm\"); with any other value no time step is read and time does not "
+         "advance",
+         "E"},
+        {"dtTecplotItm = 0\n", "", "E"}, // not read: Tecplot off
+        {"TecplotItm = 1\ndtTecplotItm = 0\n", "\"dtTecplotItm\" = 0: ", "E"}};
+    for (const auto& [recipe, line, in] : poor) {
+        const Case b = build(recipe);
+        const Report q = checkcase(asstored(b.conditions), b.bed);
+        EXPECT_EQ(std::ranges::count_if(in[0] == 'E' ? q.errors : q.warnings,
+                                        [&](auto& w) { return w.find(line) != w.npos; }),
+                  *line ? 1 : 0) << recipe;
     }
 }
 
 TEST(BundledRecipes, BuildAndCheckCleanly) {
     for (const std::string name : {"flat", "dune"}) {
-        const Case c = buildcase(
-            readrecipe(std::string(RIFFLE_TEST_SOURCE_DIR) + "/cases/" + name + ".recipe"));
+        const Case c = buildcase(readrecipe(RIFFLE_TEST_SOURCE_DIR "/cases/" + name + ".recipe"));
         const Report r = checkcase(asstored(c.conditions), c.bed);
-        EXPECT_EQ(r.problems() + r.warnings.size(), 0u) << name;
-        EXPECT_EQ(c.output, name + ".cgns");
-        EXPECT_EQ((c.bed.ni - 1) * (c.bed.nj - 1), 64 * 16) << name;
+        const int cells = (c.bed.ni - 1) * (c.bed.nj - 1);
+        EXPECT_EQ(std::tuple(r.problems() + r.warnings.size(), c.output, cells),
+                  std::tuple(0u, name + ".cgns", 64 * 16)) << name;
     }
 }
 
