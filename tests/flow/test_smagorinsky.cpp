@@ -37,23 +37,14 @@ TEST(Smagorinsky, LinearFieldStrainViscosityAndGhostLayers) {
     st.u(2, 3, 4) += 0.4;  // some variation near the top
     st.w(4, 1, 3) = 0.2;
     flow::smagorinsky(st);
-    for (int k = 1; k <= 4; ++k)
-        for (int j = 1; j <= 5; ++j) {
-            EXPECT_EQ(st.nut(0, j, k), st.nut(6, j, k));  // periodic x
-            EXPECT_EQ(st.nut(7, j, k), st.nut(1, j, k));
-            EXPECT_EQ(st.s12(0, j, k), st.s12(6, j, k));
-        }
-    for (int i = 1; i <= 6; ++i) {
-        for (int j = 1; j <= 5; ++j) {
-            EXPECT_EQ(st.nut(i, j, 5), -st.nut(i, j, 4));  // free-slip top, code 1: sign flip
-            EXPECT_EQ(st.s11(i, j, 5), st.s11(i, j, 4));   // the strain is copied
-            EXPECT_EQ(st.nut(i, j, 0), st.nut(i, j, 1));   // bottom, code -1: plain copy
-        }
-        for (int k = 1; k <= 4; ++k) {
-            EXPECT_EQ(st.nut(i, 0, k), -st.nut(i, 1, k));  // side walls, code 1
-            EXPECT_EQ(st.sabs(i, 6, k), st.sabs(i, 5, k));
-        }
-    }
+    // Periodic x; free-slip top and side walls (code 1): nut flips sign, the strain is copied;
+    // bottom (code -1): plain copy.
+    testsupport::interior(st, [&](int i, int j, int k) {
+        EXPECT_TRUE(st.nut(0, j, k) == st.nut(6, j, k) && st.nut(7, j, k) == st.nut(1, j, k));
+        EXPECT_TRUE(st.s12(0, j, k) == st.s12(6, j, k) && st.nut(i, j, 0) == st.nut(i, j, 1));
+        EXPECT_TRUE(st.nut(i, j, 5) == -st.nut(i, j, 4) && st.s11(i, j, 5) == st.s11(i, j, 4));
+        EXPECT_TRUE(st.nut(i, 0, k) == -st.nut(i, 1, k) && st.sabs(i, 6, k) == st.sabs(i, 5, k));
+    });
 }
 
 }  // namespace

@@ -10,16 +10,13 @@ namespace {
 
 TEST(TimeStep, UniformStreamCapAndFastestFace) {
     Storage st = testsupport::box(6, 5, 4, 0.5, 0.4, 0.1);  // 1/dx^2 + 1/dy^2 + 1/dz^2 = 110.25
-    st.cfl = 0.5;
-    st.visc = 0.0;
+    st.cfl = 0.5, st.visc = 0.0;
     flow::timestep(st);
     EXPECT_EQ(st.dt, 1.0);  // at rest without viscosity nothing limits the step but the cap
 
     // A uniform stream: 0.3/0.5 + 0.2/0.4 + 0.05/0.1 = 1.6, viscous rate 0.01 x 110.25.
     st.visc = 0.01;
-    st.u.fill(0.3);
-    st.v.fill(-0.2);
-    st.w.fill(0.05);
+    st.u.fill(0.3), st.v.fill(-0.2), st.w.fill(0.05);
     flow::timestep(st);
     EXPECT_DOUBLE_EQ(st.dt, 0.5 / 2.7025);
 

@@ -1,7 +1,6 @@
 // Vorticity magnitude and Q criterion against the tensor definitions |curl u| and
 // Q = (|W|^2 - |S|^2)/2: exact for any linear field, second-order for a smooth field whose nine
-// gradient components are all non-zero, both on cells of three different sizes; and the ghost
-// layer by the pressure codes.
+// gradient components are all non-zero, both on cells of three different sizes.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -78,30 +77,6 @@ TEST(Vorticity, SecondOrderForSmoothField) {
     for (int q = 0; q < 2; ++q) {
         ASSERT_GT(errors[0][q], 0.0);
         EXPECT_GT(std::log2(errors[0][q] / errors[1][q]), 1.8) << (q == 0 ? "vort" : "qc");
-    }
-}
-
-// Periodic in i, zero gradient in j, antisymmetric at the bottom and zero gradient at the top;
-// each pass runs over the layer of the passes before it, so edges and corners are filled too.
-TEST(Vorticity, GhostLayerFollowsPressureCodes) {
-    Storage st = testsupport::box(5, 4, 3, 0.2, 0.3, 0.25);
-    st.ibp = {0, 0, 0, 1, 1, -1, 1};
-    testsupport::setvelocity(st, st.u, st.v, st.w, [](double x, double y, double z) {
-        return Vec{x * y + z * z, std::sin(x + 2 * z), x * x * y - z};
-    });
-    pressure::vorticity(st);
-    for (const Field3d* f : {&st.vort, &st.qc}) {
-        const Field3d& a = *f;
-        for (int k = 1; k <= 3; ++k)
-            for (int j = 1; j <= 4; ++j)
-                for (int i = 1; i <= 5; ++i) {
-                    EXPECT_TRUE(a(0, j, k) == a(5, j, k) && a(6, j, k) == a(1, j, k));
-                    EXPECT_TRUE(a(i, 0, k) == a(i, 1, k) && a(i, 5, k) == a(i, 4, k));
-                    EXPECT_TRUE(a(i, j, 0) == -a(i, j, 1) && a(i, j, 4) == a(i, j, 3));
-                }
-        EXPECT_EQ(a(0, 0, 0), -a(5, 1, 1));
-        EXPECT_EQ(a(6, 5, 4), a(1, 4, 3));
-        EXPECT_NE(a(5, 1, 1), 0.0);
     }
 }
 

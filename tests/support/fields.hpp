@@ -3,11 +3,8 @@
 // (i - 0.5) dx, u(i) sits on its east face at i dx, v(j) on its north face, w(k) on its top.
 #pragma once
 
-#include <omp.h>
-
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <initializer_list>
 #include <random>
 
@@ -68,22 +65,6 @@ inline void randomise(std::initializer_list<Field3d*> fields, unsigned seed, dou
     std::uniform_real_distribution<double> r(lo, hi);
     for (Field3d* a : fields)
         for (std::size_t n = 0; n < a->size(); ++n) a->data()[n] = r(gen);
-}
-
-// Runs f on n threads, then restores the thread count there was before.
-template <class F>
-void onthreads(int n, F f) {
-    const int before = omp_get_max_threads();
-    omp_set_num_threads(n);
-    f();
-    omp_set_num_threads(before);
-}
-
-// Whether two fields hold the same bits everywhere.
-inline bool samebits(const Field3d& a, const Field3d& b) {
-    for (std::size_t n = 0; n < a.size(); ++n)
-        if (std::memcmp(a.data() + n, b.data() + n, sizeof(double)) != 0) return false;
-    return a.size() == b.size();
 }
 
 }  // namespace riffle::testsupport
