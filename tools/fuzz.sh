@@ -21,7 +21,7 @@ for target in ${targets[*]}; do
     [ "$target" = recipe ] && seeds+=("$src/cases")
     maxlen=4096
     [ "$target" = restart ] && maxlen=32768  # a whole restart file of the 4 x 2 x 2 grid
-    (cd "$out" && "$build/tests/fuzz/fuzz-$target" -runs="$runs" -jobs=1 -workers=1 \
+    (cd "$out" && "$build/tools/fuzz/fuzz-$target" -runs="$runs" -jobs=1 -workers=1 \
         -max_len="$maxlen" -timeout=10 -print_final_stats=1 -artifact_prefix="$out/" \
         "$corpus" "${seeds[@]}" > "$out/jobs.log" 2>&1) || true
     echo "== $target"

@@ -8,12 +8,21 @@
 #include "bedcsv.hpp"
 #include "casebuild.hpp"
 #include "run/restart_m.hpp"
-#include "support/box.hpp"
+#include "run/initial_m.hpp"
+#include "run/storage_m.hpp"
 
 namespace riffle::fuzz {
 
 bool restart(std::string_view text) {
-    static Storage st = testsupport::box(4, 2, 2, 0.25, 0.25, 0.25);
+    static Storage st = [] {
+        Storage s;
+        s.imax = 4;
+        s.jmax = 2;
+        s.kmax = 2;
+        allocation(s);
+        initialfields(s);
+        return s;
+    }();
     std::string stored, scanned;
     try {
         restartparse(st, text);
