@@ -23,15 +23,13 @@ namespace {
 // LES in which the filter width (about 6 dz) lets the Smagorinsky viscosity carry the bed shear
 // across the first cells; no turbulence is resolved on such a grid.
 TEST(BedVerification, FlatRoughBedHoldsDischargeAndFollowsTheLogLaw) {
-    const double depth = 0.1, width = 0.4, bulk = 0.3, target = bulk * width * depth;
-    platform::BedGrid bed{9, 5, {}, {}, {}};
-    for (int n = 0; n < 45; ++n) {
-        bed.x.push_back(0.1 * (n % 9));
-        bed.y.push_back(0.1 * (n / 9));
-        bed.elevation.push_back(0.0);
-    }
+    const double depth = 0.1, bulk = 0.3, target = bulk * 0.4 * depth;
+    platform::BedGrid bed{9, 5, {}, {}, std::vector<double>(45, 0.0)};
+    for (int n = 0; n < 45; ++n) bed.x.push_back(0.1 * (n % 9)), bed.y.push_back(0.1 * (n / 9));
+    const testsupport::Scratch scratch;
+    const std::string path = scratch.file("flat.cgns").string();
     // clang-format off
-    const std::vector<platform::Condition> conditions = {
+    platform::writecasefile(path, bed, {
         {"kmaxItm", 4}, {"zminItm", -depth / 15}, {"zmaxItm", depth}, {"viscItm", 1e-6},
         {"densItm", 1000.0}, {"gravityItm", 9.81}, {"dischargeItm", target}, {"timetypeItm", 0},
         {"cflItm", 0.3}, {"xBoundItm", 0}, {"yBoundItm", 0}, {"zBoundItm", 0},
@@ -40,26 +38,21 @@ TEST(BedVerification, FlatRoughBedHoldsDischargeAndFollowsTheLogLaw) {
         {"endtimeItm", 1.0}, {"HotstartItm", 0}, {"OTimeItm", 100.0}, {"HotoutItm", 0},
         {"TecplotItm", 0}, {"outpathItm", std::string(".")}, {"outfileItm", std::string("flat")},
         {"BedItm", 1}, {"SedimentItm", 1.0}, {"smagorinskyItm", 0.1}, {"iIBMItm", 1},
-        {"iCycleItm", 1}, {"ipresItm", 2}, {"ipostsItm", 2}, {"kpoismaxItm", 5}, {"epsItm", 0}};
+        {"iCycleItm", 1}, {"ipresItm", 2}, {"ipostsItm", 2}, {"kpoismaxItm", 5}, {"epsItm", 0}});
     // clang-format on
-    testsupport::Scratch scratch;
-    const std::string path = (scratch.dir / "flat.cgns").string();
-    platform::writecasefile(path, bed, conditions);
     Storage st;
     NodeArrays nodes;
-    int fid = 0, ier = 0;
+    int fid = 0, ier = 1;
     platform::CG_OPEN_F(path, platform::mode_modify, fid, ier);
-    ASSERT_EQ(ier, 0);
     platform::CG_KAVEL_INIT_F(fid, ier);
+    ASSERT_EQ(ier, 0);
     startup(st, nodes);
     platform::CG_CLOSE_F(fid, ier);
     ASSERT_EQ(st.kmax, 16);
-
     // Spin up for 40 s (about ten depth-adjustment times of the eddy viscosity), average 10 s:
-    // the discharge through the west face as the driving force measures it, the force, and the
-    // mean u of each layer.
-    double profile[17] = {};
-    double fxsum = 0.0, qmin = 1e30, qmax = -1e30, tavg = 0.0;
+    // the force, the discharge through the west face as the driving force measures it, and the
+    // u of each layer.
+    double profile[17] = {}, fxsum = 0.0, qmin = 1e30, qmax = -1e30, tavg = 0.0;
     while (st.time < 50.0) {
         advance(st);
         if (st.time < 40.0) continue;
@@ -70,26 +63,21 @@ TEST(BedVerification, FlatRoughBedHoldsDischargeAndFollowsTheLogLaw) {
             for (int j = 1; j <= st.jmax; ++j) {
                 const double wet = std::min(st.zmin + k * st.dz, st.dz);
                 if (st.iflagu(0, j, k) != -1) q += st.uo(0, j, k) * st.dy * wet;
-                for (int i = 1; i <= st.imax; ++i)
-                    profile[k] += st.dt * st.u(i, j, k) / (st.imax * st.jmax);
+                for (int i = 1; i <= st.imax; ++i) profile[k] += st.dt * st.u(i, j, k);
             }
         qmin = std::min(qmin, q);
         qmax = std::max(qmax, q);
     }
     // Momentum balance of the whole flow: the driving force carries the bed shear stress, and
     // the depth-averaged rough log law gives U/u* = (ln(H/z0) - 1)/kappa with z0 = ks/12.
-    const double fx = fxsum / tavg, ustar = std::sqrt(fx * depth);
+    const double ustar = std::sqrt(fxsum / tavg * depth);
     const double loglaw = 0.4 * bulk / (std::log(depth / (1.0 / 12.0 / 1000.0)) - 1.0);
     std::printf("flat bed: discharge %.6f..%.6f of %.6f m3/s; friction velocity from the driving"
                 " force %.5f m/s, rough log law %.5f\n",
                 qmin, qmax, target, ustar, loglaw);
-    EXPECT_LT(std::abs(qmin / target - 1.0), 0.05);
-    EXPECT_LT(std::abs(qmax / target - 1.0), 0.05);
-    EXPECT_GT(fx, 0.0);
-    EXPECT_LT(std::max(ustar / loglaw, loglaw / ustar), 1.5);
-    // Above the first fluid layer the mean velocity grows monotonically towards the surface.
-    for (int k = 3; k <= st.kmax; ++k)
-        EXPECT_GT(profile[k], profile[k - 1]) << "layer " << k;
+    EXPECT_LT(std::max(qmax / target - 1.0, 1.0 - qmin / target), 0.05);
+    EXPECT_LT(std::max(ustar / loglaw, loglaw / ustar), 1.5); // NaN for a negative force fails
+    for (int k = 3; k <= st.kmax; ++k) EXPECT_GT(profile[k], profile[k - 1]) << "layer " << k;
 }
 
 } // namespace
