@@ -1,6 +1,6 @@
 // Bed point search: projection onto one bilinear patch (planes against the analytic foot, a zero
 // coordinate, slow convergence accepted or refused), the searches seen through the value the wall
-// law gives (flat and inclined beds, a foot on a patch bound, a tie between equal candidates), and
+// law gives (flat and inclined beds, a tie between equal candidates), and
 // the stop when no candidate is found.
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -103,22 +103,6 @@ TEST(PointSearch, PlaneBedsFootOnTheNormalForAllFourVariants) {
                         1e-10)
                 << "bed " << b.sx << " run " << run;
         }
-    }
-}
-
-TEST(PointSearch, FootOnThePatchBoundIsAccepted) {
-    // Bed rows 0.5 up to j = 3 and 1.5 from j = 4. From the u point P = (2, 2.5, 2.5) the patch
-    // north of it rises with slope 1 and its foot lies exactly on its far bound y = 3.5, at
-    // (2, 3.5, 1.5), sqrt 2 away; everything else is the flat bed 2 below. Were the bound
-    // excluded, the edge below P would win and u(P) would follow the log law at dP = 2.
-    Storage st = roughbox(6, 6, 4, 1.0, 1.0, 1.0);
-    setbed(st, [](double, double y) { return y < 3.0 ? 0.5 : 1.5; });
-    st.u.fill(0.8);
-    for (int iibm : {0, 1}) {
-        st.iIBM = iibm;
-        EXPECT_NEAR(searched(st, 0, 2, 3, 3),
-                    0.8 * logratio(std::sqrt(2.0), 2.0 * std::sqrt(2.0), roughnesslength(1.0)),
-                    1e-12);
     }
 }
 

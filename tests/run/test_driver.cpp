@@ -1,5 +1,4 @@
-// Driver pieces: the output schedule, zeroing inside the bed, the previous-level store and the
-// averaging of staggered fields to the grid nodes.
+// Driver pieces: the output schedule and the averaging of staggered fields to the grid nodes.
 #include <gtest/gtest.h>
 
 #include "run/driver_m.hpp"
@@ -28,30 +27,6 @@ Storage box(int imax, int jmax, int kmax) {
     allocation(st);
     initialfields(st);
     return st;
-}
-
-TEST(Driver, ZeroSolidAndStoreOld) {
-    Storage st = box(4, 3, 2);
-    st.u.fill(2.0);
-    st.w.fill(4.0);
-    st.nut.fill(5.0);
-    st.iflagu(1, 1, 1) = -1;
-    st.iflagp(5, 4, 3) = -1;
-    st.iflagw(2, 2, 2) = 0;  // a forcing point is left alone
-    zerosolid(st);
-    EXPECT_EQ(st.u(1, 1, 1), 0.0);
-    EXPECT_EQ(st.nut(5, 4, 3), 0.0);
-    EXPECT_EQ(st.w(2, 2, 2), 4.0);
-    EXPECT_EQ(st.u(2, 1, 1), 2.0);
-
-    st.uo.fill(-9.0);
-    st.iflaguo.fill(7);
-    storeold(st);
-    EXPECT_EQ(st.uo(1, 1, 1), 0.0);
-    EXPECT_EQ(st.uo(5, 4, 3), 2.0);
-    EXPECT_EQ(st.uo(-1, 1, 1), -9.0);  // the extra ghost layer is not part of the copy
-    EXPECT_EQ(st.iflaguo(1, 1, 1), -1);
-    EXPECT_EQ(st.iflaguo(-1, 0, 0), 7);
 }
 
 TEST(Driver, NodeAveragingOfLinearFieldsIsExactAboveTheBed) {

@@ -1,9 +1,8 @@
 // Tecplot files: the E20.14 number form against strings written out by hand, the node lines of
-// linear fields read back by a parser of the fixed columns, the bed test at a node exactly on the
-// bed, and the bed file. The exact bytes of whole files are pinned by the regression digests.
+// linear fields read back by a parser of the fixed columns, and the bed test at a node exactly on
+// the bed. The exact bytes of whole files are pinned by the regression digests.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -128,30 +127,6 @@ TEST(Tecplot, NodeOnTheBedIsWrittenAsZero) {
                     EXPECT_EQ(value(l, m), k > 2 * i + 4 * j + 3 ? m - 2.0 : 0.0)
                         << i << " " << j << " " << k << " " << m;
             }
-}
-
-// The bed file: x, y and the four-cell mean of zb at each node, in the temporary folder.
-TEST(Tecplot, BedFileInTemporaryFolder) {
-    Storage st = testsupport::box(3, 2, 2, 0.5, 2.0, 1.0);
-    st.xmin = -1.0;
-    st.ymin = 10.0;
-    for (int j = 0; j <= 3; ++j)
-        for (int i = 0; i <= 4; ++i) st.zb(i, j) = i + 10.0 * j;
-    const int n = 700000 + static_cast<int>(::getpid() % 100000);  // not shared with other runs
-    tecplotbed(st, n);
-    const fs::path file = fs::temp_directory_path() / ("tecbedform" + std::to_string(n) + ".plt");
-    const auto text = lines(file);
-    fs::remove(file);
-    ASSERT_EQ(text.size(), 3u + 4 * 3);
-    EXPECT_EQ(text[2], " ZONE , i= 4  j= 3 , F=POINT");
-    for (int j = 0, line = 3; j <= 2; ++j)
-        for (int i = 0; i <= 3; ++i, ++line) {
-            double x = 0, y = 0, z = 0;
-            ASSERT_EQ(std::sscanf(text[line].c_str(), "%lf %lf %lf", &x, &y, &z), 3);
-            EXPECT_EQ(x, -1.0 + 0.5 * i);
-            EXPECT_EQ(y, 10.0 + 2.0 * j);
-            EXPECT_EQ(z, i + 0.5 + 10.0 * j + 5.0);
-        }
 }
 
 }  // namespace
