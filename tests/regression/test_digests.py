@@ -4,7 +4,7 @@ Each case below is built from a recipe with riffle-case and run with OMP_NUM_THR
 digests the console report, the arrays of the results base of the case file (grouped by CGNS node,
 raw bytes with their type and shape, in sorted order: the HDF5 file itself carries timestamps),
 and every restart and Tecplot file. tests/regression/digests.txt holds the expected digests; only
-tools/regression-digests rewrites it (--write), after an intended change of results."""
+tools/regression-digests rewrites it, after an intended change of results."""
 
 import argparse
 import hashlib
@@ -116,23 +116,11 @@ def main():
     for opt in ("--riffle", "--riffle-case", "--source"):
         p.add_argument(opt, required=True, type=os.path.abspath)
     p.add_argument("--build-type", default="Release")
-    p.add_argument("--write", action="store_true", help="rewrite digests.txt (two identical runs)")
     args = p.parse_args()
     if args.build_type != "Release":
         print(f"SKIPPED: the digests pin the Release build's bits; this is a {args.build_type} "
               "build (sanitizers at -O0). Run the check in a Release build.")
         return 77
-    if args.write:
-        first, second = all_digests(args), all_digests(args)
-        if first != second:
-            sys.exit("not reproducible: " + ", ".join(" ".join(k) for k in first
-                                                      if first[k] != second.get(k)))
-        with open(DIGESTS, "w") as f:
-            f.write("# case output sha256 -- written by tools/regression-digests only\n")
-            f.writelines(f"{c} {o} {h}\n" for (c, o), h in first.items())
-        print(f"wrote {len(first)} digests to {DIGESTS}")
-        return 0
-
     with open(DIGESTS) as f:
         stored = {tuple(ln.split()[:2]): ln.split()[2] for ln in f if ln.strip()
                   and not ln.startswith("#")}
