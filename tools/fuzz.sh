@@ -3,7 +3,7 @@
 #   tools/fuzz.sh BUILD_DIR [RUNS] [TARGET...]
 # BUILD_DIR is configured with clang (-DCMAKE_CXX_COMPILER=clang++ -DRIFFLE_FUZZ=ON); RUNS is the
 # number of executions per target (default 2000000); targets: restart recipe bedcsv (default all).
-# Each target starts from the kept inputs of tests/fuzz/regressions/TARGET (and cases/*.recipe for
+# Each target starts from the kept inputs of tools/fuzz/regressions/TARGET (and cases/*.recipe for
 # the recipe reader) and grows its corpus in BUILD_DIR/fuzz/corpus/TARGET; the log and any
 # crashing input land in BUILD_DIR/fuzz/out/TARGET.
 set -euo pipefail
@@ -17,7 +17,7 @@ for target in ${targets[*]}; do
     corpus=$build/fuzz/corpus/$target
     out=$build/fuzz/out/$target
     mkdir -p "$corpus" "$out"
-    seeds=("$src/tests/fuzz/regressions/$target")
+    seeds=("$src/tools/fuzz/regressions/$target")
     [ "$target" = recipe ] && seeds+=("$src/cases")
     maxlen=4096
     [ "$target" = restart ] && maxlen=32768  # a whole restart file of the 4 x 2 x 2 grid

@@ -11,7 +11,7 @@
 
 TEST(Fuzz, KeptInputsAreAcceptedOrRefused) {
     namespace fs = std::filesystem;
-    const fs::path kept = fs::path(RIFFLE_TEST_SOURCE_DIR) / "tests/fuzz/regressions";
+    const fs::path kept = fs::path(RIFFLE_TEST_SOURCE_DIR) / "tools/fuzz/regressions";
     int refused = 0;
     for (const auto& [name, target] : {std::pair{"restart", &riffle::fuzz::restart},
                                        {"recipe", &riffle::fuzz::recipe},
