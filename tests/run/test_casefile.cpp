@@ -1,6 +1,6 @@
 // Calculation conditions and grid from a real case file: the grid and its vertical count, key
-// dependencies, the int32 view of the initial switches, the roughness, the cycle switch, the
-// boundary codes and the ghost rows of the cell-centred bed.
+// dependencies, the int32 view of the initial switches, the roughness, the cycle switch and the
+// boundary codes.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -102,35 +102,6 @@ TEST(CaseFile, ConditionsReadWithTheirDependencies) {
     EXPECT_EQ(st.ks, 1.0);
     EXPECT_EQ(st.igamma, 2);
     EXPECT_EQ(st.xInit, 0.4);
-}
-
-TEST(CaseFile, BoundaryCodesAndBedGhostRows) {
-    Storage st;
-    st.imax = 4;
-    st.jmax = 3;
-    st.kmax = 2;
-    allocation(st);
-    Field2d elev({0, 4}, {0, 3});
-    for (int j = 0; j <= 3; ++j)
-        for (int i = 0; i <= 4; ++i) elev(i, j) = 10.0 * i + j;
-
-    setboundarycodes(st, 0, 0, 0);  // periodic sides, free-slip lid
-    EXPECT_EQ(st.ibu[top], 1);
-    EXPECT_EQ(st.ibw[top], -1);
-    EXPECT_EQ(st.ibp[south], 0);
-    buildzb(st, elev);
-    EXPECT_DOUBLE_EQ(st.zb(2, 2), 0.25 * (11 + 21 + 12 + 22));
-    EXPECT_EQ(st.zb(2, 0), st.zb(2, 3));   // wraps to the far row
-    EXPECT_EQ(st.zb(0, 2), st.zb(4, 2));
-    EXPECT_EQ(st.zb(5, 4), st.zb(1, 1));   // corner: x rule on the finished y rows
-
-    setboundarycodes(st, 0, 1, 5);  // side walls, no-slip lid
-    EXPECT_EQ(st.ibu[top], -1);
-    EXPECT_EQ(st.ibp[north], 1);
-    buildzb(st, elev);
-    EXPECT_EQ(st.zb(2, 0), st.zb(2, 1));   // copies the neighbouring row
-    EXPECT_EQ(st.zb(3, 4), st.zb(3, 3));
-    EXPECT_EQ(st.zb(0, 0), st.zb(4, 1));   // x still periodic
 }
 
 }  // namespace
