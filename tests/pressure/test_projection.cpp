@@ -8,6 +8,7 @@
 #include <omp.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <numbers>
 
@@ -148,6 +149,8 @@ TEST(ProjectionVerification, TaylorGreenAndLaminarChannelConvergeAtSecondOrder) 
     EXPECT_LT(ch[1], 2e-3);
     EXPECT_GT(std::log2(tg[0] / tg[1]), 1.8);
     EXPECT_GT(std::log2(ch[0] / ch[1]), 1.8);
+    std::printf("convergence order: Taylor-Green vortex %.2f, laminar channel %.2f\n",
+                std::log2(tg[0] / tg[1]), std::log2(ch[0] / ch[1]));
 }
 
 // Time step, eddy viscosity, predictor, the pressure operator, residual and norms, correction,
