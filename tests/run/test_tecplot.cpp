@@ -1,6 +1,6 @@
-// Tecplot files: the E20.14 number form against strings written out by hand, the node lines of
-// linear fields read back by a parser of the fixed columns, and the bed test at a node exactly on
-// the bed. The exact bytes of whole files are pinned by the regression digests.
+// Tecplot files: the E20.14 number form against strings written out by hand, and the node lines of
+// linear fields read back by a parser of the fixed columns. The exact bytes of whole files are
+// pinned by the regression digests.
 #include <gtest/gtest.h>
 
 
@@ -99,33 +99,6 @@ TEST(Tecplot, FlowFileReadBack) {
                 for (int m = 0; m < 8; ++m)
                     EXPECT_NEAR(value(l, m), expect[m], 1e-13 * (1.0 + std::abs(expect[m])))
                         << "node " << i << " " << j << " " << k << " value " << m;
-            }
-}
-
-// The node's bed is the mean of zb over its four cells; a node on the bed counts as below it.
-// With zb(i,j) = i/8 + j/4 the mean at node (i,j) is i/8 + j/4 + 3/16, which is the node height
-// z = k/16 exactly at k = 2i + 4j + 3.
-TEST(Tecplot, NodeOnTheBedIsWrittenAsZero) {
-    Scratch s;
-    Storage st = testsupport::box(3, 2, 18, 1.0, 1.0, 0.0625);
-    st.u.fill(1.0);
-    st.v.fill(2.0);
-    st.w.fill(3.0);
-    st.vort.fill(4.0);
-    st.qc.fill(5.0);
-    for (int j = 0; j <= 3; ++j)
-        for (int i = 0; i <= 4; ++i) st.zb(i, j) = 0.125 * i + 0.25 * j;
-    tecplotflow(st, s.dir.string(), "bed", 0);
-    const auto text = lines(s.dir / "bed0.plt");
-    ASSERT_EQ(text.size(), 3u + 4 * 3 * 19);
-    for (int k = 0; k <= 18; ++k)
-        for (int j = 0; j <= 2; ++j)
-            for (int i = 0; i <= 3; ++i) {
-                const std::string& l = text[3 + static_cast<std::size_t>(i + 4 * (j + 3 * k))];
-                EXPECT_EQ(value(l, 2), 0.0625 * k);  // z is always written
-                for (int m = 3; m < 8; ++m)
-                    EXPECT_EQ(value(l, m), k > 2 * i + 4 * j + 3 ? m - 2.0 : 0.0)
-                        << i << " " << j << " " << k << " " << m;
             }
 }
 

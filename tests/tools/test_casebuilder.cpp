@@ -1,5 +1,5 @@
 // The case builder: each class of refusal with the line it names, the bed shapes against hand
-// values, the default box bottom and discharge, the --check report and the bundled recipes. The
+// values, the default box bottom and discharge, the --check report. The
 // interpolation of surveyed beds: test_bedcsv.cpp; a written case read back: the platform tests.
 #include <gtest/gtest.h>
 
@@ -176,16 +176,6 @@ TEST(CaseCheck, KeyStatusesProblemsAndWarnings) {
         EXPECT_EQ(std::ranges::count_if(in[0] == 'E' ? q.errors : q.warnings,
                                         [&](auto& w) { return w.find(line) != w.npos; }),
                   *line ? 1 : 0) << recipe;
-    }
-}
-
-TEST(BundledRecipes, BuildAndCheckCleanly) {
-    for (const std::string name : {"flat", "dune"}) {
-        const Case c = buildcase(readrecipe(RIFFLE_TEST_SOURCE_DIR "/cases/" + name + ".recipe"));
-        const Report r = checkcase(asstored(c.conditions), c.bed);
-        const int cells = (c.bed.ni - 1) * (c.bed.nj - 1);
-        EXPECT_EQ(std::tuple(r.problems() + r.warnings.size(), c.output, cells),
-                  std::tuple(0u, name + ".cgns", 64 * 16)) << name;
     }
 }
 
