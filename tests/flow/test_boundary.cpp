@@ -82,6 +82,7 @@ double fxfor(Storage& st, double discharge) {
 TEST(Forces, GainOnTheFlowRateDeficitOverTheWetHeight) {
     Storage st = testsupport::box(4, 4, 5, 1.0, 0.25, 0.2);
     st.iflagu.fill(ibm::fluid);
+    st.zb.fill(0.0);
     st.gravity = 9.81, st.fy = 3.0;
     EXPECT_DOUBLE_EQ(fxfor(st, 0.37), 37.0);  // at rest: 100 per unit of deficit
     EXPECT_TRUE(st.fy == 0.0 && st.fz == -9.81);
