@@ -132,6 +132,53 @@ void writecasefile(const std::string& path, const BedGrid& bed,
     temporary.kept = true;
 }
 
+void writeresultsfile(const std::string& path, int ni, int nj, int nk, const double* x,
+                      const double* y, const double* z, double time,
+                      const std::vector<NodeField>& fields, const std::string& notesnode,
+                      const std::vector<std::pair<std::string, double>>& notes) {
+    TemporaryFile temporary{path + ".tmp" + std::to_string(::getpid())};
+    {
+        OpenFile file;
+        check(cg_open(temporary.path.c_str(), CG_MODE_WRITE, &file.fn), path,
+              "creating " + temporary.path);
+        const int fn = file.fn;
+        int B = 0, Z = 0, C = 0, S = 0, F = 0;
+        check(cg_base_write(fn, cu::flow_base, 3, 3, &B), path, "writing base /Flow");
+        const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
+        check(cg_zone_write(fn, B, cu::box_zone, size, Structured, &Z), path, "writing zone Box");
+        for (const auto& [name, values] : {std::pair{"CoordinateX", x}, {"CoordinateY", y},
+                                           {"CoordinateZ", z}})
+            check(cg_coord_write(fn, B, Z, RealDouble, name, values, &C), path, name);
+        check(cg_biter_write(fn, B, cu::base_iter_node, 1), path, "writing the time");
+        const cgsize_t one = 1;
+        check(cg_goto(fn, B, "BaseIterativeData_t", 1, "end"), path, "writing the time");
+        check(cg_array_write(cu::time_values, RealDouble, 1, &one, &time), path, "the time");
+        check(cg_ziter_write(fn, B, Z, cu::zone_iter_node), path, "writing the pointers");
+        check(cg_goto(fn, B, "Zone_t", Z, "ZoneIterativeData_t", 1, "end"), path, "pointers");
+        std::string pointer = std::string(cu::sol_prefix) + "1";
+        pointer.resize(32, ' ');
+        const cgsize_t pdims[2] = {32, 1};
+        check(cg_array_write(cu::sol_pointers, Character, 2, pdims, pointer.data()), path,
+              "writing the pointers");
+        check(cg_sol_write(fn, B, Z, (std::string(cu::sol_prefix) + "1").c_str(), Vertex, &S),
+              path, "writing the solution");
+        for (const NodeField& f : fields)
+            check(cg_field_write(fn, B, Z, S, RealDouble, f.name.c_str(), f.values, &F), path,
+                  "writing " + f.name);
+        check(cg_goto(fn, B, "end"), path, "going to /Flow");
+        check(cg_user_data_write(notesnode.c_str()), path, "writing " + notesnode);
+        check(cg_goto(fn, B, notesnode.c_str(), 0, "end"), path, "going to " + notesnode);
+        for (const auto& [name, value] : notes)
+            check(cg_array_write(name.c_str(), RealDouble, 1, &one, &value), path, name);
+        file.fn = 0;
+        check(cg_close(fn), path, "closing " + temporary.path);
+    }
+    std::error_code ec;
+    std::filesystem::rename(temporary.path, path, ec);
+    if (ec) fail(path, "renaming " + temporary.path + " into place", ec.message());
+    temporary.kept = true;
+}
+
 std::vector<StoredCondition> listconditions(const std::string& path) {
     OpenFile file;
     openforreading(path, file);

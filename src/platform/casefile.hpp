@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -33,6 +34,22 @@ struct BedGrid {
 // never leaves a half-made case. Throws CaseFileError.
 void writecasefile(const std::string& path, const BedGrid& bed,
                    const std::vector<Condition>& conditions);
+
+// One node field of a results file: its name and ni*nj*nk values, i fastest.
+struct NodeField {
+    std::string name;
+    const double* values;
+};
+
+// Writes a results file at `path` (replacing any file there) in the layout of a case file's
+// results (base /Flow, zone Box of ni x nj x nk nodes with coordinates x, y, z, one solution
+// FlowSolution1 at `time` holding `fields`), so that viewers open it as they open a case. Each
+// of `notes` is stored as an R8(1) array under the UserDefinedData_t /Flow/`notesnode`. Written
+// to a temporary name beside `path` and renamed into place. Throws CaseFileError.
+void writeresultsfile(const std::string& path, int ni, int nj, int nk, const double* x,
+                      const double* y, const double* z, double time,
+                      const std::vector<NodeField>& fields, const std::string& notesnode,
+                      const std::vector<std::pair<std::string, double>>& notes);
 
 // What is stored under a condition's key, for reports: its CGNS data type ("Integer",
 // "RealDouble", "Character", ...), its length and, where the type is one of the three, its value.

@@ -22,9 +22,10 @@ struct KeySpec {
     WhenOp op = WhenOp::always;
     std::string_view when{};
     int whenvalue = 0;
+    bool optional = false;  // may be absent: the feature it switches is then off
 };
 
-inline constexpr std::array<KeySpec, 44> conditionkeys{{
+inline constexpr std::array<KeySpec, 46> conditionkeys{{
     {"kmaxItm", KeyType::integer, "kmax", "vertical cells as a power of two: kmax = 2^n (n outside 0..31 gives 0)"},
     {"zminItm", KeyType::real, "zmin", "bottom of the computational box (m)"},
     {"zmaxItm", KeyType::real, "zmax", "top of the box, the water surface (m)"},
@@ -46,6 +47,8 @@ inline constexpr std::array<KeySpec, 44> conditionkeys{{
     {"amplitudeItm", KeyType::real, "amplitude", "amplitude of the initial disturbance (m/s)", WhenOp::equal, "iPerturbItmItm", 1},
     {"iBedPerturbItm", KeyType::integer, "ibedperturb", "1: roughen the bed with random bumps"},
     {"BAmplitudeItm", KeyType::real, "BAmplitude", "amplitude of the bed bumps (m)", WhenOp::equal, "iBedPerturbItm", 1},
+    {"StatisticsItm", KeyType::integer, "stats.enabled", "1: running flow statistics at the nodes (means, second moments, eddy viscosity) into outpath/outfile_stats.cgns at each result write; optional, absent: off", WhenOp::always, {}, 0, true},
+    {"StatStartItm", KeyType::real, "stats.start", "time (s) from which every step is added to the statistics", WhenOp::equal, "StatisticsItm", 1, true},
     {"starttimeItm", KeyType::real, "time", "start time (s)"},
     {"endtimeItm", KeyType::real, "endtime", "end time (s)"},
     {"HotstartItm", KeyType::integer, "(local)", "1: start from a restart file"},

@@ -31,6 +31,7 @@
 #include "run/initial_m.hpp"
 #include "run/messages.hpp"
 #include "run/restart_m.hpp"
+#include "run/statistics_m.hpp"
 #include "run/tecplot_m.hpp"
 
 namespace riffle {
@@ -243,6 +244,8 @@ void startup(Storage& st, NodeArrays& nodes) {
     }
     buildzb(st, nodes.elev);
 
+    readstatistics(st);  // before a restart file, which may carry the running sums
+
     st.istep = 0;
     readreal("starttimeItm", st.time);
     readreal("endtimeItm", st.endtime);
@@ -358,6 +361,7 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
         for (;;) {
             advance(st, &t);
             ++t.steps;
+            if (st.stats.enabled == 1) t.time("statistics", [&] { addsample(st, nodes); });
             progress.beforereport();
             stepreport(st);
             progress.afterreport(st.istep, st.time);
@@ -365,6 +369,7 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
                 t.time("case-file output", [&] {
                     pressure::vorticity(st);
                     writeresults(st, nodes);
+                    if (st.stats.enabled == 1) writestatistics(st, nodes);
                 });
             }
             if (st.hotout == 1 && crossed(st.time, told, st.dthotout)) {

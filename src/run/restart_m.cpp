@@ -172,6 +172,10 @@ public:
         if (p_ != end_) ++p_;
     }
     [[nodiscard]] std::size_t remaining() const { return static_cast<std::size_t>(end_ - p_); }
+    // Only blanks and line ends left.
+    [[nodiscard]] bool atend() const {
+        return std::all_of(p_, end_, [](char c) { return separator(c); });
+    }
     // After the last record: nothing but blanks and line ends may follow.
     void finish() {
         while (p_ != end_ && separator(*p_)) ++p_;
@@ -238,6 +242,23 @@ public:
     void point(std::size_t n, const std::array<double, 6>& v) {
         for (std::size_t a = 0; a < v.size(); ++a) st_.ptdata[a][n] = v[a];
     }
+    // The running sums of the statistics, kept when this run has them on (and started afresh,
+    // zero, when the file has none); a run without them passes over them.
+    void statistics(long long samples, double first, double last) {
+        if (st_.stats.enabled != 1) return;
+        st_.stats.samples = samples;
+        st_.stats.first = first;
+        st_.stats.last = last;
+    }
+    void statisticsnode(int i, int j, int k, const std::array<double, 11>& v) {
+        if (st_.stats.enabled != 1) return;
+        for (std::size_t m = 0; m < v.size(); ++m) st_.stats.sum[m](i, j, k) = v[m];
+    }
+    // The pressure, which a run with statistics continues (the mean pressure goes on); a run
+    // without them starts it afresh from zero, as from any restart file.
+    void pressure(int i, int j, int k, double v) {
+        if (st_.stats.enabled == 1) st_.p(i, j, k) = v;
+    }
 
 private:
     Storage& st_;
@@ -251,6 +272,9 @@ struct DiscardValues {
     void bed(int, int, double) {}
     void pointcount(int) {}
     void point(std::size_t, const std::array<double, 6>&) {}
+    void statistics(long long, double, double) {}
+    void statisticsnode(int, int, int, const std::array<double, 11>&) {}
+    void pressure(int, int, int, double) {}
 };
 
 // The records of a restart file for the grid `g`, in the order restartwrite writes them, each
@@ -308,6 +332,36 @@ void parserecords(std::string_view text, const Layout& g, Sink& sink) {
         for (double& v : six) v = in.real();
         in.endrecord();
         sink.point(n, six);
+    }
+
+    // The running sums of the statistics, when the run that wrote the file had them on: the
+    // sample count and the times of the first and last sample, the eleven sums of each node, and
+    // the pressure of each cell.
+    if (!in.atend()) {
+        const int samples = in.integer();
+        const double first = in.real();
+        const double last = in.real();
+        in.endrecord();
+        if (samples < 0) in.fail(messages::restart_bad_count, std::to_string(samples));
+        sink.statistics(samples, first, last);
+        std::array<double, 11> eleven{};
+        for (int k = 0; k <= g.kmax; ++k) {
+            for (int j = 0; j <= g.jmax; ++j) {
+                for (int i = 0; i <= g.imax; ++i) {
+                    for (double& v : eleven) v = in.real();
+                    in.endrecord();
+                    sink.statisticsnode(i, j, k, eleven);
+                }
+            }
+        }
+        for (int k = 0; k <= g.kmax + 1; ++k) {
+            for (int j = 0; j <= g.jmax + 1; ++j) {
+                for (int i = 0; i <= g.imax + 1; ++i) {
+                    sink.pressure(i, j, k, in.real());
+                    in.endrecord();
+                }
+            }
+        }
     }
     in.finish();
 }
@@ -391,6 +445,35 @@ void restartwrite(const Storage& st, int istep, double time, const std::string& 
         const auto at = static_cast<std::size_t>(n);
         realrecord(buf, d[0][at], d[1][at], d[2][at], d[3][at], d[4][at], d[5][at]);
         out.maybeflush();
+    }
+
+    if (st.stats.enabled == 1) {
+        const Storage::StatisticSums& s = st.stats;
+        buf += ' ';
+        appendint(buf, static_cast<int>(s.samples));
+        buf += ' ';
+        appendreal(buf, s.first);
+        buf += ' ';
+        appendreal(buf, s.last);
+        buf += '\n';
+        const auto& a = s.sum;
+        for (int k = 0; k <= kmax; ++k) {
+            for (int j = 0; j <= jmax; ++j) {
+                for (int i = 0; i <= imax; ++i) {
+                    realrecord(buf, a[0](i, j, k), a[1](i, j, k), a[2](i, j, k), a[3](i, j, k),
+                               a[4](i, j, k), a[5](i, j, k), a[6](i, j, k), a[7](i, j, k),
+                               a[8](i, j, k), a[9](i, j, k), a[10](i, j, k));
+                }
+                out.maybeflush();
+            }
+        }
+        const auto pressure = st.p.cview();
+        for (int k = 0; k <= kmax + 1; ++k) {
+            for (int j = 0; j <= jmax + 1; ++j) {
+                for (int i = 0; i <= imax + 1; ++i) realrecord(buf, pressure(i, j, k));
+                out.maybeflush();
+            }
+        }
     }
     out.close();
 

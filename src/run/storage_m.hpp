@@ -103,6 +103,18 @@ struct Storage {
     std::array<std::vector<double>, 6> ptdata;
     std::vector<std::int32_t> ptindex;
 
+    // Running sums of the flow statistics at the grid nodes (statistics_m.hpp); the fields are
+    // allocated only when the statistics are switched on.
+    struct StatisticSums {
+        int enabled = 0;    // "StatisticsItm" = 1
+        double start = 0.0; // "StatStartItm": steps ending at or after it are sampled
+        long long samples = 0;
+        double first = 0.0, last = 0.0; // times of the first and the last sample
+        // u v w p uu vv ww uw uv vw nut, summed node by node over the samples (0 where the
+        // node is at or below the bed, where nothing is added)
+        std::array<Field3d, 11> sum;
+    } stats;
+
     [[nodiscard]] mglevel& mg(int l) { return mglevels[static_cast<std::size_t>(-l)]; }
     [[nodiscard]] const mglevel& mg(int l) const { return mglevels[static_cast<std::size_t>(-l)]; }
 };

@@ -1,5 +1,5 @@
-"""End to end: a run continued from its restart file ends with the same velocities, bit for bit
-on one thread, as the same run made in one go; TimeInitialItm = 0 restarts the clock; a damaged
+"""End to end: a run continued from its restart file ends with the same velocities and running
+statistics, bit for bit on one thread, as the same run made in one go; TimeInitialItm = 0 restarts the clock; a damaged
 restart file stops the run with the saved-results error and leaves the case file as it was."""
 
 import os
@@ -12,7 +12,7 @@ from e2e_common import CaseTest, Paths, main, run
 BASE = {"xmax": 0.4, "ymax": 0.1, "ni": 17, "nj": 5, "bed": "dunes", "height": 0.02,
         "length": 0.4, "kmaxItm": 3, "zmaxItm": 0.1, "velocity": 0.3, "timetypeItm": 1,
         "timestepItm": 0.0078125, "OTimeItm": 1.0, "HotoutItm": 1, "dtHotoutItm": 0.125,
-        "outpathItm": "."}
+        "outpathItm": ".", "StatisticsItm": 1, "StatStartItm": 0.05}
 
 
 class Restart(CaseTest):
@@ -51,6 +51,15 @@ class Restart(CaseTest):
         self.assertEqual(t1, t2)
         for a, b in zip(whole_v, cont_v):
             np.testing.assert_array_equal(a, b)
+        # The statistics go on averaging through the restart file: the same bits as in one go.
+        stats = [h5py.File(os.path.join(self.dir, n + "_stats.cgns"), "r") for n in ("whole", "second")]
+        notes = [{k: s["Flow/Statistics"][k][" data"][0] for k in ("StartTime", "Samples")}
+                 for s in stats]
+        self.assertEqual(notes[0], notes[1])
+        self.assertEqual(notes[0]["Samples"], 26)  # steps 7 to 32 end at or after 0.05 s
+        sols = [s["Flow/Box/FlowSolution1"] for s in stats]
+        for name in sols[0]:
+            np.testing.assert_array_equal(sols[0][name][" data"][()], sols[1][name][" data"][()])
 
         # TimeInitialItm = 0: the same fields, but the clock and the count start again at 0.
         fresh = self.case("fresh", endtimeItm=0.01, HotstartItm=1, StartfileItm="first.dat",

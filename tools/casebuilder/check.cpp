@@ -166,6 +166,8 @@ Report checkcase(const std::vector<platform::StoredCondition>& stored,
         const bool ok = k.readable;
         if (!read)
             k.status = Status::notread;
+        else if (s == stored.end() && cond.optional)
+            k.status = Status::notread, k.reason = "absent (optional: off)";
         else if (s == stored.end())
             k.status = Status::missing;
         else

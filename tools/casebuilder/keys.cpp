@@ -71,6 +71,8 @@ constexpr std::array<ConditionDefault, conditionkeys.size()> conditiondefaults{{
     {"amplitudeItm", {0.0}},
     {"iBedPerturbItm", {0}},
     {"BAmplitudeItm", {0.0}},
+    {"StatisticsItm", {0}},
+    {"StatStartItm", {0.0}},
     {"starttimeItm", {0.0}},
     {"endtimeItm", {2.0}},
     {"HotstartItm", {0}},
