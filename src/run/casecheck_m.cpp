@@ -181,6 +181,9 @@ std::vector<std::string> caseproblems(const CaseInput& in) {
     }
     if (int32view(p.held("iPerturbItmItm")) == 1) p.finite("amplitudeItm", "the perturbation amplitude");
     if (p.held("iBedPerturbItm", true) == 1) p.finite("BAmplitudeItm", "the bed perturbation amplitude");
+    if (p.held("StatisticsItm", true) == 1) {
+        p.finite("StatStartItm", "the start time of the statistics");
+    }
     p.finite("starttimeItm", "the start time");
     p.finite("endtimeItm", "the end time");
     p.positive("OTimeItm", "the interval of result writes");

@@ -14,7 +14,7 @@ from e2e_common import CaseTest, Paths, main, run
 
 RECIPE = ("xmax = 0.4\nymax = 0.1\nni = 17\nnj = 5\nbed = dunes\nheight = 0.02\nlength = 0.4\n"
           "kmaxItm = 3\nzmaxItm = 0.1\nvelocity = 0.3\ntimetypeItm = 1\ntimestepItm = 0.01\n"
-          "endtimeItm = 0.02\nOTimeItm = 0.01\n")
+          "endtimeItm = 0.02\nOTimeItm = 0.01\nStatisticsItm = 1\n")
 
 MISSING = "is missing (read as 0)"
 KMAX = "2^kmaxItm vertical cells must number at least 2 and at most 2^30, so kmaxItm must lie in 1..30"
@@ -32,6 +32,7 @@ CASES = [
     ("timestepItm", -0.001, '"timestepItm" = -0.001: the fixed time step must be a positive number'),
     ("endtimeItm", np.inf, '"endtimeItm" = inf: the end time must be a finite number'),
     ("OTimeItm", 0.0, '"OTimeItm" = 0: the interval of result writes must be a positive number'),
+    ("StatStartItm", np.nan, '"StatStartItm" = nan: the start time of the statistics must be a finite number'),
 ]
 
 
