@@ -244,11 +244,12 @@ public:
     }
     // The running sums of the statistics, kept when this run has them on (and started afresh,
     // zero, when the file has none); a run without them passes over them.
-    void statistics(long long samples, double first, double last) {
+    void statistics(long long samples, double first, double last, double sumfx) {
         if (st_.stats.enabled != 1) return;
         st_.stats.samples = samples;
         st_.stats.first = first;
         st_.stats.last = last;
+        st_.stats.sumfx = sumfx;
     }
     void statisticsnode(int i, int j, int k, const std::array<double, 11>& v) {
         if (st_.stats.enabled != 1) return;
@@ -272,7 +273,7 @@ struct DiscardValues {
     void bed(int, int, double) {}
     void pointcount(int) {}
     void point(std::size_t, const std::array<double, 6>&) {}
-    void statistics(long long, double, double) {}
+    void statistics(long long, double, double, double) {}
     void statisticsnode(int, int, int, const std::array<double, 11>&) {}
     void pressure(int, int, int, double) {}
 };
@@ -335,15 +336,16 @@ void parserecords(std::string_view text, const Layout& g, Sink& sink) {
     }
 
     // The running sums of the statistics, when the run that wrote the file had them on: the
-    // sample count and the times of the first and last sample, the eleven sums of each node, and
-    // the pressure of each cell.
+    // sample count, the times of the first and last sample and the sum of the driving
+    // acceleration, the eleven sums of each node, and the pressure of each cell.
     if (!in.atend()) {
         const int samples = in.integer();
         const double first = in.real();
         const double last = in.real();
+        const double sumfx = in.real();
         in.endrecord();
         if (samples < 0) in.fail(messages::restart_bad_count, std::to_string(samples));
-        sink.statistics(samples, first, last);
+        sink.statistics(samples, first, last, sumfx);
         std::array<double, 11> eleven{};
         for (int k = 0; k <= g.kmax; ++k) {
             for (int j = 0; j <= g.jmax; ++j) {
@@ -455,6 +457,8 @@ void restartwrite(const Storage& st, int istep, double time, const std::string& 
         appendreal(buf, s.first);
         buf += ' ';
         appendreal(buf, s.last);
+        buf += ' ';
+        appendreal(buf, s.sumfx);
         buf += '\n';
         const auto& a = s.sum;
         for (int k = 0; k <= kmax; ++k) {

@@ -21,6 +21,7 @@ void allocatestatistics(Storage& st) {
         a.fill(0.0);
     }
     st.stats.samples = 0;
+    st.stats.sumfx = 0.0;
 }
 
 void readstatistics(Storage& st) {
@@ -55,6 +56,7 @@ void addsample(Storage& st, NodeArrays& nodes) {
     }
     if (s.samples == 0) s.first = st.time;
     s.last = st.time;
+    s.sumfx += st.fx;
     ++s.samples;
 }
 
@@ -107,7 +109,10 @@ void writestatistics(const Storage& st, const NodeArrays& nodes) {
                                    y.data(), nodes.z3.data(), st.time, named, "Statistics",
                                    {{"StartTime", st.stats.first},
                                     {"EndTime", st.stats.last},
-                                    {"Samples", static_cast<double>(st.stats.samples)}});
+                                    {"Samples", static_cast<double>(st.stats.samples)},
+                                    {"MeanForceX", st.stats.samples > 0
+                                                       ? st.stats.sumfx / static_cast<double>(st.stats.samples)
+                                                       : 0.0}});
     } catch (const platform::CaseFileError& e) {
         throw std::runtime_error(e.what());
     }

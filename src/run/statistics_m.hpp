@@ -40,8 +40,8 @@ void addsample(Storage& st, NodeArrays& nodes);
 // The file name trim(outpath)/trim(outfile) + "_stats.cgns".
 [[nodiscard]] std::string statisticsfilename(const Storage& st);
 
-// Writes the statistics file (see statisticfields), with the averaging window and the sample
-// count under /Flow/Statistics. Throws std::runtime_error naming the file when it cannot.
+// Writes the statistics file (see statisticfields), with the averaging window, the sample count
+// and the mean driving acceleration in x (MeanForceX, m/s^2) under /Flow/Statistics. Throws std::runtime_error naming the file when it cannot.
 void writestatistics(const Storage& st, const NodeArrays& nodes);
 
 }  // namespace riffle

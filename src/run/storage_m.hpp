@@ -110,6 +110,7 @@ struct Storage {
         double start = 0.0; // "StatStartItm": steps ending at or after it are sampled
         long long samples = 0;
         double first = 0.0, last = 0.0; // times of the first and the last sample
+        double sumfx = 0.0;             // the driving acceleration fx, summed over the samples
         // u v w p uu vv ww uw uv vw nut, summed node by node over the samples (0 where the
         // node is at or below the bed, where nothing is added)
         std::array<Field3d, 11> sum;

@@ -53,7 +53,8 @@ class Restart(CaseTest):
             np.testing.assert_array_equal(a, b)
         # The statistics go on averaging through the restart file: the same bits as in one go.
         stats = [h5py.File(os.path.join(self.dir, n + "_stats.cgns"), "r") for n in ("whole", "second")]
-        notes = [{k: s["Flow/Statistics"][k][" data"][0] for k in ("StartTime", "Samples")}
+        notes = [{k: s["Flow/Statistics"][k][" data"][0] for k in ("StartTime", "Samples",
+                                                                   "MeanForceX")}
                  for s in stats]
         self.assertEqual(notes[0], notes[1])
         self.assertEqual(notes[0]["Samples"], 26)  # steps 7 to 32 end at or after 0.05 s

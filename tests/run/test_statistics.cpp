@@ -40,6 +40,7 @@ struct Sampled {
     // A uniform flow (u, v, w, p, nut) at time t.
     void sample(double t, double u, double v, double w, double p, double nut) {
         st.time = t;
+        st.fx = 0.1 * u;
         st.u.fill(u), st.v.fill(v), st.w.fill(w), st.p.fill(p), st.nut.fill(nut);
         addsample(st, nodes);
     }
@@ -68,6 +69,7 @@ TEST(Statistics, MeansAndMomentsOfAHandMadeSequence) {
     EXPECT_EQ(r.st.stats.samples, 4);
     EXPECT_EQ(r.st.stats.first, 1.0);
     EXPECT_EQ(r.st.stats.last, 2.5);
+    EXPECT_DOUBLE_EQ(r.st.stats.sumfx, 0.1 + 0.2 + 0.3 + 0.6);
 }
 
 TEST(Statistics, RestartCarriesTheSumsBitForBit) {
@@ -90,6 +92,7 @@ TEST(Statistics, RestartCarriesTheSumsBitForBit) {
     play(second, 2, 4);
     EXPECT_EQ(second.st.stats.samples, 4);
     EXPECT_EQ(second.st.stats.first, 1.0);
+    EXPECT_EQ(second.st.stats.sumfx, one.st.stats.sumfx);
     for (std::size_t m = 0; m < 11; ++m) {
         const Field3d &a = one.st.stats.sum[m], &b = second.st.stats.sum[m];
         EXPECT_EQ(std::memcmp(a.data(), b.data(), a.size() * sizeof(double)), 0) << m;
