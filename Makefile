@@ -4,7 +4,7 @@ BUILD_DEBUG ?= build-debug
 JOBS        ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build debug test test-release test-debug demo bench clean
+.PHONY: all deps build debug test test-release test-debug demo bench validate clean
 
 all: build
 
@@ -31,6 +31,10 @@ test-debug: debug
 
 demo: deps build
 	./tools/demo.sh $(BUILD)
+
+# The validation tier (not part of `make test`): the coarse grids, or with FINE=1 the fine ones too.
+validate: deps
+	FINE=$(FINE) ./validation/run.sh $(abspath $(BUILD))
 
 bench: deps
 	./bench/run.sh
