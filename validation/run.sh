@@ -6,8 +6,9 @@
 #                                          cores; minutes on sixteen)
 #   CASES="flat-coarse" validation/run.sh  only the named cases
 # Each case runs on every core of the machine (OMP_NUM_THREADS = nproc unless set). A case whose
-# statistics file is newer than its recipe and the solver is not run again, so an interrupted
-# tier goes on where it stopped; remove validation/out/CASE* to run a case afresh. The runs may be
+# statistics file is newer than its recipe is not run again (only drawn), so an interrupted tier
+# goes on where it stopped; after a change of the solver, run with RERUN=1 (or remove
+# validation/out/CASE*) to run the cases afresh. The runs may be
 # left to go on in the background: nohup validation/run.sh > validation/out/tier.log 2>&1 &
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -29,7 +30,7 @@ for c in $cases; do
     recipe=$root/validation/$c.recipe
     [ -f "$recipe" ] || { echo "validation: no recipe $recipe" >&2; exit 1; }
     stats=$out/${c}_stats.cgns
-    if [ ! -f "$stats" ] || [ "$recipe" -nt "$stats" ] || [ "$riffle" -nt "$stats" ]; then
+    if [ "${RERUN:-0}" = 1 ] || [ ! -f "$stats" ] || [ "$recipe" -nt "$stats" ]; then
         echo "== $c: running (progress: $out/$c.log)"
         (cd "$out" && "$riffle_case" "$recipe" -o "$c.cgns" > /dev/null)
         start=$(date +%s)
