@@ -5,9 +5,9 @@
 #   FINE=1 validation/run.sh [BUILD_DIR]   the fine grids too (flat-fine, dune-fine: hours on two
 #                                          cores; minutes on sixteen)
 #   CASES="flat-coarse" validation/run.sh  only the named cases
-# Each case runs on every core of the machine (OMP_NUM_THREADS = nproc unless set). A case whose
-# statistics file is newer than its recipe is not run again (only drawn), so an interrupted tier
-# goes on where it stopped; after a change of the solver, run with RERUN=1 (or remove
+# Each case runs on every core of the machine (OMP_NUM_THREADS = nproc unless set). A case that
+# ran to its end (validation/out/CASE.runtime) after its recipe last changed is not run again,
+# only drawn, so an interrupted tier goes on where it stopped; after a change of the solver, run with RERUN=1 (or remove
 # validation/out/CASE*) to run the cases afresh. The runs may be
 # left to go on in the background: nohup validation/run.sh > validation/out/tier.log 2>&1 &
 set -euo pipefail
@@ -30,13 +30,15 @@ for c in $cases; do
     recipe=$root/validation/$c.recipe
     [ -f "$recipe" ] || { echo "validation: no recipe $recipe" >&2; exit 1; }
     stats=$out/${c}_stats.cgns
-    if [ "${RERUN:-0}" = 1 ] || [ ! -f "$stats" ] || [ "$recipe" -nt "$stats" ]; then
+    done=$out/$c.runtime
+    if [ "${RERUN:-0}" = 1 ] || [ ! -f "$done" ] || [ "$recipe" -nt "$done" ]; then
         echo "== $c: running (progress: $out/$c.log)"
+        rm -f "$done"
         (cd "$out" && "$riffle_case" "$recipe" -o "$c.cgns" > /dev/null)
         start=$(date +%s)
         (cd "$out" && "$riffle" "$c.cgns" > "$c.log")
         seconds=$(( $(date +%s) - start ))
-        echo "$seconds s on $OMP_NUM_THREADS threads of $(nproc) cores, $machine" > "$out/$c.runtime"
+        echo "$seconds s on $OMP_NUM_THREADS threads of $(nproc) cores, $machine" > "$done"
     fi
     echo "== $c: statistics"
     /usr/bin/python3 "$root/tools/riffle-stats" "$stats" "$out/$c.cgns" -o "$out" \
