@@ -40,11 +40,16 @@ for c in $cases; do
         seconds=$(( $(date +%s) - start ))
         echo "$seconds s on $OMP_NUM_THREADS threads of $(nproc) cores, $machine" > "$done"
     fi
-    echo "== $c: statistics"
-    /usr/bin/python3 "$root/tools/riffle-stats" "$stats" "$out/$c.cgns" -o "$out" \
-        > "$out/$c.stats.txt"
-    cp "$out"/"$c"*.png "$figures"/ 2>/dev/null || true
-    cat "$out/$c.stats.txt"
+    if [ -f "$root/tools/riffle-stats" ]; then
+        echo "== $c: statistics"
+        /usr/bin/python3 "$root/tools/riffle-stats" "$stats" "$out/$c.cgns" -o "$out" \
+            > "$out/$c.stats.txt"
+        cp "$out"/"$c"*.png "$figures"/ 2>/dev/null || true
+        cat "$out/$c.stats.txt"
+    else
+        echo "== $c: tools/riffle-stats is not there yet: statistics in validation/out/${c}_stats.cgns" \
+            | tee "$out/$c.stats.txt"
+    fi
 done
 
 # The report: for each case run so far, its grid, machine and run time, what riffle-stats
