@@ -103,6 +103,27 @@ void openforreading(const std::string& path, OpenFile& file) {
     check(cu::openfile(path, CG_MODE_READ, file.fn), path, "opening");
 }
 
+// Makes a new CGNS file at `path` through `write` (given the open file), under a temporary name
+// beside `path` that is renamed into place at the end: the rename within one folder is atomic,
+// so an interrupted write never leaves a half-made file at `path`.
+template <class Write>
+void writeatomically(const std::string& path, Write write) {
+    TemporaryFile temporary{path + ".tmp" + std::to_string(::getpid())};
+    {
+        OpenFile file;
+        check(cg_open(temporary.path.c_str(), CG_MODE_WRITE, &file.fn), path,
+              "creating " + temporary.path);
+        write(file.fn);
+        const int fn = file.fn;
+        file.fn = 0;
+        check(cg_close(fn), path, "closing " + temporary.path);
+    }
+    std::error_code ec;
+    std::filesystem::rename(temporary.path, path, ec);
+    if (ec) fail(path, "renaming " + temporary.path + " into place", ec.message());
+    temporary.kept = true;
+}
+
 }  // namespace
 
 void writecasefile(const std::string& path, const BedGrid& bed,
@@ -114,34 +135,14 @@ void writecasefile(const std::string& path, const BedGrid& bed,
              "arrays must hold ni*nj = " + std::to_string(bed.ni) + "*" +
                  std::to_string(bed.nj) + " values each");
     }
-    // Written under a temporary name beside the target and renamed into place: the rename within
-    // one folder is atomic, so an interrupted write never leaves a half-made case at `path`.
-    TemporaryFile temporary{path + ".tmp" + std::to_string(::getpid())};
-    {
-        OpenFile file;
-        check(cg_open(temporary.path.c_str(), CG_MODE_WRITE, &file.fn), path,
-              "creating " + temporary.path);
-        writecase(file.fn, path, bed, conditions);
-        const int fn = file.fn;
-        file.fn = 0;
-        check(cg_close(fn), path, "closing " + temporary.path);
-    }
-    std::error_code ec;
-    std::filesystem::rename(temporary.path, path, ec);
-    if (ec) fail(path, "renaming " + temporary.path + " into place", ec.message());
-    temporary.kept = true;
+    writeatomically(path, [&](int fn) { writecase(fn, path, bed, conditions); });
 }
 
 void writeresultsfile(const std::string& path, int ni, int nj, int nk, const double* x,
                       const double* y, const double* z, double time,
                       const std::vector<NodeField>& fields, const std::string& notesnode,
                       const std::vector<std::pair<std::string, double>>& notes) {
-    TemporaryFile temporary{path + ".tmp" + std::to_string(::getpid())};
-    {
-        OpenFile file;
-        check(cg_open(temporary.path.c_str(), CG_MODE_WRITE, &file.fn), path,
-              "creating " + temporary.path);
-        const int fn = file.fn;
+    writeatomically(path, [&](int fn) {
         int B = 0, Z = 0, C = 0, S = 0, F = 0;
         check(cg_base_write(fn, cu::flow_base, 3, 3, &B), path, "writing base /Flow");
         const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
@@ -170,13 +171,7 @@ void writeresultsfile(const std::string& path, int ni, int nj, int nk, const dou
         check(cg_goto(fn, B, notesnode.c_str(), 0, "end"), path, "going to " + notesnode);
         for (const auto& [name, value] : notes)
             check(cg_array_write(name.c_str(), RealDouble, 1, &one, &value), path, name);
-        file.fn = 0;
-        check(cg_close(fn), path, "closing " + temporary.path);
-    }
-    std::error_code ec;
-    std::filesystem::rename(temporary.path, path, ec);
-    if (ec) fail(path, "renaming " + temporary.path + " into place", ec.message());
-    temporary.kept = true;
+    });
 }
 
 std::vector<StoredCondition> listconditions(const std::string& path) {
