@@ -159,40 +159,19 @@ void storeold(Storage& st) {
 }
 
 void nodeaveraging(const Storage& st, NodeArrays& nodes) {
-    const auto& u = st.u;
-    const auto& v = st.v;
-    const auto& w = st.w;
-    const auto& p = st.p;
-    const auto& vort = st.vort;
-    const auto& qc = st.qc;
-    const auto eightcells = [](const Field3d& a, int i, int j, int k) {
-        return 0.125 * (a(i, j, k) + a(i + 1, j, k) + a(i, j + 1, k) + a(i + 1, j + 1, k) +
-                        a(i, j, k + 1) + a(i + 1, j, k + 1) + a(i, j + 1, k + 1) +
-                        a(i + 1, j + 1, k + 1));
-    };
     // Every node is averaged on its own, so the planes can be shared among threads.
 #pragma omp parallel for schedule(static)
     for (int k = 0; k <= st.kmax; ++k) {
         for (int j = 0; j <= st.jmax; ++j) {
             for (int i = 0; i <= st.imax; ++i) {
                 // The pressure is written everywhere, inside the bed too.
-                nodes.pnode(i, j, k) = eightcells(p, i, j, k);
-                if (nodes.elev(i, j) < nodes.z3(i, j, k)) {
-                    nodes.unode(i, j, k) = 0.25 * (u(i, j, k) + u(i, j + 1, k) + u(i, j, k + 1) +
-                                                   u(i, j + 1, k + 1));
-                    nodes.vnode(i, j, k) = 0.25 * (v(i, j, k) + v(i + 1, j, k) + v(i, j, k + 1) +
-                                                   v(i + 1, j, k + 1));
-                    nodes.wnode(i, j, k) = 0.25 * (w(i, j, k) + w(i + 1, j, k) + w(i, j + 1, k) +
-                                                   w(i + 1, j + 1, k));
-                    nodes.vortnode(i, j, k) = eightcells(vort, i, j, k);
-                    nodes.qnode(i, j, k) = eightcells(qc, i, j, k);
-                } else {
-                    nodes.unode(i, j, k) = 0.0;
-                    nodes.vnode(i, j, k) = 0.0;
-                    nodes.wnode(i, j, k) = 0.0;
-                    nodes.vortnode(i, j, k) = 0.0;
-                    nodes.qnode(i, j, k) = 0.0;
-                }
+                nodes.pnode(i, j, k) = eightcells(st.p, i, j, k);
+                const bool fluid = nodes.elev(i, j) < nodes.z3(i, j, k);
+                nodes.unode(i, j, k) = fluid ? nodeu(st.u, i, j, k) : 0.0;
+                nodes.vnode(i, j, k) = fluid ? nodev(st.v, i, j, k) : 0.0;
+                nodes.wnode(i, j, k) = fluid ? nodew(st.w, i, j, k) : 0.0;
+                nodes.vortnode(i, j, k) = fluid ? eightcells(st.vort, i, j, k) : 0.0;
+                nodes.qnode(i, j, k) = fluid ? eightcells(st.qc, i, j, k) : 0.0;
             }
         }
     }

@@ -87,6 +87,24 @@ void zerosolid(Storage& st);
 // changed since the last copy (always, unless the lists of forcing points are in use).
 void storeold(Storage& st);
 
+// Node (i, j, k) of the staggered grid sits at the corner shared by cells i..i+1, j..j+1, k..k+1:
+// a velocity component is the mean of the four faces around it, a cell-centred field the mean of
+// the eight cells.
+inline double nodeu(const Field3d& u, int i, int j, int k) {
+    return 0.25 * (u(i, j, k) + u(i, j + 1, k) + u(i, j, k + 1) + u(i, j + 1, k + 1));
+}
+inline double nodev(const Field3d& v, int i, int j, int k) {
+    return 0.25 * (v(i, j, k) + v(i + 1, j, k) + v(i, j, k + 1) + v(i + 1, j, k + 1));
+}
+inline double nodew(const Field3d& w, int i, int j, int k) {
+    return 0.25 * (w(i, j, k) + w(i + 1, j, k) + w(i, j + 1, k) + w(i + 1, j + 1, k));
+}
+inline double eightcells(const Field3d& a, int i, int j, int k) {
+    return 0.125 * (a(i, j, k) + a(i + 1, j, k) + a(i, j + 1, k) + a(i + 1, j + 1, k) +
+                    a(i, j, k + 1) + a(i + 1, j, k + 1) + a(i, j + 1, k + 1) +
+                    a(i + 1, j + 1, k + 1));
+}
+
 // Averages p, u, v, w, vort and qc from the staggered grid to the nodes. Nodes at or below the bed
 // get zero velocity, vorticity and Q; the pressure is averaged everywhere.
 void nodeaveraging(const Storage& st, NodeArrays& nodes);

@@ -31,26 +31,22 @@ void readstatistics(Storage& st) {
     allocatestatistics(st);
 }
 
-void addsample(Storage& st, NodeArrays& nodes) {
+void addsample(Storage& st, const NodeArrays& nodes) {
     Storage::StatisticSums& s = st.stats;
     if (s.enabled != 1 || !(st.time >= s.start)) return;
-    nodeaveraging(st, nodes);
-    const Field3d& nut = st.nut;
+    // The node values as the case file gets them (see nodeaveraging), at the fluid nodes only.
     // Every node is summed on its own, so the planes can be shared among threads.
 #pragma omp parallel for schedule(static)
     for (int k = 0; k <= st.kmax; ++k) {
         for (int j = 0; j <= st.jmax; ++j) {
             for (int i = 0; i <= st.imax; ++i) {
                 if (!(nodes.elev(i, j) < nodes.z3(i, j, k))) continue;  // at or below the bed
-                const double u = nodes.unode(i, j, k), v = nodes.vnode(i, j, k);
-                const double w = nodes.wnode(i, j, k);
-                const double n = 0.125 * (nut(i, j, k) + nut(i + 1, j, k) + nut(i, j + 1, k) +
-                                          nut(i + 1, j + 1, k) + nut(i, j, k + 1) +
-                                          nut(i + 1, j, k + 1) + nut(i, j + 1, k + 1) +
-                                          nut(i + 1, j + 1, k + 1));
-                const double add[11] = {u,     v,     w,     nodes.pnode(i, j, k), u * u, v * v,
-                                        w * w, u * w, u * v, v * w,                n};
-                for (int m = 0; m < 11; ++m) s.sum[static_cast<std::size_t>(m)](i, j, k) += add[m];
+                const double u = nodeu(st.u, i, j, k), v = nodev(st.v, i, j, k);
+                const double w = nodew(st.w, i, j, k);
+                const double add[11] = {u,     v,     w,     eightcells(st.p, i, j, k),
+                                        u * u, v * v, w * w, u * w,
+                                        u * v, v * w, eightcells(st.nut, i, j, k)};
+                for (std::size_t m = 0; m < s.sum.size(); ++m) s.sum[m](i, j, k) += add[m];
             }
         }
     }
@@ -67,7 +63,9 @@ std::array<std::vector<double>, 11> statisticfields(const Storage& st) {
     for (auto& a : out) a.assign(count, 0.0);
     if (s.samples == 0) return out;
     const double n = static_cast<double>(s.samples);
-    const auto mean = [&](int m, std::size_t at) { return s.sum[static_cast<std::size_t>(m)].data()[at] / n; };
+    const auto mean = [&](int m, std::size_t at) {
+        return s.sum[static_cast<std::size_t>(m)].data()[at] / n;
+    };
     // The sums are node arrays of exactly `count` values in the same order.
     for (std::size_t at = 0; at < count; ++at) {
         const double u = mean(su, at), v = mean(sv, at), w = mean(sw, at);
@@ -93,6 +91,7 @@ std::string statisticsfilename(const Storage& st) {
 void writestatistics(const Storage& st, const NodeArrays& nodes) {
     const auto fields = statisticfields(st);
     const std::size_t count = fields[0].size();
+    // The solver's grid is uniform in x and y: the node coordinates follow from its spacing.
     std::vector<double> x(count), y(count);
     for (int k = 0, at = 0; k <= st.kmax; ++k)
         for (int j = 0; j <= st.jmax; ++j)
@@ -104,15 +103,15 @@ void writestatistics(const Storage& st, const NodeArrays& nodes) {
     for (std::size_t m = 0; m < fields.size(); ++m)
         named.push_back({statisticnames[m], fields[m].data()});
     const std::string path = statisticsfilename(st);
+    const double samples = static_cast<double>(st.stats.samples);
+    const double meanforce = samples > 0.0 ? st.stats.sumfx / samples : 0.0;
     try {
         platform::writeresultsfile(path, st.imax + 1, st.jmax + 1, st.kmax + 1, x.data(),
                                    y.data(), nodes.z3.data(), st.time, named, "Statistics",
                                    {{"StartTime", st.stats.first},
                                     {"EndTime", st.stats.last},
-                                    {"Samples", static_cast<double>(st.stats.samples)},
-                                    {"MeanForceX", st.stats.samples > 0
-                                                       ? st.stats.sumfx / static_cast<double>(st.stats.samples)
-                                                       : 0.0}});
+                                    {"Samples", samples},
+                                    {"MeanForceX", meanforce}});
     } catch (const platform::CaseFileError& e) {
         throw std::runtime_error(e.what());
     }

@@ -31,7 +31,7 @@ void allocatestatistics(Storage& st);
 // Adds the flow of this moment to the sums when the statistics are on and st.time has reached
 // the start time: the node values of u, v, w and p (as written to the case file) and the
 // eight-cell mean of the eddy viscosity, at the nodes above the bed only.
-void addsample(Storage& st, NodeArrays& nodes);
+void addsample(Storage& st, const NodeArrays& nodes);
 
 // The means and moments at the nodes from the sums, one array of (imax+1)(jmax+1)(kmax+1) values
 // (i fastest) per name of statisticnames; zero everywhere before the first sample.

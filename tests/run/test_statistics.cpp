@@ -22,9 +22,7 @@ struct Sampled {
     NodeArrays nodes;
     explicit Sampled(int enabled) {
         const Range ri{0, 4}, rj{0, 3}, rk{0, 2};
-        for (Field3d* a : {&nodes.z3, &nodes.unode, &nodes.vnode, &nodes.wnode, &nodes.pnode,
-                           &nodes.vortnode, &nodes.qnode})
-            a->allocate(ri, rj, rk);
+        nodes.z3.allocate(ri, rj, rk);
         nodes.elev.allocate(ri, rj);
         nodes.elev.fill(-1.0);
         nodes.elev(1, 1) = 0.1;
@@ -35,7 +33,6 @@ struct Sampled {
         st.stats.start = 1.0;
         if (enabled == 1) allocatestatistics(st);
         st.zb.fill(-1.0);
-        st.vort.fill(0.0), st.qc.fill(0.0);
     }
     // A uniform flow (u, v, w, p, nut) at time t.
     void sample(double t, double u, double v, double w, double p, double nut) {
