@@ -164,14 +164,16 @@ Report checkcase(const std::vector<platform::StoredCondition>& stored,
         }
         k.readable = s != stored.end() && readable(cond, *s) && k.value.has_value();
         const bool ok = k.readable;
-        if (!read)
+        if (!read) {
             k.status = Status::notread;
-        else if (s == stored.end() && cond.optional)
-            k.status = Status::notread, k.reason = "absent (optional: off)";
-        else if (s == stored.end())
+        } else if (s == stored.end() && cond.optional) {
+            k.status = Status::notread;
+            k.reason = "absent (optional: off)";
+        } else if (s == stored.end()) {
             k.status = Status::missing;
-        else
+        } else {
             k.status = ok ? Status::ok : Status::wrongtype;
+        }
         held.set(cond.key, k.status == Status::ok ? *k.value : zeroof(cond.type));
         report.keys.push_back(std::move(k));
     }
