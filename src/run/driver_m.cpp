@@ -28,6 +28,7 @@
 #include "pressure/vorticity_m.hpp"
 #include "run/casecheck_m.hpp"
 #include "run/console_m.hpp"
+#include "run/halo_m.hpp"
 #include "run/initial_m.hpp"
 #include "run/messages.hpp"
 #include "run/restart_m.hpp"
@@ -298,6 +299,12 @@ void advance(Storage& st, RoutineTimers* timers) {
 
 int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     if (argc != 2) stopwith(messages::no_input_file);
+    // The blocks of a divided box are not yet carried through the time loop: every rank would
+    // compute the whole case. Refused before the case file is opened.
+    if (rankcount() > 1) {
+        if (myrank() == 0) stopwith(messages::error_ranks);
+        std::exit(EXIT_FAILURE);
+    }
     std::string casename(argv[1]);
     if (casename.size() > textlength) casename.resize(textlength);
 

@@ -1,0 +1,51 @@
+// The processes of a distributed run: start and end of the message layer, the halo exchange of
+// the fields between neighbouring blocks, and reductions over all ranks.
+//
+// Halo exchange: a field over (ilo:ihi, jlo:jhi, klo:khi) whose owned points are 1..ni by 1..nj
+// (every k) has a low halo of 1-ilo layers and a high halo of ihi-ni layers in x, likewise in y.
+// exchange() fills the halos from the owned layers of the neighbour blocks: x first over the
+// whole j and k range, then y over the whole i range (halos included), so the corner columns come
+// from the diagonal neighbour. Faces of the box that are not shared with another block (a box face
+// that is not periodic, or a periodic direction held by one rank alone) are left untouched: the
+// boundary routines fill them as in a run on one process.
+//
+// Reductions combine one value from each rank in rank order, so a given rank count gives the
+// same bits on every run.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "run/decomposition_m.hpp"
+#include "run/field3.hpp"
+
+namespace riffle {
+
+// Starts the message layer for the life of the object (when the program was built with MPI) and
+// ends it after. Constructed once, at the top of main.
+class Ranks {
+public:
+    Ranks(int* argc, char*** argv);
+    ~Ranks();
+    Ranks(const Ranks&) = delete;
+    Ranks& operator=(const Ranks&) = delete;
+};
+
+// Number of ranks of the run and this process's rank (1 and 0 without the message layer).
+[[nodiscard]] int rankcount();
+[[nodiscard]] int myrank();
+
+void exchange(const Decomposition& d, Field3<double>& f, int ni, int nj);
+void exchange(const Decomposition& d, Field3<std::int32_t>& f, int ni, int nj);
+
+// Sum, largest and smallest of one value per rank, known to every rank.
+[[nodiscard]] double allsum(double x);
+[[nodiscard]] double allmax(double x);
+[[nodiscard]] double allmin(double x);
+// The values of every rank, in rank order.
+[[nodiscard]] std::vector<double> allvalues(double x);
+
+// Ends every rank of the run with `status` (a fatal error seen by one rank alone).
+[[noreturn]] void abortall(int status);
+
+}  // namespace riffle
