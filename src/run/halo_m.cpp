@@ -1,6 +1,7 @@
 #include "run/halo_m.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -109,7 +110,112 @@ void exchangefield(const Decomposition& d, Field3<T>& f, int ni, int nj) {
     exchangedirection<1>(d, f, nj, buffers);
 }
 
+// The global box a rank's points map to: first and last i, first and last j.
+using BoxHeader = std::array<int, 4>;
+
+BoxHeader globalbox(Range li, Range lj, int i0, int j0) {
+    return {li.lo + i0, li.hi + i0, lj.lo + j0, lj.hi + j0};
+}
+
+// Copies between a field and a packed buffer over the box (global indices for the global field,
+// shifted by -offset for a local one), k running over the field's own range.
+template <bool ToBuffer>
+void copybox(const BoxHeader& b, int di, int dj, const View3<double>& f, Range rk, double* buf) {
+    const std::size_t ni = static_cast<std::size_t>(b[1] - b[0] + 1);
+    const std::size_t nj = static_cast<std::size_t>(b[3] - b[2] + 1);
+#pragma omp parallel for schedule(static)
+    for (int k = rk.lo; k <= rk.hi; ++k) {
+        for (int j = b[2]; j <= b[3]; ++j) {
+            double* row = buf + (static_cast<std::size_t>(k - rk.lo) * nj +
+                                 static_cast<std::size_t>(j - b[2])) * ni;
+            for (int i = b[0]; i <= b[1]; ++i) {
+                if constexpr (ToBuffer) {
+                    row[i - b[0]] = f(i - di, j - dj, k);
+                } else {
+                    f(i - di, j - dj, k) = row[i - b[0]];
+                }
+            }
+        }
+    }
+}
+
+std::size_t boxsize(const BoxHeader& b, Range rk) {
+    if (b[1] < b[0] || b[3] < b[2]) return 0;
+    return static_cast<std::size_t>(b[1] - b[0] + 1) * static_cast<std::size_t>(b[3] - b[2] + 1) *
+           static_cast<std::size_t>(rk.extent());
+}
+
+std::vector<double>& boxbuffer(std::size_t n) {
+    static std::vector<double> buf;
+    if (buf.size() < n) buf.resize(n);
+    return buf;
+}
+
+constexpr int tagheader = 10, tagbox = 11;
+
 }  // namespace
+
+void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
+            Field3<double>* global) {
+    const Range rk = local.krange();
+    const BoxHeader mine = globalbox(li, lj, i0, j0);
+    const auto lview = View3<double>(const_cast<double*>(local.data()), local.irange(),
+                                     local.jrange(), rk);
+    if (myrank() != 0) {
+        const std::size_t n = boxsize(mine, rk);
+        std::vector<double>& buf = boxbuffer(n);
+        if (n > 0) copybox<true>(mine, i0, j0, lview, rk, buf.data());
+        MPI_Send(mine.data(), 4, MPI_INT, 0, tagheader, MPI_COMM_WORLD);
+        MPI_Send(buf.data(), static_cast<int>(n), MPI_DOUBLE, 0, tagbox, MPI_COMM_WORLD);
+        return;
+    }
+    const View3<double> g = global->view();
+    std::vector<double>& own = boxbuffer(boxsize(mine, rk));
+    if (boxsize(mine, rk) > 0) {
+        copybox<true>(mine, i0, j0, lview, rk, own.data());
+        copybox<false>(mine, 0, 0, g, rk, own.data());
+    }
+    for (int r = 1; r < rankcount(); ++r) {
+        BoxHeader b{};
+        MPI_Recv(b.data(), 4, MPI_INT, r, tagheader, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+        const std::size_t n = boxsize(b, rk);
+        std::vector<double>& buf = boxbuffer(n);
+        MPI_Recv(buf.data(), static_cast<int>(n), MPI_DOUBLE, r, tagbox, MPI_COMM_WORLD,
+                 MPI_STATUS_IGNORE);
+        if (n > 0) copybox<false>(b, 0, 0, g, rk, buf.data());
+    }
+}
+
+void scatter(Field3<double>& local, Range li, Range lj, int i0, int j0,
+             const Field3<double>* global) {
+    const Range rk = local.krange();
+    const BoxHeader mine = globalbox(li, lj, i0, j0);
+    if (myrank() != 0) {
+        MPI_Send(mine.data(), 4, MPI_INT, 0, tagheader, MPI_COMM_WORLD);
+        const std::size_t n = boxsize(mine, rk);
+        std::vector<double>& buf = boxbuffer(n);
+        MPI_Recv(buf.data(), static_cast<int>(n), MPI_DOUBLE, 0, tagbox, MPI_COMM_WORLD,
+                 MPI_STATUS_IGNORE);
+        if (n > 0) copybox<false>(mine, i0, j0, local.view(), rk, buf.data());
+        return;
+    }
+    const auto g = View3<double>(const_cast<double*>(global->data()), global->irange(),
+                                 global->jrange(), rk);
+    for (int r = 1; r < rankcount(); ++r) {
+        BoxHeader b{};
+        MPI_Recv(b.data(), 4, MPI_INT, r, tagheader, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+        const std::size_t n = boxsize(b, rk);
+        std::vector<double>& buf = boxbuffer(n);
+        if (n > 0) copybox<true>(b, 0, 0, g, rk, buf.data());
+        MPI_Send(buf.data(), static_cast<int>(n), MPI_DOUBLE, r, tagbox, MPI_COMM_WORLD);
+    }
+    const std::size_t n = boxsize(mine, rk);
+    std::vector<double>& buf = boxbuffer(n);
+    if (n > 0) {
+        copybox<true>(mine, 0, 0, g, rk, buf.data());
+        copybox<false>(mine, i0, j0, local.view(), rk, buf.data());
+    }
+}
 
 int rankcount() {
     if (!started()) return 1;
@@ -150,6 +256,25 @@ void exchangefield(const Decomposition&, Field3<T>&, int, int) {}
 
 int rankcount() { return 1; }
 int myrank() { return 0; }
+
+// One process: its box is the whole global field.
+void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
+            Field3<double>* global) {
+    for (int k = local.krange().lo; k <= local.krange().hi; ++k) {
+        for (int j = lj.lo; j <= lj.hi; ++j) {
+            for (int i = li.lo; i <= li.hi; ++i) (*global)(i + i0, j + j0, k) = local(i, j, k);
+        }
+    }
+}
+
+void scatter(Field3<double>& local, Range li, Range lj, int i0, int j0,
+             const Field3<double>* global) {
+    for (int k = local.krange().lo; k <= local.krange().hi; ++k) {
+        for (int j = lj.lo; j <= lj.hi; ++j) {
+            for (int i = li.lo; i <= li.hi; ++i) local(i, j, k) = (*global)(i + i0, j + j0, k);
+        }
+    }
+}
 std::vector<double> allvalues(double x) { return {x}; }
 void abortall(int status) { std::exit(status); }
 

@@ -38,6 +38,18 @@ public:
 void exchange(const Decomposition& d, Field3<double>& f, int ni, int nj);
 void exchange(const Decomposition& d, Field3<std::int32_t>& f, int ni, int nj);
 
+// Gathering blocks onto rank 0 and handing them out again (the case file, restart and Tecplot
+// files are written and read by rank 0 alone). Each rank names a box of its local points, li x lj
+// (every k of its field), which is the box li+i0 x lj+j0 of the global field; rank 0's `global`
+// spans every such box and the same k range (other ranks pass nullptr). gather copies each rank's
+// box into `global`; scatter fills each rank's box from it. The boxes may overlap (nodes on a
+// block face, halos): gather then keeps the value of the highest rank, which is the same value
+// wherever the blocks agree.
+void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
+            Field3<double>* global);
+void scatter(Field3<double>& local, Range li, Range lj, int i0, int j0,
+             const Field3<double>* global);
+
 // Sum, largest and smallest of one value per rank, known to every rank.
 [[nodiscard]] double allsum(double x);
 [[nodiscard]] double allmax(double x);

@@ -2,7 +2,8 @@
 // rank count allows (1x2 and 2x1 on two, 1x4, 2x2 and 4x1 on four), with wall and periodic faces,
 // a field holding its global index comes back exact in every halo cell that lies in the box or
 // wraps across a periodic face shared by ranks, and untouched everywhere else (those cells are
-// the boundary routines'). Reductions combine in rank order.
+// the boundary routines'). Rank 0 gathers and scatters blocks at their global indices; reductions
+// combine in rank order.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -75,6 +76,64 @@ TEST(Halo, EveryHaloCellComesFromItsOwner) {
                 checkexchange<std::int32_t>(d, Range{0, d.ni + 1}, Range{-1, d.nj + 1});
             }
         }
+    }
+}
+
+// Rank 0 gathers the owned cells, then the nodes (shared along block faces), and hands each rank
+// its block with a ring of halo back.
+TEST(Halo, GatherAndScatterPlaceEveryBlockAtItsGlobalIndex) {
+    const int n = rankcount();
+    for (int px = 1; px <= n; ++px) {
+        if (n % px != 0) continue;
+        const Decomposition d = decompose({px, n / px}, myrank(), imax, jmax, false, true, 1);
+        const Range k{0, kmax + 1};
+        Field3<double> cells(Range{0, d.ni + 1}, Range{0, d.nj + 1}, k);
+        Field3<double> nodes(Range{0, d.ni}, Range{0, d.nj}, k);
+        cells.fill(untouched);
+        for (int kk = k.lo; kk <= k.hi; ++kk) {
+            for (int j = 0; j <= d.nj; ++j) {
+                for (int i = 0; i <= d.ni; ++i) {
+                    nodes(i, j, kk) = code(i + d.i0, j + d.j0, kk);
+                    if (i > 0 && j > 0) cells(i, j, kk) = code(i + d.i0, j + d.j0, kk);
+                }
+            }
+        }
+        Field3<double> whole(Range{0, imax + 1}, Range{0, jmax + 1}, k);
+        Field3<double>* root = myrank() == 0 ? &whole : nullptr;
+        whole.fill(untouched);
+        gather(cells, Range{1, d.ni}, Range{1, d.nj}, d.i0, d.j0, root);
+        int wrong = 0;
+        for (int kk = k.lo; kk <= k.hi && myrank() == 0; ++kk) {
+            for (int j = 0; j <= jmax + 1; ++j) {
+                for (int i = 0; i <= imax + 1; ++i) {
+                    const bool in = i >= 1 && i <= imax && j >= 1 && j <= jmax;
+                    wrong += whole(i, j, kk) != (in ? code(i, j, kk) : untouched);
+                }
+            }
+        }
+        gather(nodes, Range{0, d.ni}, Range{0, d.nj}, d.i0, d.j0, root);
+        for (int kk = k.lo; kk <= k.hi && myrank() == 0; ++kk) {
+            for (int j = 0; j <= jmax; ++j) {
+                for (int i = 0; i <= imax; ++i) wrong += whole(i, j, kk) != code(i, j, kk);
+            }
+        }
+        EXPECT_EQ(wrong, 0) << px << "x" << n / px << " gathered";
+        // Back out: every rank's block and its halo ring from rank 0's whole field.
+        for (int kk = k.lo; kk <= k.hi && myrank() == 0; ++kk) {
+            for (int j = 0; j <= jmax + 1; ++j) {
+                for (int i = 0; i <= imax + 1; ++i) whole(i, j, kk) = code(i, j, kk);
+            }
+        }
+        cells.fill(untouched);
+        scatter(cells, Range{0, d.ni + 1}, Range{0, d.nj + 1}, d.i0, d.j0, root);
+        for (int kk = k.lo; kk <= k.hi; ++kk) {
+            for (int j = 0; j <= d.nj + 1; ++j) {
+                for (int i = 0; i <= d.ni + 1; ++i) {
+                    wrong += cells(i, j, kk) != code(i + d.i0, j + d.j0, kk);
+                }
+            }
+        }
+        EXPECT_EQ(wrong, 0) << px << "x" << n / px << " scattered, rank " << myrank();
     }
 }
 
