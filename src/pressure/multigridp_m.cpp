@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "run/halo_m.hpp"
 #include "run/parallel.hpp"
 
 namespace riffle::pressure {
@@ -211,15 +212,34 @@ Level level_of(const Storage& st, int level) {
     return {m.ni, m.nj, m.nk, st.dx * f, st.dy * f, st.dz * f};
 }
 
-// The six face codes as real factors.
+// The six face codes as real factors, and which of the four side faces this block fills by its
+// rule (all four on one rank; see Decomposition::appliesface).
 struct Codes {
     double w, e, s, n, b, t;
+    bool rw = true, re = true, rs = true, rn = true;
 };
 
 Codes codes_of(const Storage& st) {
-    return {static_cast<double>(st.ibp[west]),  static_cast<double>(st.ibp[east]),
+    Codes c{static_cast<double>(st.ibp[west]),  static_cast<double>(st.ibp[east]),
             static_cast<double>(st.ibp[south]), static_cast<double>(st.ibp[north]),
             static_cast<double>(st.ibp[bottom]), static_cast<double>(st.ibp[top])};
+    if (st.dec.distributed()) {
+        c.rw = st.dec.appliesface(west, st.ibp[west]);
+        c.re = st.dec.appliesface(east, st.ibp[east]);
+        c.rs = st.dec.appliesface(south, st.ibp[south]);
+        c.rn = st.dec.appliesface(north, st.ibp[north]);
+    }
+    return c;
+}
+
+// Called by every thread of a team after the face ghosts are written: on several ranks the
+// master thread refreshes the halo of phi from the neighbour blocks while the others wait.
+void halo(const Storage& st, Field3d& phi, int nx, int ny) {
+    if (!st.dec.distributed()) return;
+#pragma omp barrier
+#pragma omp master
+    exchange(st.dec, phi, nx, ny);
+#pragma omp barrier
 }
 
 // ---- ghost passes (orphaned work-sharing loops: call from every thread of a team) ---------------
@@ -228,15 +248,15 @@ void faceghosts(const View& phi, int nx, int ny, int nz, const Codes& t) {
 #pragma omp for schedule(static)
     for (int k = 1; k <= nz; ++k) {
         for (int j = 1; j <= ny; ++j) {
-            phi(0, j, k) = ghost(t.w, phi(1, j, k), phi(nx, j, k));
-            phi(nx + 1, j, k) = ghost(t.e, phi(nx, j, k), phi(1, j, k));
+            if (t.rw) phi(0, j, k) = ghost(t.w, phi(1, j, k), phi(nx, j, k));
+            if (t.re) phi(nx + 1, j, k) = ghost(t.e, phi(nx, j, k), phi(1, j, k));
         }
     }
 #pragma omp for schedule(static)
     for (int k = 1; k <= nz; ++k) {
         for (int i = 1; i <= nx; ++i) {
-            phi(i, 0, k) = ghost(t.s, phi(i, 1, k), phi(i, ny, k));
-            phi(i, ny + 1, k) = ghost(t.n, phi(i, ny, k), phi(i, 1, k));
+            if (t.rs) phi(i, 0, k) = ghost(t.s, phi(i, 1, k), phi(i, ny, k));
+            if (t.rn) phi(i, ny + 1, k) = ghost(t.n, phi(i, ny, k), phi(i, 1, k));
         }
     }
 #pragma omp for schedule(static)
@@ -249,15 +269,18 @@ void faceghosts(const View& phi, int nx, int ny, int nz, const Codes& t) {
 }
 
 // Edge lines of the ghost layer, one pass per edge direction. Each edge cell extrapolates from
-// the two face ghosts beside it, so the face passes must have completed.
-void edgeghosts(const View& phi, int nx, int ny, int nz) {
+// the two face ghosts beside it, so the face passes must have completed. Edges along a side face
+// that a neighbour block fills come with its halo instead.
+void edgeghosts(const View& phi, int nx, int ny, int nz, const Codes& t) {
     const int jg[2] = {0, ny + 1}, jn[2] = {1, ny};
     const int kg[2] = {0, nz + 1}, kn[2] = {1, nz};
     const int ig[2] = {0, nx + 1}, in[2] = {1, nx};
+    const bool ri[2] = {t.rw, t.re}, rj[2] = {t.rs, t.rn};
 #pragma omp for schedule(static)
     for (int i = 1; i <= nx; ++i) {
         for (int b = 0; b < 2; ++b) {
             for (int a = 0; a < 2; ++a) {
+                if (!rj[a]) continue;
                 phi(i, jg[a], kg[b]) =
                     phi(i, jn[a], kg[b]) + phi(i, jg[a], kn[b]) - phi(i, jn[a], kn[b]);
             }
@@ -267,6 +290,7 @@ void edgeghosts(const View& phi, int nx, int ny, int nz) {
     for (int j = 1; j <= ny; ++j) {
         for (int b = 0; b < 2; ++b) {
             for (int a = 0; a < 2; ++a) {
+                if (!ri[a]) continue;
                 phi(ig[a], j, kg[b]) =
                     phi(in[a], j, kg[b]) + phi(ig[a], j, kn[b]) - phi(in[a], j, kn[b]);
             }
@@ -276,6 +300,7 @@ void edgeghosts(const View& phi, int nx, int ny, int nz) {
     for (int k = 1; k <= nz; ++k) {
         for (int b = 0; b < 2; ++b) {
             for (int a = 0; a < 2; ++a) {
+                if (!ri[a] || !rj[b]) continue;
                 phi(ig[a], jg[b], k) =
                     phi(in[a], jg[b], k) + phi(ig[a], jn[b], k) - phi(in[a], jn[b], k);
             }
@@ -356,6 +381,7 @@ void residualrestriction(Storage& st, int level) {
 #pragma omp parallel if (worththreads(nx, ny, nz))
     {
         faceghosts(phi, nx, ny, nz, t);
+        halo(st, st.mg(level).phi, nx, ny);
         // Fine planes left over above 2 ncz (none while nz is a power of two) get their residual
         // alone.
 #pragma omp for schedule(static) nowait
@@ -425,6 +451,7 @@ void residualnorm(Storage& st, double& norm) {
 #pragma omp parallel if (worththreads(nx, ny, nz))
     {
         faceghosts(phi, nx, ny, nz, t);
+        halo(st, st.mg(0).phi, nx, ny);
 #pragma omp for schedule(static)
         for (int k = 1; k <= nz; ++k) {
             sums[k] = residualplane(res, phi, src, nx, ny, k, hx2, hy2, hz2);
@@ -432,7 +459,28 @@ void residualnorm(Storage& st, double& norm) {
     }
     double sum = 0.0;
     for (int k = 1; k <= nz; ++k) sum += sums[k];
+    if (st.dec.distributed()) sum = allsum(sum);  // the blocks' sums in rank order
     norm = std::sqrt(sum);
+}
+
+// The blocks' coarsest level is gathered onto rank 0, which runs the cycle of the whole box from
+// there down (coarsest-level iteration included), and every block takes its share of the
+// correction back with a ring of halo for the prolongation.
+void gathersolve(Storage& st, int level, int igamma, int ipres, int iposts, int ncoarse) {
+    const Decomposition c = coarsened(st.dec, level);
+    mglevel& m = st.mg(level);
+    Storage* const w = st.whole.get();
+    gather(m.src, Range{1, m.ni}, Range{1, m.nj}, c.i0, c.j0, w ? &w->mg(level).src : nullptr);
+    gather(m.phi, Range{1, m.ni}, Range{1, m.nj}, c.i0, c.j0, w ? &w->mg(level).phi : nullptr);
+    if (w != nullptr) {
+        w->dx = st.dx;
+        w->dy = st.dy;
+        w->dz = st.dz;
+        w->ibp = st.ibp;
+        multigridp(*w, level, igamma, ipres, iposts, ncoarse);
+    }
+    scatter(m.phi, Range{0, m.ni + 1}, Range{0, m.nj + 1}, c.i0, c.j0,
+            w ? &w->mg(level).phi : nullptr);
 }
 
 }  // namespace
@@ -483,17 +531,25 @@ void poisson(Storage& st, int& npois) {
 
 void divnormp(const Storage& st, int level, double& norm) {
     const mglevel& m = st.mg(level);
-    norm = std::sqrt(sumsquares(m.src.cview(), m.ni, m.nj, m.nk));
+    double sum = sumsquares(m.src.cview(), m.ni, m.nj, m.nk);
+    if (st.dec.distributed()) sum = allsum(sum);
+    norm = std::sqrt(sum);
 }
 
 void resnormp(const Storage& st, int level, double& norm) {
     const mglevel& m = st.mg(level);
-    norm = std::sqrt(sumsquares(m.res.cview(), m.ni, m.nj, m.nk));
+    double sum = sumsquares(m.res.cview(), m.ni, m.nj, m.nk);
+    if (st.dec.distributed()) sum = allsum(sum);
+    norm = std::sqrt(sum);
 }
 
 void multigridp(Storage& st, int level, int igamma, int ipres, int iposts, int ncoarse) {
     if (level == st.lmin) {
-        coarsesolve(st, level, ncoarse);  // no smoothing before or after on the coarsest level
+        if (st.dec.distributed()) {
+            gathersolve(st, level, igamma, ipres, iposts, ncoarse);
+        } else {
+            coarsesolve(st, level, ncoarse);  // no smoothing before or after on the coarsest level
+        }
         return;
     }
     smoothingp(st, level, ipres);  // in: phi, src;  out: smoothed phi
@@ -513,7 +569,8 @@ void boundarypres(Storage& st, int level) {
 #pragma omp parallel if (worththreads(nx, ny, nz))
     {
         faceghosts(phi, nx, ny, nz, t);
-        edgeghosts(phi, nx, ny, nz);
+        edgeghosts(phi, nx, ny, nz, t);
+        halo(st, st.mg(level).phi, nx, ny);
     }
 }
 
@@ -527,6 +584,7 @@ void operatorp(Storage& st, int level) {
 #pragma omp parallel if (worththreads(nx, ny, nz))
     {
         faceghosts(phi, nx, ny, nz, t);
+        halo(st, st.mg(level).phi, nx, ny);
 #pragma omp for schedule(static)
         for (int k = 1; k <= nz; ++k) {
             for (int j = 1; j <= ny; ++j) {
@@ -576,6 +634,7 @@ void smoothingp(Storage& st, int level, int nsweeps) {
     {
         for (int s = 0; s < nsweeps; ++s) {
             faceghosts(phi, nx, ny, nz, t);
+            halo(st, st.mg(level).phi, nx, ny);
             // Rows j are shared out in static blocks. Rows of neighbouring blocks on different
             // threads read each other while they are being updated, without ordering:
             // deliberate, the smoother tolerates it. Within a block the sweep is lexicographic.
@@ -587,6 +646,8 @@ void smoothingp(Storage& st, int level, int nsweeps) {
 }
 
 void prolongationp(Storage& st, int level) {
+    // The interpolation reads the coarse neighbours across the block faces as they are now.
+    if (st.dec.distributed()) exchange(st.dec, st.mg(level - 1).phi, st.mg(level - 1).ni, st.mg(level - 1).nj);
     const mglevel& cm = st.mg(level - 1);
     const int ncx = cm.ni, ncy = cm.nj, ncz = cm.nk;
     const CView cphi = cm.phi.cview();
@@ -619,7 +680,8 @@ void prolongationp(Storage& st, int level) {
             }
         }
         faceghosts(phi, g.nx, g.ny, g.nz, t);
-        edgeghosts(phi, g.nx, g.ny, g.nz);
+        edgeghosts(phi, g.nx, g.ny, g.nz, t);
+        halo(st, st.mg(level).phi, g.nx, g.ny);
     }
 }
 

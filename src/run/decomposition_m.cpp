@@ -17,6 +17,11 @@ bool Decomposition::ownsface(int face) const {
     }
 }
 
+bool Decomposition::appliesface(int face, int code) const {
+    if ((face <= east ? px : py) == 1) return true;
+    return ownsface(face) && code != 0;
+}
+
 Span blockspan(int n, int p, int c, int unit) {
     const int units = n / unit, rest = n % unit;
     const int base = units / p, extra = units % p;
@@ -80,12 +85,40 @@ Decomposition decompose(std::array<int, 2> grid, int rank, int imax, int jmax, b
     d.nj = sj.size;
     d.periodicx = periodicx;
     d.periodicy = periodicy;
+    d.unit = unit;
     const auto at = [&](int cx, int cy) { return cy * px + cx; };
     if (d.cx > 0 || periodicx) d.neighbour[west] = at((d.cx + px - 1) % px, d.cy);
     if (d.cx < px - 1 || periodicx) d.neighbour[east] = at((d.cx + 1) % px, d.cy);
     if (d.cy > 0 || periodicy) d.neighbour[south] = at(d.cx, (d.cy + py - 1) % py);
     if (d.cy < py - 1 || periodicy) d.neighbour[north] = at(d.cx, (d.cy + 1) % py);
     return d;
+}
+
+int chooseunit(int nranks, int imax, int jmax, int lmin) {
+    for (int unit = 1 << -lmin; unit >= 1; unit /= 2) {
+        const auto [px, py] = rankgrid(nranks, imax, jmax, unit);
+        if (px == 0) continue;
+        const auto [ileast, imost] = blocksizes(imax, px, unit);
+        const auto [jleast, jmost] = blocksizes(jmax, py, unit);
+        // Coarse units must not unbalance the blocks: at most a quarter more cells in the
+        // largest than in the smallest (single cells always pass).
+        const bool balanced = unit == 1 || (4 * imost <= 5 * ileast && 4 * jmost <= 5 * jleast);
+        if (ileast >= 2 * unit && jleast >= 2 * unit && balanced) return unit;
+    }
+    return 0;
+}
+
+Decomposition coarsened(const Decomposition& d, int level) {
+    Decomposition c = d;
+    const int m = -level;
+    c.i0 = d.i0 >> m;
+    c.j0 = d.j0 >> m;
+    c.ni = ((d.i0 + d.ni) >> m) - c.i0;
+    c.nj = ((d.j0 + d.nj) >> m) - c.j0;
+    c.imaxg = d.imaxg >> m;
+    c.jmaxg = d.jmaxg >> m;
+    c.unit = std::max(1, d.unit >> m);
+    return c;
 }
 
 std::string undividable(int nranks, int imax, int jmax) {

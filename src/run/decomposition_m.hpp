@@ -33,10 +33,15 @@ struct Decomposition {
     // Neighbour ranks across the west, east, south and north faces (index Face 1..4; 0 unused).
     std::array<int, 5> neighbour{noneighbour, noneighbour, noneighbour, noneighbour, noneighbour};
     bool periodicx = false, periodicy = false;
+    int unit = 1;  // blocks are cut in whole units of this many cells (a power of two)
 
     // Whether this rank's block touches the box face west (1), east (2), south (3) or north (4).
     [[nodiscard]] bool ownsface(int face) const;
     [[nodiscard]] bool distributed() const { return nranks > 1; }
+    // Whether this block fills the ghost layer of box face `face` (1..4) by the boundary rule of
+    // its code: always on one rank or where one rank holds the whole direction; otherwise only on
+    // a face of the box that is not periodic (a periodic face is filled by the halo exchange).
+    [[nodiscard]] bool appliesface(int face, int code) const;
 };
 
 // Start (0-based offset) and size of block c of p blocks over n cells, cut in units of `unit`.
@@ -53,6 +58,16 @@ struct Span {
 // The block of `rank` in a px x py rank grid (grid = {px, py}, e.g. from rankgrid).
 [[nodiscard]] Decomposition decompose(std::array<int, 2> grid, int rank, int imax, int jmax,
                                       bool periodicx, bool periodicy, int unit);
+
+// The unit to cut blocks in for a multigrid hierarchy of -lmin coarser levels: the largest power
+// of two, at most 2^-lmin, for which the rank grid exists, every block spans at least two units
+// (so the blocks keep at least two cells a side down to the level of the unit) and the largest
+// block has at most a quarter more cells than the smallest. 0 when no unit admits a rank grid.
+[[nodiscard]] int chooseunit(int nranks, int imax, int jmax, int lmin);
+
+// The blocks of level `level` (<= 0) of the multigrid hierarchy: the cells of the level that the
+// level-0 block covers (coarse cell c covers fine cells 2c-1 and 2c).
+[[nodiscard]] Decomposition coarsened(const Decomposition& d, int level);
 
 // One line saying why imax x jmax cells cannot be shared by nranks ranks.
 [[nodiscard]] std::string undividable(int nranks, int imax, int jmax);

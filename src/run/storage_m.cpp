@@ -79,21 +79,62 @@ std::uint64_t allocationbytes(const Storage& st) {
     return bytes;
 }
 
+namespace {
+
+void allocatelevel(mglevel& m, int ni, int nj, int nk) {
+    m.ni = ni;
+    m.nj = nj;
+    m.nk = nk;
+    const Range ri{0, m.ni + 1}, rj{0, m.nj + 1}, rk{0, m.nk + 1};
+    for (Field3d* a : {&m.phi, &m.lphi, &m.res, &m.src}) a->allocate(ri, rj, rk);
+}
+
+// A block's hierarchy: its share of each level down to the level where one block unit is one
+// cell (or the whole box's coarsest, if that comes first). Rank 0 also holds the whole box from
+// that level down, where the coarse problem is gathered and solved.
+void blockhierarchy(Storage& st) {
+    const Decomposition& d = st.dec;
+    const int lwhole = coarsestlevel(d.imaxg, d.jmaxg, st.kmax);
+    int lblock = 0;
+    while ((1 << -lblock) < d.unit && lblock > lwhole) --lblock;
+    st.lmin = lblock;
+    st.mglevels.clear();
+    st.mglevels.resize(static_cast<std::size_t>(1 - lblock));
+    for (int l = 0; l >= lblock; --l) {
+        const Decomposition c = coarsened(d, l);
+        allocatelevel(st.mg(l), c.ni, c.nj, st.kmax >> -l);
+    }
+    st.whole.reset();
+    if (d.rank != 0) return;
+    st.whole = std::make_unique<Storage>();
+    Storage& w = *st.whole;
+    w.imax = d.imaxg;
+    w.jmax = d.jmaxg;
+    w.kmax = st.kmax;
+    w.lmin = lwhole;
+    w.mglevels.resize(static_cast<std::size_t>(1 - lwhole));
+    for (int l = lblock; l >= lwhole; --l) {
+        allocatelevel(w.mg(l), d.imaxg >> -l, d.jmaxg >> -l, st.kmax >> -l);
+        w.mg(l).phi.fill(0.0);
+    }
+}
+
+}  // namespace
+
 void allocation(Storage& st) {
     levelcount(st);
     if (allocationbytes(st) > physicalmemory()) errorreport(2);
     const Extents e = extents(st);
     try {
-        st.mglevels.clear();
-        st.mglevels.resize(static_cast<std::size_t>(1 - st.lmin));
-        for (int l = 0; l >= st.lmin; --l) {
-            mglevel& m = st.mg(l);
-            const int f = 1 << (-l);
-            m.ni = st.imax / f;
-            m.nj = st.jmax / f;
-            m.nk = st.kmax / f;
-            const Range ri{0, m.ni + 1}, rj{0, m.nj + 1}, rk{0, m.nk + 1};
-            for (Field3d* a : {&m.phi, &m.lphi, &m.res, &m.src}) a->allocate(ri, rj, rk);
+        if (st.dec.distributed()) {
+            blockhierarchy(st);
+        } else {
+            st.mglevels.clear();
+            st.mglevels.resize(static_cast<std::size_t>(1 - st.lmin));
+            for (int l = 0; l >= st.lmin; --l) {
+                const int f = 1 << (-l);
+                allocatelevel(st.mg(l), st.imax / f, st.jmax / f, st.kmax / f);
+            }
         }
         st.p.allocate(e.cell_i, e.cell_j, e.cell_k);
         st.u.allocate(e.face_i, e.cell_j, e.cell_k);

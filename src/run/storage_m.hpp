@@ -15,10 +15,12 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "ibm/forcinglist_m.hpp"
+#include "run/decomposition_m.hpp"
 #include "run/field3.hpp"
 
 namespace riffle {
@@ -42,6 +44,9 @@ enum Face : int { west = 1, east = 2, south = 3, north = 4, bottom = 5, top = 6 
 
 struct Storage {
     // ---- grid -----------------------------------------------------------------------------
+    // On several ranks imax and jmax count the cells of this rank's block (dec.ni, dec.nj), and
+    // the hierarchy mg(0..lmin) holds the block's share of each level down to the level of the
+    // block unit; rank 0 keeps the coarser levels of the whole box in `whole`.
     int imax = 0, jmax = 0, kmax = 0;
     double dx = 0.0, dy = 0.0, dz = 0.0;
     double xmin = 0.0, xmax = 0.0, ymin = 0.0, ymax = 0.0, zmin = 0.0, zmax = 0.0;
@@ -115,6 +120,11 @@ struct Storage {
         // node is at or below the bed, where nothing is added)
         std::array<Field3d, 11> sum;
     } stats;
+
+    Decomposition dec;  // the block of this rank; one rank: nranks == 1, and dec is not read
+    // Rank 0 of several: the whole box's multigrid levels below the blocks' coarsest (mg(lmin)
+    // gathered and all coarser ones), with the grid scalars and codes they are solved with.
+    std::unique_ptr<Storage> whole;
 
     [[nodiscard]] mglevel& mg(int l) { return mglevels[static_cast<std::size_t>(-l)]; }
     [[nodiscard]] const mglevel& mg(int l) const { return mglevels[static_cast<std::size_t>(-l)]; }

@@ -12,10 +12,6 @@
 
 #include "run/halo_m.hpp"
 
-#if defined(__SANITIZE_ADDRESS__)
-extern "C" const char* __lsan_default_options() { return "detect_leaks=0"; }  // Open MPI's own
-#endif
-
 namespace riffle {
 namespace {
 
@@ -152,9 +148,3 @@ TEST(Halo, ReductionsCombineInRankOrder) {
 
 }  // namespace
 }  // namespace riffle
-
-int main(int argc, char** argv) {
-    const riffle::Ranks ranks(&argc, &argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();  // every rank reports; mpiexec fails when any rank fails
-}
