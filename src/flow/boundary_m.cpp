@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdlib>
 
+#include "run/halo_m.hpp"
+
 namespace riffle::flow {
 
 namespace {
@@ -80,21 +82,27 @@ void normalface(const View3<double>& f, Plane pl, bool low, int c, double val, d
     }
 }
 
+// Whether this block fills the ghosts of `face` by its rule: always on one rank and at the bottom
+// and top; a side face shared with another block is filled by the halo exchange instead.
+bool applies(const Storage& st, int face, int code) {
+    return !st.dec.distributed() || face > north || st.dec.appliesface(face, code);
+}
+
 // The outer ghost layers in the component's own direction, after the six faces.
 template <int Dir>
-void outerghosts(const View3<double>& f, Plane pl, int clow, int chigh) {
+void outerghosts(const View3<double>& f, Plane pl, int clow, int chigh, bool low, bool high) {
     const int n = pl.n;
 #pragma omp for schedule(static)
     for (int b = 0; b <= pl.nb + 1; ++b) {
         for (int a2 = 0; a2 <= pl.na + 1; ++a2) {
-            if (clow == -1) {
+            if (low && clow == -1) {
                 // Linear extrapolation through the prescribed face value.
                 at<Dir>(f, -1, a2, b) = 2.0 * at<Dir>(f, 0, a2, b) - at<Dir>(f, 1, a2, b);
             }
-            if (chigh == -1) {
+            if (high && chigh == -1) {
                 at<Dir>(f, n + 1, a2, b) = 2.0 * at<Dir>(f, n, a2, b) - at<Dir>(f, n - 1, a2, b);
             }
-            if (clow == 0) at<Dir>(f, -1, a2, b) = at<Dir>(f, n - 1, a2, b);
+            if (low && clow == 0) at<Dir>(f, -1, a2, b) = at<Dir>(f, n - 1, a2, b);
         }
     }
 }
@@ -105,36 +113,43 @@ void facepair(const Storage& st, const View3<double>& f, bool normal, const std:
               const std::array<double, 7>& val, double h) {
     const Plane pl = plane<Dir>(st);
     const int lowface = 2 * Dir + 1, highface = 2 * Dir + 2;
+    const bool low = applies(st, lowface, code[lowface]);
+    const bool high = applies(st, highface, code[highface]);
     if (normal) {
-        normalface<Dir>(f, pl, true, code[lowface], val[lowface], h);
-        normalface<Dir>(f, pl, false, code[highface], val[highface], h);
+        if (low) normalface<Dir>(f, pl, true, code[lowface], val[lowface], h);
+        if (high) normalface<Dir>(f, pl, false, code[highface], val[highface], h);
     } else {
-        tangentialface<Dir>(f, pl, true, code[lowface], val[lowface], h);
-        tangentialface<Dir>(f, pl, false, code[highface], val[highface], h);
+        if (low) tangentialface<Dir>(f, pl, true, code[lowface], val[lowface], h);
+        if (high) tangentialface<Dir>(f, pl, false, code[highface], val[highface], h);
     }
 }
 
 // One component: the pair of faces normal to it, then the two tangential pairs in the order
 // given, then its outer ghost layers. Each face is a work-shared loop with its implied barrier,
 // so faces follow strictly in order.
+// On several ranks the halo then comes from the neighbour blocks, corners included.
 template <int Normal, int Second, int Third>
-void component(const Storage& st, const View3<double>& f, const std::array<int, 7>& code,
+void component(Storage& st, Field3d& field, const std::array<int, 7>& code,
                const std::array<double, 7>& val) {
     const double h[3] = {st.dx, st.dy, st.dz};
+    const View3<double> f = field.view();
+    const int low = 2 * Normal + 1, high = 2 * Normal + 2;
+    const bool outerlow = applies(st, low, code[low]), outerhigh = applies(st, high, code[high]);
 #pragma omp parallel
     {
         facepair<Normal>(st, f, true, code, val, h[Normal]);
         facepair<Second>(st, f, false, code, val, h[Second]);
         facepair<Third>(st, f, false, code, val, h[Third]);
-        outerghosts<Normal>(f, plane<Normal>(st), code[2 * Normal + 1], code[2 * Normal + 2]);
+        outerghosts<Normal>(f, plane<Normal>(st), code[low], code[high], outerlow, outerhigh);
     }
+    if (st.dec.distributed()) exchange(st.dec, field, st.imax, st.jmax);
 }
 
 }  // namespace
 
-void boundaryu(Storage& st) { component<0, 1, 2>(st, st.u.view(), st.ibu, st.ubval); }
-void boundaryv(Storage& st) { component<1, 2, 0>(st, st.v.view(), st.ibv, st.vbval); }
-void boundaryw(Storage& st) { component<2, 0, 1>(st, st.w.view(), st.ibw, st.wbval); }
+void boundaryu(Storage& st) { component<0, 1, 2>(st, st.u, st.ibu, st.ubval); }
+void boundaryv(Storage& st) { component<1, 2, 0>(st, st.v, st.ibv, st.vbval); }
+void boundaryw(Storage& st) { component<2, 0, 1>(st, st.w, st.ibw, st.wbval); }
 
 void boundaryp(Storage& st) {
     const View3<double> p = st.p.view();
@@ -145,6 +160,7 @@ void boundaryp(Storage& st) {
         facepair<2>(st, p, false, st.ibp, novalue, st.dz);
         facepair<1>(st, p, false, st.ibp, novalue, st.dy);
     }
+    if (st.dec.distributed()) exchange(st.dec, st.p, st.imax, st.jmax);
 }
 
 }  // namespace riffle::flow

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "ibm/flagdeter_m.hpp"
+#include "run/halo_m.hpp"
 #include "run/parallel.hpp"
 
 namespace riffle::flow {
@@ -45,7 +46,10 @@ void forces(Storage& st) {
         }
         partials.mine() = q;
     }
-    const double flowrate = partials.combine(0.0, std::plus<>());
+    double flowrate = partials.combine(0.0, std::plus<>());
+    // On several ranks the blocks on the west face of the box carry the flow through it; the
+    // others count nothing, and the rates are added in rank order.
+    if (st.dec.distributed()) flowrate = allsum(st.dec.ownsface(west) ? flowrate : 0.0);
 
     st.fx = (st.discharge - flowrate) * discharge_gain;
     st.fy = 0.0;

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "ibm/immersing_m.hpp"
+#include "run/halo_m.hpp"
 
 namespace riffle::flow {
 
@@ -67,17 +68,20 @@ void ghostfaces(Storage& st) {
         if constexpr (Dir == 1) return f(a, m, b);
         return f(a, b, m);
     };
+    // A side face shared with another block gets its halo from the exchange instead.
+    const bool low = Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 1, st.ibp[2 * Dir + 1]);
+    const bool high = Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 2, st.ibp[2 * Dir + 2]);
 #pragma omp for schedule(static)
     for (int b = 0; b <= nb + 1; ++b) {
         for (const View3<double>& f : strain) {
             for (int a = 0; a <= na + 1; ++a) {
-                at(f, 0, a, b) = alo * at(f, 1, a, b) + (1.0 - alo) * at(f, n, a, b);
-                at(f, n + 1, a, b) = ahi * at(f, n, a, b) + (1.0 - ahi) * at(f, 1, a, b);
+                if (low) at(f, 0, a, b) = alo * at(f, 1, a, b) + (1.0 - alo) * at(f, n, a, b);
+                if (high) at(f, n + 1, a, b) = ahi * at(f, n, a, b) + (1.0 - ahi) * at(f, 1, a, b);
             }
         }
         for (int a = 0; a <= na + 1; ++a) {
-            at(nut, 0, a, b) = -clo * at(nut, 1, a, b) + (1.0 - alo) * at(nut, n, a, b);
-            at(nut, n + 1, a, b) = -chi * at(nut, n, a, b) + (1.0 - ahi) * at(nut, 1, a, b);
+            if (low) at(nut, 0, a, b) = -clo * at(nut, 1, a, b) + (1.0 - alo) * at(nut, n, a, b);
+            if (high) at(nut, n + 1, a, b) = -chi * at(nut, n, a, b) + (1.0 - ahi) * at(nut, 1, a, b);
         }
     }
 }
@@ -121,6 +125,8 @@ void smagorinsky(Storage& st) {
         ghostfaces<1>(st);
         ghostfaces<2>(st);
     }
+    // The momentum stencils read nut across the block faces; the strain arrays' halos are not read.
+    if (st.dec.distributed()) exchange(st.dec, st.nut, imax, jmax);
 }
 
 }  // namespace riffle::flow

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "run/halo_m.hpp"
+
 namespace riffle::flow {
 
 void timestep(Storage& st) {
@@ -29,7 +31,7 @@ void timestep(Storage& st) {
             }
         }
     }
-    st.dt = dtmin;
+    st.dt = st.dec.distributed() ? allmin(dtmin) : dtmin;  // the smallest of every block's
 }
 
 }  // namespace riffle::flow

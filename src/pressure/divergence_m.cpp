@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "run/console_m.hpp"
+#include "run/halo_m.hpp"
 #include "run/parallel.hpp"
 
 namespace riffle::pressure {
@@ -22,6 +23,9 @@ void divergence(Storage& st) {
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
     const double dx = st.dx, dy = st.dy, dz = st.dz;
     const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
+    const bool distributed = st.dec.distributed();
+    const int gi = distributed ? st.dec.i0 : 0, gj = distributed ? st.dec.j0 : 0;
+    std::vector<int> cells;  // several ranks: i j k in the whole box of each cell over the limit
     Partials maxima(-std::numeric_limits<double>::infinity());
     Partials sums(0.0);
     const std::size_t tileplane = static_cast<std::size_t>(tilewidth) * jmax;  // one k of a tile
@@ -60,8 +64,12 @@ void divergence(Storage& st) {
                         if (std::abs(d) > divergencelimit) {
 #pragma omp critical(riffle_console)
                             {
-                                console::writeline(i0 + m, j, k);
-                                console::pause();
+                                if (distributed) {
+                                    cells.insert(cells.end(), {gi + i0 + m, gj + j, k});
+                                } else {
+                                    console::writeline(i0 + m, j, k);
+                                    console::pause();
+                                }
                             }
                         }
                     }
@@ -71,6 +79,16 @@ void divergence(Storage& st) {
     }
     st.divmax = maxima.combine(0.0, [](double a, double b) { return std::max(a, b); });
     st.divtotal = sums.combine(0.0, [](double a, double b) { return a + b; });
+    if (!distributed) return;
+    // Several ranks: rank 0 reports every block's cells by their indices in the whole box, and
+    // the largest and the sum over all blocks.
+    const std::vector<int> all = gatherlists(cells);
+    for (std::size_t n = 0; n + 2 < all.size(); n += 3) {
+        console::writeline(all[n], all[n + 1], all[n + 2]);
+        console::pause();
+    }
+    st.divmax = allmax(st.divmax);
+    st.divtotal = allsum(st.divtotal);
 }
 
 }  // namespace riffle::pressure

@@ -231,6 +231,23 @@ int myrank() {
     return r;
 }
 
+std::vector<int> gatherlists(const std::vector<int>& mine) {
+    const int n = rankcount();
+    if (n == 1) return mine;
+    int count = static_cast<int>(mine.size());
+    std::vector<int> counts(static_cast<std::size_t>(n)), starts(static_cast<std::size_t>(n));
+    MPI_Gather(&count, 1, MPI_INT, counts.data(), 1, MPI_INT, 0, MPI_COMM_WORLD);
+    int total = 0;
+    for (int r = 0; r < n; ++r) {
+        starts[static_cast<std::size_t>(r)] = total;
+        total += counts[static_cast<std::size_t>(r)];
+    }
+    std::vector<int> all(static_cast<std::size_t>(myrank() == 0 ? total : 0));
+    MPI_Gatherv(mine.data(), count, MPI_INT, all.data(), counts.data(), starts.data(), MPI_INT, 0,
+                MPI_COMM_WORLD);
+    return all;
+}
+
 std::vector<double> allvalues(double x) {
     std::vector<double> all(static_cast<std::size_t>(rankcount()), x);
     if (all.size() > 1) {
@@ -256,6 +273,7 @@ void exchangefield(const Decomposition&, Field3<T>&, int, int) {}
 
 int rankcount() { return 1; }
 int myrank() { return 0; }
+std::vector<int> gatherlists(const std::vector<int>& mine) { return mine; }
 
 // One process: its box is the whole global field.
 void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,

@@ -50,6 +50,9 @@ void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
 void scatter(Field3<double>& local, Range li, Range lj, int i0, int j0,
              const Field3<double>* global);
 
+// Every rank's list, joined in rank order on rank 0 (other ranks get an empty list).
+[[nodiscard]] std::vector<int> gatherlists(const std::vector<int>& mine);
+
 // Sum, largest and smallest of one value per rank, known to every rank.
 [[nodiscard]] double allsum(double x);
 [[nodiscard]] double allmax(double x);
