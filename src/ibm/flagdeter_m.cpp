@@ -10,6 +10,7 @@
 
 #include "ibm/forcinglist_m.hpp"
 #include "ibm/pointsearch_m.hpp"
+#include "run/halo_m.hpp"
 
 namespace riffle::ibm {
 
@@ -61,6 +62,9 @@ struct Fill {
     bool face;        // the variable sits on the faces of this direction (layers 0 and n are faces)
     int clow, chigh;  // codes of the low and high face
     Range a, b;       // inner and outer plane index; b is divided among the threads
+    // Whether the low and the high layer are filled by the rule: not where a neighbour block
+    // lies beyond the face (its halo comes from the exchange).
+    bool low = true, high = true;
 };
 
 template <int Dir>
@@ -75,9 +79,13 @@ void ghostfill(const Flags& f, const Fill& g) {
 #pragma omp for schedule(dynamic, 1)
     for (int b = rb.lo; b <= rb.hi; ++b) {
         for (int a = ra.lo; a <= ra.hi; ++a) {
-            at<Dir>(f, lowghost, a, b) =
-                wl * at<Dir>(f, lowinner, a, b) + (1 - wl) * at<Dir>(f, lowfar, a, b);
-            at<Dir>(f, n + 1, a, b) = wh * at<Dir>(f, n, a, b) + (1 - wh) * at<Dir>(f, 1, a, b);
+            if (g.low) {
+                at<Dir>(f, lowghost, a, b) =
+                    wl * at<Dir>(f, lowinner, a, b) + (1 - wl) * at<Dir>(f, lowfar, a, b);
+            }
+            if (g.high) {
+                at<Dir>(f, n + 1, a, b) = wh * at<Dir>(f, n, a, b) + (1 - wh) * at<Dir>(f, 1, a, b);
+            }
         }
     }
 }
@@ -139,19 +147,34 @@ void flagdeter(Storage& st) {
     const auto face = [dz, zmin](int k) { return k * dz + zmin; };
     // The x fill of u covers the interior rows only, so iflagu(-1, ., .) stays unwritten on the
     // edge rows j = 0, jmax+1 and k = 0, kmax+1; the marking of u(0) reads interior rows only.
-    const std::array<Fill, 3> ufills{
+    std::array<Fill, 3> ufills{
         Fill{0, imax, true, cu[west], cu[east], Range{1, jmax}, Range{1, kmax}},
         Fill{1, jmax, false, cu[south], cu[north], iall, kall},
         Fill{2, kmax, false, cu[bottom], cu[top], iall, jall}};
-    const std::array<Fill, 3> vfills{Fill{1, jmax, true, cv[south], cv[north], iall, kall},
+    std::array<Fill, 3> vfills{Fill{1, jmax, true, cv[south], cv[north], iall, kall},
                                      Fill{2, kmax, false, cv[bottom], cv[top], iall, jall},
                                      Fill{0, imax, false, cv[west], cv[east], jall, kall}};
-    const std::array<Fill, 3> wfills{Fill{2, kmax, true, cw[bottom], cw[top], iall, jall},
+    std::array<Fill, 3> wfills{Fill{2, kmax, true, cw[bottom], cw[top], iall, jall},
                                      Fill{0, imax, false, cw[west], cw[east], jall, kall},
                                      Fill{1, jmax, false, cw[south], cw[north], iall, kall}};
-    const std::array<Fill, 3> pfills{Fill{0, imax, false, cp[west], cp[east], jall, kall},
+    std::array<Fill, 3> pfills{Fill{0, imax, false, cp[west], cp[east], jall, kall},
                                      Fill{1, jmax, false, cp[south], cp[north], iall, kall},
                                      Fill{2, kmax, false, cp[bottom], cp[top], iall, jall}};
+    // On several ranks the side layers beyond a neighbour block keep their own classification
+    // (the bed is known over the whole box) and take the neighbour's marking from the exchange.
+    if (st.dec.distributed()) {
+        for (std::array<Fill, 3>* fills : {&ufills, &vfills, &wfills, &pfills}) {
+            for (Fill& g : *fills) {
+                if (g.dir == 2) continue;
+                g.low = st.dec.appliesface(2 * g.dir + 1, g.clow);
+                g.high = st.dec.appliesface(2 * g.dir + 2, g.chigh);
+            }
+        }
+    }
+
+    // The layer beyond the last face of u (of v) is classified too where a neighbour block lies
+    // beyond it: the marking of the last face reads it before the exchange.
+    const int uplus = ufills[0].high ? 0 : 1, vplus = vfills[0].high ? 0 : 1;
 
 #pragma omp parallel
     {
@@ -159,14 +182,14 @@ void flagdeter(Storage& st) {
         // Layers k = 0 and kmax+1 are classified and then overwritten by the z fill (copies of
         // k = 1 and kmax at wall and surface codes), so a bed at zmin makes no forcing points
         // (likewise for v and the cell centres): the bottom boundary condition is the wall there.
-        classifybox(fu, Range{0, imax}, jall, kall, centre,
+        classifybox(fu, Range{0, imax + uplus}, jall, kall, centre,
                     [zb](int i, int j) { return (zb(i, j) + zb(i + 1, j)) * 0.5; });
         fillghosts(fu, ufills);
         markforcing(fu, Range{0, imax}, Range{1, jmax}, Range{1, kmax});
         fillghosts(fu, ufills);
 
         // v points: y faces at cell-centre height, bed midway between the rows j and j+1.
-        classifybox(fv, iall, Range{0, jmax}, kall, centre,
+        classifybox(fv, iall, Range{0, jmax + vplus}, kall, centre,
                     [zb](int i, int j) { return (zb(i, j) + zb(i, j + 1)) * 0.5; });
         fillghosts(fv, vfills);
         markforcing(fv, Range{1, imax}, Range{0, jmax}, Range{1, kmax});
@@ -183,6 +206,11 @@ void flagdeter(Storage& st) {
         fillghosts(fp, pfills);
         markforcing(fp, Range{1, imax}, Range{1, jmax}, Range{1, kmax});
         fillghosts(fp, pfills);
+    }
+    if (st.dec.distributed()) {
+        for (Field3i* f : {&st.iflagu, &st.iflagv, &st.iflagw, &st.iflagp}) {
+            exchange(st.dec, *f, imax, jmax);
+        }
     }
     if (st.forcing.enabled) noteclassification(st);
 }

@@ -217,6 +217,7 @@ Level level_of(const Storage& st, int level) {
 struct Codes {
     double w, e, s, n, b, t;
     bool rw = true, re = true, rs = true, rn = true;
+    bool bw = true, be = true, bs = true, bn = true;  // the block lies on that box face
 };
 
 Codes codes_of(const Storage& st) {
@@ -228,6 +229,10 @@ Codes codes_of(const Storage& st) {
         c.re = st.dec.appliesface(east, st.ibp[east]);
         c.rs = st.dec.appliesface(south, st.ibp[south]);
         c.rn = st.dec.appliesface(north, st.ibp[north]);
+        c.bw = st.dec.ownsface(west);
+        c.be = st.dec.ownsface(east);
+        c.bs = st.dec.ownsface(south);
+        c.bn = st.dec.ownsface(north);
     }
     return c;
 }
@@ -238,7 +243,7 @@ void halo(const Storage& st, Field3d& phi, int nx, int ny) {
     if (!st.dec.distributed()) return;
 #pragma omp barrier
 #pragma omp master
-    exchange(st.dec, phi, nx, ny);
+    exchange(st.dec, phi, nx, ny, true);
 #pragma omp barrier
 }
 
@@ -269,15 +274,19 @@ void faceghosts(const View& phi, int nx, int ny, int nz, const Codes& t) {
 }
 
 // Edge lines of the ghost layer, one pass per edge direction. Each edge cell extrapolates from
-// the two face ghosts beside it, so the face passes must have completed. Edges along a side face
-// that a neighbour block fills come with its halo instead.
+// the two face ghosts beside it, so the face passes (and on blocks the halo) must be complete.
+// The edges are those of the box: a block makes the stretch of an edge that it lies on, and
+// across a block face into the halo, where the formula gives the neighbour's value; the corner
+// cells of the box are never written.
 void edgeghosts(const View& phi, int nx, int ny, int nz, const Codes& t) {
     const int jg[2] = {0, ny + 1}, jn[2] = {1, ny};
     const int kg[2] = {0, nz + 1}, kn[2] = {1, nz};
     const int ig[2] = {0, nx + 1}, in[2] = {1, nx};
-    const bool ri[2] = {t.rw, t.re}, rj[2] = {t.rs, t.rn};
+    const bool ri[2] = {t.bw, t.be}, rj[2] = {t.bs, t.bn};
+    const int ilo = t.bw ? 1 : 0, ihi = t.be ? nx : nx + 1;
+    const int jlo = t.bs ? 1 : 0, jhi = t.bn ? ny : ny + 1;
 #pragma omp for schedule(static)
-    for (int i = 1; i <= nx; ++i) {
+    for (int i = ilo; i <= ihi; ++i) {
         for (int b = 0; b < 2; ++b) {
             for (int a = 0; a < 2; ++a) {
                 if (!rj[a]) continue;
@@ -287,7 +296,7 @@ void edgeghosts(const View& phi, int nx, int ny, int nz, const Codes& t) {
         }
     }
 #pragma omp for schedule(static)
-    for (int j = 1; j <= ny; ++j) {
+    for (int j = jlo; j <= jhi; ++j) {
         for (int b = 0; b < 2; ++b) {
             for (int a = 0; a < 2; ++a) {
                 if (!ri[a]) continue;
@@ -569,8 +578,8 @@ void boundarypres(Storage& st, int level) {
 #pragma omp parallel if (worththreads(nx, ny, nz))
     {
         faceghosts(phi, nx, ny, nz, t);
-        edgeghosts(phi, nx, ny, nz, t);
         halo(st, st.mg(level).phi, nx, ny);
+        edgeghosts(phi, nx, ny, nz, t);
     }
 }
 
@@ -647,7 +656,9 @@ void smoothingp(Storage& st, int level, int nsweeps) {
 
 void prolongationp(Storage& st, int level) {
     // The interpolation reads the coarse neighbours across the block faces as they are now.
-    if (st.dec.distributed()) exchange(st.dec, st.mg(level - 1).phi, st.mg(level - 1).ni, st.mg(level - 1).nj);
+    if (st.dec.distributed()) {
+        exchange(st.dec, st.mg(level - 1).phi, st.mg(level - 1).ni, st.mg(level - 1).nj, true);
+    }
     const mglevel& cm = st.mg(level - 1);
     const int ncx = cm.ni, ncy = cm.nj, ncz = cm.nk;
     const CView cphi = cm.phi.cview();
@@ -680,8 +691,8 @@ void prolongationp(Storage& st, int level) {
             }
         }
         faceghosts(phi, g.nx, g.ny, g.nz, t);
-        edgeghosts(phi, g.nx, g.ny, g.nz, t);
         halo(st, st.mg(level).phi, g.nx, g.ny);
+        edgeghosts(phi, g.nx, g.ny, g.nz, t);
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "run/halo_m.hpp"
+
 namespace riffle::pressure {
 
 namespace {
@@ -114,6 +116,11 @@ void vorticity(Storage& st) {
                 qc(i, j, kmax + 1) = ghost(tt, qc(i, j, kmax), qc(i, j, 1));
             }
         }
+    }
+    // Blocks: the halo from the neighbours (the side ghost passes above hold only at box faces).
+    if (st.dec.distributed()) {
+        exchange(st.dec, st.vort, imax, jmax);
+        exchange(st.dec, st.qc, imax, jmax);
     }
 }
 

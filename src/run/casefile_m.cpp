@@ -1,26 +1,32 @@
 #include "run/casefile_m.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <new>
 
 #include "platform/kavellib.hpp"
+#include "run/halo_m.hpp"
 
 namespace riffle {
 
 namespace pf = platform;
 
+// On several ranks rank 0 alone has the case file open: it reads, and every rank gets the value.
 void readinteger(const char* key, int& value) {
     int ier = 0;
-    pf::CG_KAVEL_READ_INTEGER_F(key, value, ier);
+    if (myrank() == 0) pf::CG_KAVEL_READ_INTEGER_F(key, value, ier);
+    if (rankcount() > 1) broadcast(value);
 }
 void readreal(const char* key, double& value) {
     int ier = 0;
-    pf::CG_KAVEL_READ_REAL_F(key, value, ier);
+    if (myrank() == 0) pf::CG_KAVEL_READ_REAL_F(key, value, ier);
+    if (rankcount() > 1) broadcast(value);
 }
 void readstring(const char* key, std::string& value) {
     int ier = 0;
-    pf::CG_KAVEL_READ_STRING_F(key, value, ier);
+    if (myrank() == 0) pf::CG_KAVEL_READ_STRING_F(key, value, ier);
+    if (rankcount() > 1) broadcast(value);
 }
 
 int kmaxfromexponent(int n) {
@@ -31,7 +37,14 @@ int kmaxfromexponent(int n) {
 
 void gridsetup(Storage& st, NodeArrays& nodes) {
     int ni = 0, nj = 0, ier = 0;
-    pf::CG_KAVEL_GOTOGRIDCOORD2D_F(ni, nj, ier);
+    // Several ranks: rank 0 reads the grid and builds the 3-D node coordinates for the grid write;
+    // every rank gets the sizes, the box and the bed of the whole grid.
+    const bool root = myrank() == 0, several = rankcount() > 1;
+    if (root) pf::CG_KAVEL_GOTOGRIDCOORD2D_F(ni, nj, ier);
+    if (several) {
+        broadcast(ni);
+        broadcast(nj);
+    }
     int n = 0;
     readinteger("kmaxItm", n);
     st.imax = ni - 1;
@@ -43,30 +56,39 @@ void gridsetup(Storage& st, NodeArrays& nodes) {
                                     static_cast<std::uint64_t>(st.kmax + 1);
     try {
         if (nodecount > (std::uint64_t{1} << 31)) throw std::bad_alloc();
-        for (Field3d* a : {&nodes.x3, &nodes.y3, &nodes.z3, &nodes.unode, &nodes.vnode,
-                           &nodes.wnode, &nodes.pnode, &nodes.vortnode, &nodes.qnode}) {
-            a->allocate(ni_r, nj_r, nk_r);
+        if (root) {
+            for (Field3d* a : {&nodes.x3, &nodes.y3, &nodes.z3, &nodes.unode, &nodes.vnode,
+                               &nodes.wnode, &nodes.pnode, &nodes.vortnode, &nodes.qnode}) {
+                a->allocate(ni_r, nj_r, nk_r);
+            }
         }
         nodes.elev.allocate(ni_r, nj_r);
     } catch (const std::bad_alloc&) {
         errorreport(2);
     }
 
-    // The k = 0 plane of x3 and y3 holds the 2-D node coordinates (i fastest, as stored).
-    pf::CG_KAVEL_GETGRIDCOORD2D_F(nodes.x3.data(), nodes.y3.data(), ier);
-    pf::CG_KAVEL_READ_GRID_REAL_NODE_F("Elevation", nodes.elev.data(), ier);
-
-    // The box comes from two corner nodes only; the grid is taken as uniform and axis-aligned.
-    st.xmin = nodes.x3(0, 0, 0);
-    st.ymin = nodes.y3(0, 0, 0);
-    st.xmax = nodes.x3(st.imax, st.jmax, 0);
-    st.ymax = nodes.y3(st.imax, st.jmax, 0);
+    if (root) {
+        // The k = 0 plane of x3 and y3 holds the 2-D node coordinates (i fastest, as stored).
+        pf::CG_KAVEL_GETGRIDCOORD2D_F(nodes.x3.data(), nodes.y3.data(), ier);
+        pf::CG_KAVEL_READ_GRID_REAL_NODE_F("Elevation", nodes.elev.data(), ier);
+        // The box comes from two corner nodes only; the grid is taken as uniform and
+        // axis-aligned.
+        st.xmin = nodes.x3(0, 0, 0);
+        st.ymin = nodes.y3(0, 0, 0);
+        st.xmax = nodes.x3(st.imax, st.jmax, 0);
+        st.ymax = nodes.y3(st.imax, st.jmax, 0);
+    }
+    if (several) {
+        broadcast(nodes.elev.data(), nodes.elev.size());
+        for (double* x : {&st.xmin, &st.ymin, &st.xmax, &st.ymax}) broadcast(*x);
+    }
     readreal("zminItm", st.zmin);
     readreal("zmaxItm", st.zmax);
     st.dx = (st.xmax - st.xmin) / st.imax;
     st.dy = (st.ymax - st.ymin) / st.jmax;
     st.dz = (st.zmax - st.zmin) / st.kmax;
 
+    if (!root) return;
     for (int k = 0; k <= st.kmax; ++k) {
         for (int j = 0; j <= st.jmax; ++j) {
             for (int i = 0; i <= st.imax; ++i) {
@@ -141,9 +163,10 @@ void readinitialconditions(Storage& st) {
     if (int32view(st.iPerturb) == 1) readreal("amplitudeItm", st.amplitude);
 }
 
-void buildzb(Storage& st, const Field2d& elev) {
-    const int imax = st.imax, jmax = st.jmax;
-    Field2d& zb = st.zb;
+namespace {
+
+// The cell-centred bed of an imax x jmax grid and its ghost rows, over (0:imax+1, 0:jmax+1).
+void bedcentres(const Storage& st, const Field2d& elev, int imax, int jmax, Field2d& zb) {
     for (int j = 1; j <= jmax; ++j) {
         for (int i = 1; i <= imax; ++i) {
             zb(i, j) = 0.25 * (elev(i - 1, j - 1) + elev(i, j - 1) + elev(i - 1, j) + elev(i, j));
@@ -161,6 +184,23 @@ void buildzb(Storage& st, const Field2d& elev) {
         zb(0, j) = c1 * zb(1, j) + (1.0 - c1) * zb(imax, j);
         zb(imax + 1, j) = c2 * zb(imax, j) + (1.0 - c2) * zb(1, j);
     }
+}
+
+}  // namespace
+
+void buildzb(Storage& st, const Field2d& elev) {
+    if (!st.dec.distributed()) {
+        bedcentres(st, elev, st.imax, st.jmax, st.zb);
+        return;
+    }
+    // Several ranks: every block keeps the bed of the whole box (a plane, small beside the
+    // fields), indexed from its own origin, so a search near a block face or across a periodic
+    // face reads the bed as on one process.
+    const Decomposition& d = st.dec;
+    Field2d whole(Range{0, d.imaxg + 1}, Range{0, d.jmaxg + 1});
+    bedcentres(st, elev, d.imaxg, d.jmaxg, whole);
+    st.zb.allocate(Range{-d.i0, d.imaxg + 1 - d.i0}, Range{-d.j0, d.jmaxg + 1 - d.j0});
+    std::copy(whole.data(), whole.data() + whole.size(), st.zb.data());
 }
 
 void readoutputsettings(Storage& st) {

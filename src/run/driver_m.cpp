@@ -160,6 +160,8 @@ void storeold(Storage& st) {
 }
 
 void nodeaveraging(const Storage& st, NodeArrays& nodes) {
+    // The bed at the nodes covers the whole grid; a block reads it at its offset.
+    const int gi = st.dec.distributed() ? st.dec.i0 : 0, gj = st.dec.distributed() ? st.dec.j0 : 0;
     // Every node is averaged on its own, so the planes can be shared among threads.
 #pragma omp parallel for schedule(static)
     for (int k = 0; k <= st.kmax; ++k) {
@@ -167,7 +169,7 @@ void nodeaveraging(const Storage& st, NodeArrays& nodes) {
             for (int i = 0; i <= st.imax; ++i) {
                 // The pressure is written everywhere, inside the bed too.
                 nodes.pnode(i, j, k) = eightcells(st.p, i, j, k);
-                const bool fluid = nodes.elev(i, j) < nodes.z3(i, j, k);
+                const bool fluid = nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k);
                 nodes.unode(i, j, k) = fluid ? nodeu(st.u, i, j, k) : 0.0;
                 nodes.vnode(i, j, k) = fluid ? nodev(st.v, i, j, k) : 0.0;
                 nodes.wnode(i, j, k) = fluid ? nodew(st.w, i, j, k) : 0.0;
@@ -178,8 +180,37 @@ void nodeaveraging(const Storage& st, NodeArrays& nodes) {
     }
 }
 
+namespace {
+
+// Several ranks: rank 0 gathers each node field of the blocks into one field of the whole grid
+// and writes it (a node on a block face is the same value on both blocks).
+void writegathered(const Storage& st, NodeArrays& nodes) {
+    const Decomposition& d = st.dec;
+    const bool root = myrank() == 0;
+    static Field3d whole;
+    if (root && !whole.allocated()) {
+        whole.allocate(Range{0, d.imaxg}, Range{0, d.jmaxg}, Range{0, st.kmax});
+    }
+    int ier = 0;
+    if (root) pf::CG_KAVEL_WRITE_SOL_TIME_F(st.time, ier);
+    const std::pair<const char*, const Field3d*> fields[] = {
+        {"VelocityX", &nodes.unode}, {"VelocityY", &nodes.vnode}, {"VelocityZ", &nodes.wnode},
+        {"Pressure", &nodes.pnode},  {"Vorticity", &nodes.vortnode}, {"Coherent", &nodes.qnode}};
+    for (const auto& [name, field] : fields) {
+        gather(*field, Range{0, st.imax}, Range{0, st.jmax}, d.i0, d.j0, root ? &whole : nullptr);
+        if (root) pf::CG_KAVEL_WRITE_SOL_REAL_F(name, whole.data(), ier);
+    }
+    if (root) pf::CG_KAVEL_FLUSH_F(ier);
+}
+
+}  // namespace
+
 void writeresults(const Storage& st, NodeArrays& nodes) {
     nodeaveraging(st, nodes);
+    if (st.dec.distributed()) {
+        writegathered(st, nodes);
+        return;
+    }
     int ier = 0;
     pf::CG_KAVEL_WRITE_SOL_TIME_F(st.time, ier);
     pf::CG_KAVEL_WRITE_SOL_REAL_F("VelocityX", nodes.unode.data(), ier);
@@ -193,6 +224,7 @@ void writeresults(const Storage& st, NodeArrays& nodes) {
 }
 
 void stepreport(const Storage& st) {
+    if (st.dec.distributed() && myrank() != 0) return;  // rank 0 reports for all
     console::writeline(messages::label_step, st.istep);
     console::writeline(messages::label_dt, st.dt);
     console::writeline(messages::label_time, st.time);
@@ -203,14 +235,57 @@ void stepreport(const Storage& st) {
     std::fflush(stdout);
 }
 
+namespace {
+
+// Several ranks: the box is divided into blocks of whole columns, and this rank keeps its block
+// of every field; the node fields it averages for output cover its block too.
+void divide(Storage& st, NodeArrays& nodes) {
+    const int n = rankcount();
+    const int unit = chooseunit(n, st.imax, st.jmax, coarsestlevel(st.imax, st.jmax, st.kmax));
+    if (unit == 0) errorreport(1, undividable(n, st.imax, st.jmax));
+    st.dec = decompose(rankgrid(n, st.imax, st.jmax, unit), myrank(), st.imax, st.jmax,
+                       st.ibp[west] == 0, st.ibp[south] == 0, unit);
+    st.imax = st.dec.ni;
+    st.jmax = st.dec.nj;
+    const Range ri{0, st.imax}, rj{0, st.jmax}, rk{0, st.kmax};
+    for (Field3d* a : {&nodes.z3, &nodes.unode, &nodes.vnode, &nodes.wnode, &nodes.pnode,
+                       &nodes.vortnode, &nodes.qnode}) {
+        a->allocate(ri, rj, rk);
+    }
+    for (int k = 0; k <= st.kmax; ++k)
+        for (int j = 0; j <= st.jmax; ++j)
+            for (int i = 0; i <= st.imax; ++i) nodes.z3(i, j, k) = st.zmin + k * st.dz;
+}
+
+// What several ranks do not run yet is refused at start, before the first step: one line naming
+// the setting, on rank 0.
+void refuseondistributed(const Storage& st, int hotstart) {
+    const char* what = nullptr;
+    if (hotstart == 1) what = "\"HotstartItm\" = 1: a restart file is read on one process only";
+    if (st.hotout == 1) what = "\"HotoutItm\" = 1: restart files are written on one process only";
+    if (st.tecplot == 1) what = "\"TecplotItm\" = 1: Tecplot files are written on one process only";
+    if (st.stats.enabled == 1) what = "\"StatisticsItm\" = 1: statistics are kept on one process only";
+    if (what != nullptr) errorreport(1, what);
+    double cut = 0.0;  // points of the block that are not plain fluid
+    for (const Field3i* f : {&st.iflagu, &st.iflagv, &st.iflagw, &st.iflagp})
+        for (int k = 1; k <= st.kmax; ++k)
+            for (int j = 1; j <= st.jmax; ++j)
+                for (int i = 1; i <= st.imax; ++i) cut += (*f)(i, j, k) != ibm::fluid;
+    if (allsum(cut) > 0.0) what = "the bed cuts the grid: on several processes the bed must lie at or below \"zminItm\"";
+    if (what != nullptr) errorreport(1, what);
+}
+
+}  // namespace
+
 void startup(Storage& st, NodeArrays& nodes) {
     gridsetup(st, nodes);
-    writegrid(st, nodes);
+    if (myrank() == 0) writegrid(st, nodes);
     // The x and y node coordinates served the grid write and nothing reads them again; giving
     // them back before the fields are allocated lowers the run's peak memory.
     nodes.x3 = Field3d{};
     nodes.y3 = Field3d{};
     readphysics(st);
+    if (rankcount() > 1) divide(st, nodes);
     allocation(st);
 
     readinitialconditions(st);
@@ -233,6 +308,7 @@ void startup(Storage& st, NodeArrays& nodes) {
     readinteger("HotstartItm", hotstart);
     if (hotstart == 1) {
         readstring("StartfileItm", st.startfile);
+        if (st.dec.distributed()) refuseondistributed(st, hotstart);
         restartread(st, st.startfile);
         int timeinitial = 0;
         readinteger("TimeInitialItm", timeinitial);
@@ -244,6 +320,7 @@ void startup(Storage& st, NodeArrays& nodes) {
     readoutputsettings(st);
 
     ibm::flagdeter(st);
+    if (st.dec.distributed()) refuseondistributed(st, hotstart);
 
     readroughness(st);
     ibm::uselists(st);  // the bed is fixed from here on: forcing points kept in lists
@@ -299,39 +376,38 @@ void advance(Storage& st, RoutineTimers* timers) {
 
 int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     if (argc != 2) stopwith(messages::no_input_file);
-    // The blocks of a divided box are not yet carried through the time loop: every rank would
-    // compute the whole case. Refused before the case file is opened.
-    if (rankcount() > 1) {
-        if (myrank() == 0) stopwith(messages::error_ranks);
-        std::exit(EXIT_FAILURE);
-    }
     std::string casename(argv[1]);
     if (casename.size() > textlength) casename.resize(textlength);
 
     // The case is first read without write access and refused, with the file untouched, when it
     // cannot be computed (infinities, NaN, or a run that never ends).
+    // On several ranks rank 0 alone opens the case file; the others wait for what it reads.
+    const bool root = myrank() == 0;
     int fid = 0, ier = 0;
-    pf::CG_OPEN_F(casename, pf::mode_read, fid, ier);
-    if (ier != 0) stopwith(messages::open_error);
-    pf::CG_KAVEL_INIT_F(fid, ier);
-    const CaseInput input = readcaseinput();
-    const std::vector<std::string> problems = caseproblems(input);
-    // A restart file that cannot serve this grid is refused now too, while the results of the
-    // last run are still in the case file.
-    int hotstart = 0, exponent = 0;
-    std::string startfile;
-    readinteger("HotstartItm", hotstart);
-    if (hotstart == 1) readstring("StartfileItm", startfile);
-    readinteger("kmaxItm", exponent);
-    pf::CG_CLOSE_F(fid, ier);
-    if (!problems.empty()) errorreport(1, problems.front());
-    if (hotstart == 1) {
-        restartcheck(input.ni - 1, input.nj - 1, kmaxfromexponent(exponent), startfile);
-    }
+    if (root) {
+        pf::CG_OPEN_F(casename, pf::mode_read, fid, ier);
+        if (ier != 0) stopwith(messages::open_error);
+        pf::CG_KAVEL_INIT_F(fid, ier);
+        const CaseInput input = readcaseinput();
+        const std::vector<std::string> problems = caseproblems(input);
+        // A restart file that cannot serve this grid is refused now too, while the results of
+        // the last run are still in the case file.
+        int hotstart = 0, exponent = 0;
+        std::string startfile;
+        int rc = 0;
+        pf::CG_KAVEL_READ_INTEGER_F("HotstartItm", hotstart, rc);
+        if (hotstart == 1) pf::CG_KAVEL_READ_STRING_F("StartfileItm", startfile, rc);
+        pf::CG_KAVEL_READ_INTEGER_F("kmaxItm", exponent, rc);
+        pf::CG_CLOSE_F(fid, ier);
+        if (!problems.empty()) errorreport(1, problems.front());
+        if (hotstart == 1) {
+            restartcheck(input.ni - 1, input.nj - 1, kmaxfromexponent(exponent), startfile);
+        }
 
-    pf::CG_OPEN_F(casename, pf::mode_modify, fid, ier);
-    if (ier != 0) stopwith(messages::open_error);
-    pf::CG_KAVEL_INIT_F(fid, ier);
+        pf::CG_OPEN_F(casename, pf::mode_modify, fid, ier);
+        if (ier != 0) stopwith(messages::open_error);
+        pf::CG_KAVEL_INIT_F(fid, ier);
+    }
 
     Storage st;
     NodeArrays nodes;
@@ -348,9 +424,9 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
             advance(st, &t);
             ++t.steps;
             if (st.stats.enabled == 1) t.time("statistics", [&] { addsample(st, nodes); });
-            progress.beforereport();
+            if (root) progress.beforereport();
             stepreport(st);
-            progress.afterreport(st.istep, st.time);
+            if (root) progress.afterreport(st.istep, st.time);
             if (crossed(st.time, told, st.otime)) {
                 t.time("case-file output", [&] {
                     pressure::vorticity(st);
@@ -373,10 +449,10 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
             if (st.endtime <= st.time) break;
         }
     } catch (const std::runtime_error& e) {
-        pf::CG_CLOSE_F(fid, ier);
+        if (root) pf::CG_CLOSE_F(fid, ier);
         stopwith(e.what());
     }
-    pf::CG_CLOSE_F(fid, ier);
+    if (root) pf::CG_CLOSE_F(fid, ier);
     for (std::size_t n = 0; n < 4; ++n) {
         const ibm::PointList& l = n < 3 ? st.forcing.velocity[n] : st.forcing.eddy;
         t.forcingpoints[n] =

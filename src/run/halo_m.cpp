@@ -45,7 +45,7 @@ MPI_Datatype mpitype() {
 // `from`, in direction Dir (0 x, 1 y); the other horizontal index and k run over the whole field.
 template <int Dir, class T>
 void swap(Field3<T>& f, int sendfirst, int recvfirst, int layers, int to, int from, int tag,
-          std::vector<T>& out, std::vector<T>& in) {
+          std::vector<T>& out, std::vector<T>& in, Range keep, Range keepk) {
     if (layers <= 0) return;
     const Range ri = f.irange(), rj = f.jrange(), rk = f.krange();
     const Range across = Dir == 0 ? rj : ri;  // the horizontal index along the face
@@ -69,8 +69,8 @@ void swap(Field3<T>& f, int sendfirst, int recvfirst, int layers, int to, int fr
                  MPI_STATUS_IGNORE);
     if (from == MPI_PROC_NULL) return;  // a box face: nothing came, the halo stays as it is
 #pragma omp parallel for schedule(static)
-    for (int k = rk.lo; k <= rk.hi; ++k) {
-        for (int a = across.lo; a <= across.hi; ++a) {
+    for (int k = std::max(rk.lo, keepk.lo); k <= std::min(rk.hi, keepk.hi); ++k) {
+        for (int a = std::max(across.lo, keep.lo); a <= std::min(across.hi, keep.hi); ++a) {
             for (int m = 0; m < layers; ++m) {
                 (Dir == 0 ? view(recvfirst + m, a, k) : view(a, recvfirst + m, k)) = in[index(m, a, k)];
             }
@@ -87,7 +87,8 @@ struct Buffers {
 // high neighbour's first. A rank on a box face that is not periodic sends to and receives from
 // nobody there (MPI_PROC_NULL).
 template <int Dir, class T>
-void exchangedirection(const Decomposition& d, Field3<T>& f, int n, Buffers<T>& b) {
+void exchangedirection(const Decomposition& d, Field3<T>& f, int n, int nother, bool boxedges,
+                       Buffers<T>& b) {
     const int ranks = Dir == 0 ? d.px : d.py;
     if (ranks == 1) return;  // the boundary routines wrap a direction held whole
     const Range r = Dir == 0 ? f.irange() : f.jrange();
@@ -96,18 +97,29 @@ void exchangedirection(const Decomposition& d, Field3<T>& f, int n, Buffers<T>& 
     const int highrank = d.neighbour[Dir == 0 ? east : north];
     const int lo = lowrank == noneighbour ? MPI_PROC_NULL : lowrank;
     const int hi = highrank == noneighbour ? MPI_PROC_NULL : highrank;
+    // With boxedges, a halo that wraps across a periodic box face takes only the cells that lie
+    // within the box in the other two directions: the rest are edges of the box's ghost layer.
+    const Range all = Dir == 0 ? f.jrange() : f.irange();
+    const Range allk = f.krange(), insidek{allk.lo + 1, allk.hi - 1};
+    const bool otherlow = Dir == 0 ? d.ownsface(south) : d.ownsface(west);
+    const bool otherhigh = Dir == 0 ? d.ownsface(north) : d.ownsface(east);
+    const Range inside{otherlow ? 1 : all.lo, otherhigh ? nother : all.hi};
+    const bool wrapslow = boxedges && d.ownsface(Dir == 0 ? west : south);
+    const bool wrapshigh = boxedges && d.ownsface(Dir == 0 ? east : north);
     // Towards the high side: my last `low` owned layers fill the high neighbour's low halo.
-    swap<Dir>(f, n - low + 1, r.lo, low, hi, lo, 2 * Dir, b.out, b.in);
+    swap<Dir>(f, n - low + 1, r.lo, low, hi, lo, 2 * Dir, b.out, b.in, wrapslow ? inside : all,
+              wrapslow ? insidek : allk);
     // Towards the low side: my first `high` owned layers fill the low neighbour's high halo.
-    swap<Dir>(f, 1, n + 1, high, lo, hi, 2 * Dir + 1, b.out, b.in);
+    swap<Dir>(f, 1, n + 1, high, lo, hi, 2 * Dir + 1, b.out, b.in, wrapshigh ? inside : all,
+              wrapshigh ? insidek : allk);
 }
 
 template <class T>
-void exchangefield(const Decomposition& d, Field3<T>& f, int ni, int nj) {
+void exchangefield(const Decomposition& d, Field3<T>& f, int ni, int nj, bool boxedges) {
     if (!d.distributed()) return;
     static Buffers<T> buffers;  // kept between calls: no allocation once they are large enough
-    exchangedirection<0>(d, f, ni, buffers);
-    exchangedirection<1>(d, f, nj, buffers);
+    exchangedirection<0>(d, f, ni, nj, boxedges, buffers);
+    exchangedirection<1>(d, f, nj, ni, boxedges, buffers);
 }
 
 // The global box a rank's points map to: first and last i, first and last j.
@@ -231,6 +243,24 @@ int myrank() {
     return r;
 }
 
+void broadcast(int& x) { MPI_Bcast(&x, 1, MPI_INT, 0, MPI_COMM_WORLD); }
+void broadcast(double& x) { MPI_Bcast(&x, 1, MPI_DOUBLE, 0, MPI_COMM_WORLD); }
+
+void broadcast(double* data, std::size_t n) {
+    // In pieces a count of int can hold.
+    constexpr std::size_t piece = std::size_t{1} << 30;
+    for (std::size_t at = 0; at < n; at += piece) {
+        MPI_Bcast(data + at, static_cast<int>(std::min(piece, n - at)), MPI_DOUBLE, 0, MPI_COMM_WORLD);
+    }
+}
+
+void broadcast(std::string& text) {
+    int n = static_cast<int>(text.size());
+    broadcast(n);
+    text.resize(static_cast<std::size_t>(n));
+    MPI_Bcast(text.data(), n, MPI_CHAR, 0, MPI_COMM_WORLD);
+}
+
 std::vector<int> gatherlists(const std::vector<int>& mine) {
     const int n = rankcount();
     if (n == 1) return mine;
@@ -268,12 +298,16 @@ Ranks::~Ranks() = default;
 
 namespace {
 template <class T>
-void exchangefield(const Decomposition&, Field3<T>&, int, int) {}
+void exchangefield(const Decomposition&, Field3<T>&, int, int, bool) {}
 }  // namespace
 
 int rankcount() { return 1; }
 int myrank() { return 0; }
 std::vector<int> gatherlists(const std::vector<int>& mine) { return mine; }
+void broadcast(int&) {}
+void broadcast(double&) {}
+void broadcast(double*, std::size_t) {}
+void broadcast(std::string&) {}
 
 // One process: its box is the whole global field.
 void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
@@ -298,11 +332,11 @@ void abortall(int status) { std::exit(status); }
 
 #endif
 
-void exchange(const Decomposition& d, Field3<double>& f, int ni, int nj) {
-    exchangefield(d, f, ni, nj);
+void exchange(const Decomposition& d, Field3<double>& f, int ni, int nj, bool boxedges) {
+    exchangefield(d, f, ni, nj, boxedges);
 }
 void exchange(const Decomposition& d, Field3<std::int32_t>& f, int ni, int nj) {
-    exchangefield(d, f, ni, nj);
+    exchangefield(d, f, ni, nj, false);
 }
 
 // The sums and extrema run over the values in rank order. A NaN on any rank wins the extrema, as

@@ -13,7 +13,9 @@
 // same bits on every run.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "run/decomposition_m.hpp"
@@ -35,7 +37,10 @@ public:
 [[nodiscard]] int rankcount();
 [[nodiscard]] int myrank();
 
-void exchange(const Decomposition& d, Field3<double>& f, int ni, int nj);
+// boxedges: where the halo wraps across a periodic box face, the columns that also lie beyond a
+// box face of the other direction (the box's ghost edges, which the pressure solve extrapolates
+// or leaves alone) are not taken from the neighbour.
+void exchange(const Decomposition& d, Field3<double>& f, int ni, int nj, bool boxedges = false);
 void exchange(const Decomposition& d, Field3<std::int32_t>& f, int ni, int nj);
 
 // Gathering blocks onto rank 0 and handing them out again (the case file, restart and Tecplot
@@ -49,6 +54,12 @@ void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
             Field3<double>* global);
 void scatter(Field3<double>& local, Range li, Range lj, int i0, int j0,
              const Field3<double>* global);
+
+// Rank 0's value (or array, or text) handed to every rank.
+void broadcast(int& x);
+void broadcast(double& x);
+void broadcast(double* data, std::size_t n);
+void broadcast(std::string& text);
 
 // Every rank's list, joined in rank order on rank 0 (other ranks get an empty list).
 [[nodiscard]] std::vector<int> gatherlists(const std::vector<int>& mine);

@@ -16,12 +16,14 @@ double indexhash(int i, int j, int k) {
 
 namespace {
 
-// Adds the index-hash disturbance to one velocity component and its old level.
-void disturb(Field3d& now, Field3d& old, int imax, int jmax, int kmax, double amplitude) {
+// Adds the index-hash disturbance to one velocity component and its old level. The hash takes
+// the index in the whole box (gi, gj: the block's offset), so blocks agree with one process.
+void disturb(Field3d& now, Field3d& old, int imax, int jmax, int kmax, int gi, int gj,
+             double amplitude) {
     for (int k = 0; k <= kmax + 1; ++k) {
         for (int j = 0; j <= jmax + 1; ++j) {
             for (int i = 0; i <= imax + 1; ++i) {
-                old(i, j, k) += (indexhash(i, j, k) - 0.5) * 2.0 * amplitude;
+                old(i, j, k) += (indexhash(i + gi, j + gj, k) - 0.5) * 2.0 * amplitude;
                 now(i, j, k) = old(i, j, k);
             }
         }
@@ -63,16 +65,19 @@ void initialfields(Storage& st) {
 
     // Each component gets the identical disturbance at a given index, u first, then v, then w.
     if (int32view(st.iPerturb) != 0) {
-        disturb(st.u, st.uo, imax, jmax, kmax, st.amplitude);
-        disturb(st.v, st.vo, imax, jmax, kmax, st.amplitude);
-        disturb(st.w, st.wo, imax, jmax, kmax, st.amplitude);
+        const int gi = st.dec.distributed() ? st.dec.i0 : 0;
+        const int gj = st.dec.distributed() ? st.dec.j0 : 0;
+        disturb(st.u, st.uo, imax, jmax, kmax, gi, gj, st.amplitude);
+        disturb(st.v, st.vo, imax, jmax, kmax, gi, gj, st.amplitude);
+        disturb(st.w, st.wo, imax, jmax, kmax, gi, gj, st.amplitude);
     }
 }
 
 void bedroughening(Storage& st, Field2d& elev) {
     std::mt19937_64 generator;  // default seed: the bumps repeat from run to run
-    for (int j = 0; j <= st.jmax; ++j) {
-        for (int i = 0; i <= st.imax; ++i) {
+    // Over the nodes of the whole grid (every rank draws the same sequence).
+    for (int j = 0; j <= elev.jrange().hi; ++j) {
+        for (int i = 0; i <= elev.irange().hi; ++i) {
             // 53 random bits give a uniform double in [0, 1), the same on every platform.
             const double r = static_cast<double>(generator() >> 11) * 0x1.0p-53;
             elev(i, j) = elev(i, j) + (r - 0.5) * 2.0 * st.BAmplitude;

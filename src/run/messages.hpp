@@ -22,10 +22,6 @@ inline constexpr const char* restart_left_over = "text after the last record (a 
 // reason follow on the same line.
 inline constexpr const char* error_write = "ERROR : Cannot write the file ";
 
-// A run started on several processes (mpirun -np N, N > 1): the time loop computes a case on one.
-inline constexpr const char* error_ranks =
-    "ERROR : A case is computed on one process: start riffle without mpirun (or with -np 1)";
-
 // The bed point search. Operators' scripts match these lines as they stand: the misspellings
 // are kept on purpose.
 inline constexpr const char* failed_u = "immrsing u could not find the minimum point";

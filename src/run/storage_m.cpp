@@ -3,10 +3,13 @@
 #include <unistd.h>
 
 #include <bit>
+#include <chrono>
 #include <cstdlib>
 #include <new>
+#include <thread>
 
 #include "run/console_m.hpp"
+#include "run/halo_m.hpp"
 #include "run/messages.hpp"
 
 namespace riffle {
@@ -172,6 +175,12 @@ void allocation(Storage& st) {
 }
 
 void errorreport(int code, const std::string& detail) {
+    if (myrank() != 0) {
+        // Several ranks meet the same error: rank 0 reports it. The others leave a moment later,
+        // so that the launcher, which ends the run when the first rank fails, lets it finish.
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+        std::exit(EXIT_FAILURE);
+    }
     switch (code) {
         case 1: console::writeline(messages::error_parameters); break;
         case 2: console::writeline(messages::error_allocate); break;
