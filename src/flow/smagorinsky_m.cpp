@@ -119,7 +119,13 @@ void smagorinsky(Storage& st) {
             }
         }
         // Forcing cells next to the bed take the eddy viscosity of the wall-law interpolation;
-        // it reads only fluid cells, which this loop does not write.
+        // it reads only fluid cells, which this loop does not write. On blocks it reads those
+        // of the neighbours near their faces too.
+        if (st.dec.distributed()) {
+#pragma omp master
+            exchangeinside(st.dec, st.nut, imax, jmax);
+#pragma omp barrier
+        }
         ibm::immersingnut(st);
         ghostfaces<0>(st);
         ghostfaces<1>(st);

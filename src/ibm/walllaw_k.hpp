@@ -40,43 +40,70 @@ inline double component(Point3 a, Component c) {
 
 // ---- grid geometry --------------------------------------------------------------------------
 
-// One direction of a staggered grid: index n sits at lo + (n + off) h, off = 0 on faces and
-// -0.5 at cell centres; the array holds indices first..last.
+// One direction of a staggered grid: index n sits at lo + (n + shift + off) h, off = 0 on faces
+// and -0.5 at cell centres, shift the offset of a block of a divided box (0 on one process). The
+// indices first..last bound the box's ghost layers, held to the block's own array; zero is the
+// box's index 0.
 struct Axis {
     double lo, h, off;
     int first, last;
-    [[nodiscard]] double pos(int n) const { return lo + (n + off) * h; }
-    [[nodiscard]] double index(double r) const { return (r - lo) / h - off; } // fractional
+    int shift = 0, zero = 0;
+    [[nodiscard]] double pos(int n) const { return lo + ((n + shift) + off) * h; }
+    [[nodiscard]] double index(double r) const { return (r - lo) / h - off - shift; } // fractional
     [[nodiscard]] bool face() const { return off == 0.0; }
 };
 struct Grid {
     Axis x, y, z;
 };
 
-inline Axis faceaxis(double lo, double h, int n) { return {lo, h, 0.0, -1, n + 1}; }
-inline Axis centreaxis(double lo, double h, int n) { return {lo, h, -0.5, 0, n + 1}; }
+// An axis of n cells (the whole box's count) whose array holds the indices `held` of a block
+// shifted by `shift`.
+inline Axis faceaxis(double lo, double h, int n, int shift = 0, Range held = {-1, 1 << 30}) {
+    return {lo, h, 0.0, std::max(-1 - shift, held.lo), std::min(n + 1 - shift, held.hi), shift,
+            std::max(-shift, held.lo)};
+}
+inline Axis centreaxis(double lo, double h, int n, int shift = 0, Range held = {0, 1 << 30}) {
+    return {lo, h, -0.5, std::max(-shift, held.lo), std::min(n + 1 - shift, held.hi), shift,
+            std::max(-shift, held.lo)};
+}
+
+// The x and y axes of a block (or of the whole box on one process).
+inline Axis xaxis(const Storage& st, bool face) {
+    if (!st.dec.distributed()) {
+        return face ? faceaxis(st.xmin, st.dx, st.imax) : centreaxis(st.xmin, st.dx, st.imax);
+    }
+    const Range held = st.p.irange();
+    return face ? faceaxis(st.xmin, st.dx, st.dec.imaxg, st.dec.i0, held)
+                : centreaxis(st.xmin, st.dx, st.dec.imaxg, st.dec.i0, held);
+}
+inline Axis yaxis(const Storage& st, bool face) {
+    if (!st.dec.distributed()) {
+        return face ? faceaxis(st.ymin, st.dy, st.jmax) : centreaxis(st.ymin, st.dy, st.jmax);
+    }
+    const Range held = st.p.jrange();
+    return face ? faceaxis(st.ymin, st.dy, st.dec.jmaxg, st.dec.j0, held)
+                : centreaxis(st.ymin, st.dy, st.dec.jmaxg, st.dec.j0, held);
+}
 
 inline Grid ugrid(const Storage& st) {
-    return {faceaxis(st.xmin, st.dx, st.imax), centreaxis(st.ymin, st.dy, st.jmax),
-            centreaxis(st.zmin, st.dz, st.kmax)};
+    return {xaxis(st, true), yaxis(st, false), centreaxis(st.zmin, st.dz, st.kmax)};
 }
 inline Grid vgrid(const Storage& st) {
-    return {centreaxis(st.xmin, st.dx, st.imax), faceaxis(st.ymin, st.dy, st.jmax),
-            centreaxis(st.zmin, st.dz, st.kmax)};
+    return {xaxis(st, false), yaxis(st, true), centreaxis(st.zmin, st.dz, st.kmax)};
 }
 inline Grid wgrid(const Storage& st) {
-    return {centreaxis(st.xmin, st.dx, st.imax), centreaxis(st.ymin, st.dy, st.jmax),
-            faceaxis(st.zmin, st.dz, st.kmax)};
+    return {xaxis(st, false), yaxis(st, false), faceaxis(st.zmin, st.dz, st.kmax)};
 }
 inline Grid cgrid(const Storage& st) {
-    return {centreaxis(st.xmin, st.dx, st.imax), centreaxis(st.ymin, st.dy, st.jmax),
-            centreaxis(st.zmin, st.dz, st.kmax)};
+    return {xaxis(st, false), yaxis(st, false), centreaxis(st.zmin, st.dz, st.kmax)};
 }
 
 // Brings each coordinate of r back inside the box narrowed by `margin` at each end. The box is
-// xmin .. xmin + imax dx (likewise y) and zmin .. zmax.
+// xmin .. xmin + imax dx (likewise y; the whole box's counts) and zmin .. zmax.
 inline Point3 keepinside(Point3 r, const Storage& st, double margin) {
-    const double xhi = st.xmin + st.imax * st.dx, yhi = st.ymin + st.jmax * st.dy;
+    const int nx = st.dec.distributed() ? st.dec.imaxg : st.imax;
+    const int ny = st.dec.distributed() ? st.dec.jmaxg : st.jmax;
+    const double xhi = st.xmin + nx * st.dx, yhi = st.ymin + ny * st.dy;
     r.x = std::min(std::max(r.x, st.xmin + margin), xhi - margin);
     r.y = std::min(std::max(r.y, st.ymin + margin), yhi - margin);
     r.z = std::min(std::max(r.z, st.zmin + margin), st.zmax - margin);
@@ -136,8 +163,8 @@ struct BlockRange {
 };
 inline BlockRange blockrange(const Grid& g, Point3 r) {
     const int i0 = blockindex(g.x, r.x), j0 = blockindex(g.y, r.y), k0 = blockindex(g.z, r.z);
-    return {std::max(i0 - 2, 0), std::min(i0 + 3, g.x.last), std::max(j0 - 2, 0),
-            std::min(j0 + 3, g.y.last), std::max(k0 - 2, 0), std::min(k0 + 3, g.z.last)};
+    return {std::max(i0 - 2, g.x.zero), std::min(i0 + 3, g.x.last), std::max(j0 - 2, g.y.zero),
+            std::min(j0 + 3, g.y.last), std::max(k0 - 2, g.z.zero), std::min(k0 + 3, g.z.last)};
 }
 
 // Calls visit(i, j, k, d) for the fluid points (flag 1) of the block in order (k, j, i ascending),
@@ -223,13 +250,18 @@ inline double setprofile(double ustar, double dp, double z0, const Tangential& t
 
 // Unit normal of the bed at the foot f, from the patch of cell centres around f.
 inline Point3 bednormal(const Storage& st, Point3 f) {
-    // Truncation as for a non-negative column index; held so the patch stays inside zb.
-    const int a = std::clamp(static_cast<int>((f.x - st.xmin) / st.dx + 0.5), 0, st.imax);
-    const int b = std::clamp(static_cast<int>((f.y - st.ymin) / st.dy + 0.5), 0, st.jmax);
+    // Truncation as for a non-negative column index; held so the patch stays inside zb. The
+    // column is the whole box's; a block holds zb at its own offset (gi, gj).
+    const bool blocks = st.dec.distributed();
+    const int nx = blocks ? st.dec.imaxg : st.imax, ny = blocks ? st.dec.jmaxg : st.jmax;
+    const int gi = blocks ? st.dec.i0 : 0, gj = blocks ? st.dec.j0 : 0;
+    const int a = std::clamp(static_cast<int>((f.x - st.xmin) / st.dx + 0.5), 0, nx);
+    const int b = std::clamp(static_cast<int>((f.y - st.ymin) / st.dy + 0.5), 0, ny);
     const double x1 = st.xmin + (a - 0.5) * st.dx, x2 = st.xmin + (a + 0.5) * st.dx;
     const double y1 = st.ymin + (b - 0.5) * st.dy, y2 = st.ymin + (b + 0.5) * st.dy;
-    const Bilinear s = bilinear(x1, x2, y1, y2, st.zb(a, b), st.zb(a + 1, b), st.zb(a, b + 1),
-                                st.zb(a + 1, b + 1));
+    const int ia = a - gi, jb = b - gj;
+    const Bilinear s = bilinear(x1, x2, y1, y2, st.zb(ia, jb), st.zb(ia + 1, jb),
+                                st.zb(ia, jb + 1), st.zb(ia + 1, jb + 1));
     const double zx = s.cx + s.cxy * f.y, zy = s.cy + s.cxy * f.x;
     const double len = std::sqrt(zx * zx + zy * zy + 1.0);
     return {-zx / len, -zy / len, 1.0 / len};

@@ -19,9 +19,13 @@ namespace riffle {
 
 inline constexpr int noneighbour = -1;
 
-// Fewest cells a block may have in x and in y: every stencil that reads across a block face
-// reaches at most this far, so a halo is always filled from the adjacent block alone.
-inline constexpr int minblock = 4;
+// Layers of halo of a block's fields in x and y: the reach of the bed's interpolation blocks
+// (three points beyond the one nearest the image point, which lies near the forcing point).
+inline constexpr int halowidth = 4;
+
+// Fewest cells a block may have in x and in y: no fewer than the halo is wide, so a halo is always
+// filled from the adjacent block alone.
+inline constexpr int minblock = halowidth;
 
 struct Decomposition {
     int nranks = 1, rank = 0;

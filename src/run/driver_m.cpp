@@ -266,13 +266,7 @@ void refuseondistributed(const Storage& st, int hotstart) {
     if (st.tecplot == 1) what = "\"TecplotItm\" = 1: Tecplot files are written on one process only";
     if (st.stats.enabled == 1) what = "\"StatisticsItm\" = 1: statistics are kept on one process only";
     if (what != nullptr) errorreport(1, what);
-    double cut = 0.0;  // points of the block that are not plain fluid
-    for (const Field3i* f : {&st.iflagu, &st.iflagv, &st.iflagw, &st.iflagp})
-        for (int k = 1; k <= st.kmax; ++k)
-            for (int j = 1; j <= st.jmax; ++j)
-                for (int i = 1; i <= st.imax; ++i) cut += (*f)(i, j, k) != ibm::fluid;
-    if (allsum(cut) > 0.0) what = "the bed cuts the grid: on several processes the bed must lie at or below \"zminItm\"";
-    if (what != nullptr) errorreport(1, what);
+
 }
 
 }  // namespace
@@ -339,9 +333,17 @@ void velocityboundaries(Storage& st) {
 }
 
 // The side-wall laws run only where all three velocity codes of the face are walls.
+// On several ranks, the blocks that lie on the wall.
 void sidewalls(Storage& st) {
-    if (st.ibu[south] == -1 && st.ibv[south] == -1 && st.ibw[south] == -1) flow::walls(st);
-    if (st.ibu[north] == -1 && st.ibv[north] == -1 && st.ibw[north] == -1) flow::walln(st);
+    const bool blocks = st.dec.distributed();
+    if (st.ibu[south] == -1 && st.ibv[south] == -1 && st.ibw[south] == -1 &&
+        (!blocks || st.dec.ownsface(south))) {
+        flow::walls(st);
+    }
+    if (st.ibu[north] == -1 && st.ibv[north] == -1 && st.ibw[north] == -1 &&
+        (!blocks || st.dec.ownsface(north))) {
+        flow::walln(st);
+    }
 }
 
 void advance(Storage& st, RoutineTimers* timers) {
@@ -358,7 +360,18 @@ void advance(Storage& st, RoutineTimers* timers) {
         flow::yvelocity(st);
         flow::zvelocity(st);
     });
+    // On blocks, the side walls and the bed forcing read the predicted velocities of the
+    // neighbour blocks near their faces, and the forcing the walls' first rows there too (after
+    // the prediction and after the correction alike).
+    const auto predictedhalo = [&] {
+        if (!st.dec.distributed()) return;
+        t.time("halo", [&] {
+            for (Field3d* f : {&st.u, &st.v, &st.w}) exchangeinside(st.dec, *f, st.imax, st.jmax);
+        });
+    };
+    predictedhalo();
     t.time("side walls", [&] { sidewalls(st); });
+    if (st.ibu[south] == -1 || st.ibu[north] == -1) predictedhalo();
     t.time("immersing", [&] { ibm::immersing(st); });
     if (st.dt < zerosolidstep) t.time("zerosolid", [&] { zerosolid(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
@@ -367,6 +380,7 @@ void advance(Storage& st, RoutineTimers* timers) {
     t.time("boundaries", [&] { velocityboundaries(st); });
     t.time("divergence", [&] { pressure::divergence(st); });
     t.time("side walls", [&] { sidewalls(st); });
+    if (st.ibu[south] == -1 || st.ibu[north] == -1) predictedhalo();
     t.time("immersing", [&] { ibm::immersing(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
     t.time("smagorinsky", [&] { flow::smagorinsky(st); });  // from the corrected velocity

@@ -88,7 +88,7 @@ struct Buffers {
 // nobody there (MPI_PROC_NULL).
 template <int Dir, class T>
 void exchangedirection(const Decomposition& d, Field3<T>& f, int n, int nother, bool boxedges,
-                       Buffers<T>& b) {
+                       bool wraps, Buffers<T>& b) {
     const int ranks = Dir == 0 ? d.px : d.py;
     if (ranks == 1) return;  // the boundary routines wrap a direction held whole
     const Range r = Dir == 0 ? f.irange() : f.jrange();
@@ -107,19 +107,24 @@ void exchangedirection(const Decomposition& d, Field3<T>& f, int n, int nother, 
     const bool wrapslow = boxedges && d.ownsface(Dir == 0 ? west : south);
     const bool wrapshigh = boxedges && d.ownsface(Dir == 0 ? east : north);
     // Towards the high side: my last `low` owned layers fill the high neighbour's low halo.
-    swap<Dir>(f, n - low + 1, r.lo, low, hi, lo, 2 * Dir, b.out, b.in, wrapslow ? inside : all,
-              wrapslow ? insidek : allk);
+    // Without wraps, a halo across a periodic box face keeps what it holds.
+    const Range none{0, -1};
+    const bool keeplow = !wraps && d.ownsface(Dir == 0 ? west : south);
+    const bool keephigh = !wraps && d.ownsface(Dir == 0 ? east : north);
+    swap<Dir>(f, n - low + 1, r.lo, low, hi, lo, 2 * Dir, b.out, b.in,
+              keeplow ? none : (wrapslow ? inside : all), wrapslow ? insidek : allk);
     // Towards the low side: my first `high` owned layers fill the low neighbour's high halo.
-    swap<Dir>(f, 1, n + 1, high, lo, hi, 2 * Dir + 1, b.out, b.in, wrapshigh ? inside : all,
-              wrapshigh ? insidek : allk);
+    swap<Dir>(f, 1, n + 1, high, lo, hi, 2 * Dir + 1, b.out, b.in,
+              keephigh ? none : (wrapshigh ? inside : all), wrapshigh ? insidek : allk);
 }
 
 template <class T>
-void exchangefield(const Decomposition& d, Field3<T>& f, int ni, int nj, bool boxedges) {
+void exchangefield(const Decomposition& d, Field3<T>& f, int ni, int nj, bool boxedges,
+                   bool wraps) {
     if (!d.distributed()) return;
     static Buffers<T> buffers;  // kept between calls: no allocation once they are large enough
-    exchangedirection<0>(d, f, ni, nj, boxedges, buffers);
-    exchangedirection<1>(d, f, nj, ni, boxedges, buffers);
+    exchangedirection<0>(d, f, ni, nj, boxedges, wraps, buffers);
+    exchangedirection<1>(d, f, nj, ni, boxedges, wraps, buffers);
 }
 
 // The global box a rank's points map to: first and last i, first and last j.
@@ -298,7 +303,7 @@ Ranks::~Ranks() = default;
 
 namespace {
 template <class T>
-void exchangefield(const Decomposition&, Field3<T>&, int, int, bool) {}
+void exchangefield(const Decomposition&, Field3<T>&, int, int, bool, bool) {}
 }  // namespace
 
 int rankcount() { return 1; }
@@ -333,10 +338,13 @@ void abortall(int status) { std::exit(status); }
 #endif
 
 void exchange(const Decomposition& d, Field3<double>& f, int ni, int nj, bool boxedges) {
-    exchangefield(d, f, ni, nj, boxedges);
+    exchangefield(d, f, ni, nj, boxedges, true);
 }
 void exchange(const Decomposition& d, Field3<std::int32_t>& f, int ni, int nj) {
-    exchangefield(d, f, ni, nj, false);
+    exchangefield(d, f, ni, nj, false, true);
+}
+void exchangeinside(const Decomposition& d, Field3<double>& f, int ni, int nj) {
+    exchangefield(d, f, ni, nj, false, false);
 }
 
 // The sums and extrema run over the values in rank order. A NaN on any rank wins the extrema, as

@@ -42,6 +42,9 @@ public:
 // or leaves alone) are not taken from the neighbour.
 void exchange(const Decomposition& d, Field3<double>& f, int ni, int nj, bool boxedges = false);
 void exchange(const Decomposition& d, Field3<std::int32_t>& f, int ni, int nj);
+// The halo from the neighbour blocks where they lie inside the box; a halo across a periodic box
+// face keeps what it holds (the values a one-process run has there until its boundary pass).
+void exchangeinside(const Decomposition& d, Field3<double>& f, int ni, int nj);
 
 // Gathering blocks onto rank 0 and handing them out again (the case file, restart and Tecplot
 // files are written and read by rank 0 alone). Each rank names a box of its local points, li x lj
