@@ -34,6 +34,7 @@
 #include "run/restart_m.hpp"
 #include "run/statistics_m.hpp"
 #include "run/tecplot_m.hpp"
+#include "run/wholestate_m.hpp"
 
 namespace riffle {
 
@@ -257,19 +258,27 @@ void divide(Storage& st, NodeArrays& nodes) {
             for (int i = 0; i <= st.imax; ++i) nodes.z3(i, j, k) = st.zmin + k * st.dz;
 }
 
-// What several ranks do not run yet is refused at start, before the first step: one line naming
-// the setting, on rank 0.
-void refuseondistributed(const Storage& st, int hotstart) {
-    const char* what = nullptr;
-    if (hotstart == 1) what = "\"HotstartItm\" = 1: a restart file is read on one process only";
-    if (st.hotout == 1) what = "\"HotoutItm\" = 1: restart files are written on one process only";
-    if (st.tecplot == 1) what = "\"TecplotItm\" = 1: Tecplot files are written on one process only";
-    if (st.stats.enabled == 1) what = "\"StatisticsItm\" = 1: statistics are kept on one process only";
-    if (what != nullptr) errorreport(1, what);
-
-}
-
 }  // namespace
+
+// The statistics file; on several ranks rank 0 writes it from the sums gathered over the whole
+// grid, with the node heights of the whole grid.
+void statisticsoutput(const Storage& st, const NodeArrays& nodes) {
+    if (!st.dec.distributed()) {
+        writestatistics(st, nodes);
+        return;
+    }
+    gatherstate(st, Part::statistics);
+    const Storage* whole = wholestate(st);
+    if (whole == nullptr) return;
+    static NodeArrays wholenodes;
+    if (!wholenodes.z3.allocated()) {
+        wholenodes.z3.allocate(Range{0, whole->imax}, Range{0, whole->jmax}, Range{0, st.kmax});
+        for (int k = 0; k <= st.kmax; ++k)
+            for (int j = 0; j <= whole->jmax; ++j)
+                for (int i = 0; i <= whole->imax; ++i) wholenodes.z3(i, j, k) = st.zmin + k * st.dz;
+    }
+    writestatistics(*whole, wholenodes);
+}
 
 void startup(Storage& st, NodeArrays& nodes) {
     gridsetup(st, nodes);
@@ -302,8 +311,13 @@ void startup(Storage& st, NodeArrays& nodes) {
     readinteger("HotstartItm", hotstart);
     if (hotstart == 1) {
         readstring("StartfileItm", st.startfile);
-        if (st.dec.distributed()) refuseondistributed(st, hotstart);
-        restartread(st, st.startfile);
+        if (st.dec.distributed()) {
+            // Rank 0 reads the file into the whole box and hands each block its part.
+            if (Storage* whole = wholestate(st)) restartread(*whole, st.startfile);
+            scatterrestart(st);
+        } else {
+            restartread(st, st.startfile);
+        }
         int timeinitial = 0;
         readinteger("TimeInitialItm", timeinitial);
         if (timeinitial == 0) {
@@ -314,7 +328,6 @@ void startup(Storage& st, NodeArrays& nodes) {
     readoutputsettings(st);
 
     ibm::flagdeter(st);
-    if (st.dec.distributed()) refuseondistributed(st, hotstart);
 
     readroughness(st);
     ibm::uselists(st);  // the bed is fixed from here on: forcing points kept in lists
@@ -445,18 +458,25 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
                 t.time("case-file output", [&] {
                     pressure::vorticity(st);
                     writeresults(st, nodes);
-                    if (st.stats.enabled == 1) writestatistics(st, nodes);
+                    if (st.stats.enabled == 1) statisticsoutput(st, nodes);
                 });
             }
+            // On several ranks rank 0 writes these files from the whole box gathered.
             if (st.hotout == 1 && crossed(st.time, told, st.dthotout)) {
                 t.time("restart output", [&] {
-                    restartwrite(st, st.istep, st.time, st.outpath, st.outfile);
+                    if (st.dec.distributed()) gatherstate(st, Part::restart);
+                    const Storage* from = st.dec.distributed() ? wholestate(st) : &st;
+                    if (from) restartwrite(*from, st.istep, st.time, st.outpath, st.outfile);
                 });
             }
             if (st.tecplot == 1 && crossed(st.time, told, st.dttecplot)) {
                 t.time("tecplot output", [&] {
                     pressure::vorticity(st);
-                    tecplotflow(st, st.outpath, st.outfile, trunc32(st.time / st.dttecplot));
+                    if (st.dec.distributed()) gatherstate(st, Part::flow);
+                    const Storage* from = st.dec.distributed() ? wholestate(st) : &st;
+                    if (from) {
+                        tecplotflow(*from, st.outpath, st.outfile, trunc32(st.time / st.dttecplot));
+                    }
                 });
             }
             told = st.time;

@@ -112,6 +112,9 @@ void nodeaveraging(const Storage& st, NodeArrays& nodes);
 // Writes the solution time and the six node fields to the open case file.
 void writeresults(const Storage& st, NodeArrays& nodes);
 
+// Writes the statistics file (on several ranks: rank 0, from the sums of the whole grid).
+void statisticsoutput(const Storage& st, const NodeArrays& nodes);
+
 // The seven-line report after every step.
 void stepreport(const Storage& st);
 

@@ -36,11 +36,13 @@ void addsample(Storage& st, const NodeArrays& nodes) {
     if (s.enabled != 1 || !(st.time >= s.start)) return;
     // The node values as the case file gets them (see nodeaveraging), at the fluid nodes only.
     // Every node is summed on its own, so the planes can be shared among threads.
+    const int gi = st.dec.distributed() ? st.dec.i0 : 0, gj = st.dec.distributed() ? st.dec.j0 : 0;
 #pragma omp parallel for schedule(static)
     for (int k = 0; k <= st.kmax; ++k) {
         for (int j = 0; j <= st.jmax; ++j) {
             for (int i = 0; i <= st.imax; ++i) {
-                if (!(nodes.elev(i, j) < nodes.z3(i, j, k))) continue;  // at or below the bed
+                // At or below the bed (the bed of the whole grid, at the block's offset).
+                if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) continue;
                 const double u = nodeu(st.u, i, j, k), v = nodev(st.v, i, j, k);
                 const double w = nodew(st.w, i, j, k);
                 const double add[11] = {u,     v,     w,     eightcells(st.p, i, j, k),
