@@ -4,6 +4,7 @@ from recipes, and the unittest entry point."""
 
 import argparse
 import os
+import shlex
 import shutil
 import subprocess
 import sys
@@ -17,6 +18,7 @@ class Paths:
     source = None
     build_type = None
     kill_shim = None
+    mpiexec = []  # the launcher and its options, empty in a build without MPI
 
 
 def run(cmd, **kw):
@@ -52,7 +54,9 @@ def main():
     parser.add_argument("--source", required=True)
     parser.add_argument("--build-type", default="Release")
     parser.add_argument("--kill-shim")
+    parser.add_argument("--mpiexec", default="")
     args, rest = parser.parse_known_args()
+    Paths.mpiexec = shlex.split(args.mpiexec)
     Paths.riffle, Paths.riffle_case, Paths.source = args.riffle, args.riffle_case, args.source
     Paths.build_type, Paths.kill_shim = args.build_type, args.kill_shim
     unittest.main(argv=[sys.argv[0]] + rest)
