@@ -1,10 +1,12 @@
 // riffle-bench [--thread-clocks] CASE: runs riffle on a case exactly as the solver does (the step
 // report goes to stdout) and then prints to stderr the wall time of each routine of the time loop,
 // its share of the loop, the time per step, ns per cell per step and the peak resident memory in
-// MiB and in bytes per cell. With --thread-clocks each routine's load imbalance is printed too:
-// the busiest thread's CPU time in it over the mean of the threads (run with a passive OpenMP wait
-// policy, so that idle threads sleep and their CPU time is their work). It also prints the forcing
-// points of the immersed bed and the memory their lists take.
+// MiB and in bytes per cell (of rank 0, over the whole box's cells on several ranks). Under
+// mpirun rank 0 reports, with the halo exchanges, reductions and gathers of a step and their
+// time. With --thread-clocks each routine's load imbalance is printed too: the busiest thread's
+// CPU time in it over the mean of the threads (run with a passive OpenMP wait policy, so that idle
+// threads sleep and their CPU time is their work). It also prints the forcing points of the
+// immersed bed and the memory their lists take.
 #include <sys/resource.h>
 
 #include <omp.h>
@@ -14,8 +16,10 @@
 #include <cstring>
 
 #include "run/driver_m.hpp"
+#include "run/halo_m.hpp"
 
 int main(int argc, char** argv) {
+    const riffle::Ranks ranks(&argc, &argv);  // under mpirun: one rank of the run
     bool clocks = false;
     if (argc > 1 && std::strcmp(argv[1], "--thread-clocks") == 0) {
         clocks = true;
@@ -32,8 +36,18 @@ int main(int argc, char** argv) {
     double looptime = 0.0;
     for (const auto& e : timers.entries()) looptime += e.seconds;
     const double peak = static_cast<double>(usage.ru_maxrss) * 1024.0;
-    std::fprintf(stderr, "threads %d  cells %.0f  steps %d  run %.3f s  loop %.3f s\n",
-                 omp_get_max_threads(), cells, timers.steps, total, looptime);
+    if (riffle::myrank() != 0) return status;  // rank 0 reports for all
+    std::fprintf(stderr, "ranks %d  threads %d  cells %.0f  steps %d  run %.3f s  loop %.3f s\n",
+                 riffle::rankcount(), omp_get_max_threads(), cells, timers.steps, total, looptime);
+    if (riffle::rankcount() > 1) {
+        const riffle::MessageCounts& m = riffle::messagecounts();
+        const double steps = timers.steps;
+        std::fprintf(stderr,
+                     "per step on rank 0: halo exchanges %.1f (%.0f bytes sent), reductions %.1f, "
+                     "gathers %.1f, %.6f s in them\n",
+                     m.exchanges / steps, m.bytes / steps, m.reductions / steps, m.gathers / steps,
+                     m.seconds / steps);
+    }
     std::fprintf(stderr,
                  "seconds per step %.6f  ns per cell per step %.2f  peak memory %.1f MiB  "
                  "%.0f bytes per cell\n",

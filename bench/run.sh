@@ -7,7 +7,8 @@
 # time per step, ns per cell per step, peak memory (MiB and bytes per cell) and each routine's
 # share of the loop. A second run with more than one thread, with a passive OpenMP wait policy so
 # that idle threads sleep, prints each routine's load imbalance (busiest thread's CPU time over
-# the mean). Figures are also saved in bench/out/results.txt.
+# the mean). Then, where Open MPI is installed, the dune cases on 1, 2, 4 ... ranks of one thread
+# and on 1 rank of two threads (strong scaling). Figures are also saved in bench/out/results.txt.
 # Usage: bench/run.sh [BUILD_DIR]
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -92,4 +93,32 @@ while (( t <= $(nproc) )); do threads+=("$t"); t=$(( t * 2 )); done
         done
         rm -f "$out/$c.cgns" "$out/run.cgns"
     done
+
+    # Strong scaling over MPI ranks on this machine: the dune cases on 1 and 2 ranks of one thread
+    # and on 1 rank of 2 threads (every power of two of ranks up to the cores, where there are
+    # more), with the halo exchanges, reductions and gathers of a step as rank 0 measures them.
+    if command -v mpirun > /dev/null; then
+        mpi=(mpirun --oversubscribe --bind-to none)
+        [ "$(id -u)" = 0 ] && mpi+=(--allow-run-as-root)
+        for c in "dunes-1M" "dunes-2M"; do
+            case $c in
+                dunes-1M) dunes 65 0.4 12 > "$out/$c.recipe" ;;
+                dunes-2M) dunes 129 0.8 8 > "$out/$c.recipe" ;;
+            esac
+            "$build/tools/casebuilder/riffle-case" "$out/$c.recipe" -o "$out/$c.cgns" > /dev/null 2>&1
+            for r in "${threads[@]}"; do
+                echo
+                echo "== $c, $r rank(s) x 1 thread"
+                cp "$out/$c.cgns" "$out/run.cgns"
+                OMP_NUM_THREADS=1 "${mpi[@]}" -np "$r" "$build/bench/riffle-bench" "$out/run.cgns" \
+                    2>&1 > /dev/null < /dev/null | grep -E "^ranks|^seconds|^per step"
+            done
+            echo
+            echo "== $c, 1 rank x 2 threads"
+            cp "$out/$c.cgns" "$out/run.cgns"
+            OMP_NUM_THREADS=2 "${mpi[@]}" -np 1 "$build/bench/riffle-bench" "$out/run.cgns" \
+                2>&1 > /dev/null < /dev/null | grep -E "^ranks|^seconds"
+            rm -f "$out/$c.cgns" "$out/run.cgns"
+        done
+    fi
 } | tee "$results"

@@ -442,7 +442,10 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
 
     RoutineTimers none(false);
     RoutineTimers& t = timers ? *timers : none;
-    t.cells = static_cast<long long>(st.imax) * st.jmax * st.kmax;
+    // The whole box's cells, also on several ranks: the time per cell is that of the run.
+    t.cells = st.dec.distributed()
+                  ? static_cast<long long>(st.dec.imaxg) * st.dec.jmaxg * st.kmax
+                  : static_cast<long long>(st.imax) * st.jmax * st.kmax;
     // An output file that cannot be written ends the run with a one-line message.
     try {
         console::ProgressLine progress(st.time, st.endtime);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -13,6 +14,27 @@
 #endif
 
 namespace riffle {
+
+namespace {
+MessageCounts counts;
+
+// Adds the time from its construction to its end to the message counts.
+class Timed {
+public:
+    Timed() : start_(std::chrono::steady_clock::now()) {}
+    ~Timed() {
+        counts.seconds +=
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+    Timed(const Timed&) = delete;
+    Timed& operator=(const Timed&) = delete;
+
+private:
+    std::chrono::steady_clock::time_point start_;
+};
+}  // namespace
+
+const MessageCounts& messagecounts() { return counts; }
 
 #ifdef RIFFLE_MPI
 
@@ -64,6 +86,7 @@ void swap(Field3<T>& f, int sendfirst, int recvfirst, int layers, int to, int fr
             }
         }
     }
+    if (to != MPI_PROC_NULL) counts.bytes += static_cast<double>(count * sizeof(T));
     MPI_Sendrecv(out.data(), static_cast<int>(count), mpitype<T>(), to, tag, in.data(),
                  static_cast<int>(count), mpitype<T>(), from, tag, MPI_COMM_WORLD,
                  MPI_STATUS_IGNORE);
@@ -122,6 +145,8 @@ template <class T>
 void exchangefield(const Decomposition& d, Field3<T>& f, int ni, int nj, bool boxedges,
                    bool wraps) {
     if (!d.distributed()) return;
+    const Timed timed;
+    ++counts.exchanges;
     static Buffers<T> buffers;  // kept between calls: no allocation once they are large enough
     exchangedirection<0>(d, f, ni, nj, boxedges, wraps, buffers);
     exchangedirection<1>(d, f, nj, ni, boxedges, wraps, buffers);
@@ -174,6 +199,8 @@ constexpr int tagheader = 10, tagbox = 11;
 
 void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
             Field3<double>* global) {
+    const Timed timed;
+    ++counts.gathers;
     const Range rk = local.krange();
     const BoxHeader mine = globalbox(li, lj, i0, j0);
     const auto lview = View3<double>(const_cast<double*>(local.data()), local.irange(),
@@ -205,6 +232,8 @@ void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
 
 void scatter(Field3<double>& local, Range li, Range lj, int i0, int j0,
              const Field3<double>* global) {
+    const Timed timed;
+    ++counts.gathers;
     const Range rk = local.krange();
     const BoxHeader mine = globalbox(li, lj, i0, j0);
     if (myrank() != 0) {
@@ -286,6 +315,8 @@ std::vector<int> gatherlists(const std::vector<int>& mine) {
 std::vector<double> allvalues(double x) {
     std::vector<double> all(static_cast<std::size_t>(rankcount()), x);
     if (all.size() > 1) {
+        const Timed timed;
+        ++counts.reductions;
         MPI_Allgather(&x, 1, MPI_DOUBLE, all.data(), 1, MPI_DOUBLE, MPI_COMM_WORLD);
     }
     return all;

@@ -74,6 +74,15 @@ void broadcast(std::string& text);
 // The values of every rank, in rank order.
 [[nodiscard]] std::vector<double> allvalues(double x);
 
+// What the exchanges and reductions of this process have cost so far: seconds spent in them
+// (packing included), bytes sent, and the number of reductions and of gathers onto rank 0.
+struct MessageCounts {
+    double seconds = 0.0;
+    double bytes = 0.0;
+    long long exchanges = 0, reductions = 0, gathers = 0;
+};
+[[nodiscard]] const MessageCounts& messagecounts();
+
 // Ends every rank of the run with `status` (a fatal error seen by one rank alone).
 [[noreturn]] void abortall(int status);
 
