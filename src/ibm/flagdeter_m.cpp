@@ -175,6 +175,10 @@ void flagdeter(Storage& st) {
     // The layer beyond the last face of u (of v) is classified too where a neighbour block lies
     // beyond it: the marking of the last face reads it before the exchange.
     const int uplus = ufills[0].high ? 0 : 1, vplus = vfills[0].high ? 0 : 1;
+    // Across a periodic face that wraps to another block, that layer is the box's first, whose
+    // bed lies at the far end of the (whole-box) bed.
+    const int uwrap = uplus == 1 && st.dec.ownsface(east) ? st.dec.imaxg : 0;
+    const int vwrap = vplus == 1 && st.dec.ownsface(north) ? st.dec.jmaxg : 0;
 
 #pragma omp parallel
     {
@@ -182,15 +186,19 @@ void flagdeter(Storage& st) {
         // Layers k = 0 and kmax+1 are classified and then overwritten by the z fill (copies of
         // k = 1 and kmax at wall and surface codes), so a bed at zmin makes no forcing points
         // (likewise for v and the cell centres): the bottom boundary condition is the wall there.
-        classifybox(fu, Range{0, imax + uplus}, jall, kall, centre,
-                    [zb](int i, int j) { return (zb(i, j) + zb(i + 1, j)) * 0.5; });
+        classifybox(fu, Range{0, imax + uplus}, jall, kall, centre, [zb, imax, uwrap](int i, int j) {
+            const int a = i > imax ? i - uwrap : i;
+            return (zb(a, j) + zb(a + 1, j)) * 0.5;
+        });
         fillghosts(fu, ufills);
         markforcing(fu, Range{0, imax}, Range{1, jmax}, Range{1, kmax});
         fillghosts(fu, ufills);
 
         // v points: y faces at cell-centre height, bed midway between the rows j and j+1.
-        classifybox(fv, iall, Range{0, jmax + vplus}, kall, centre,
-                    [zb](int i, int j) { return (zb(i, j) + zb(i, j + 1)) * 0.5; });
+        classifybox(fv, iall, Range{0, jmax + vplus}, kall, centre, [zb, jmax, vwrap](int i, int j) {
+            const int b = j > jmax ? j - vwrap : j;
+            return (zb(i, b) + zb(i, b + 1)) * 0.5;
+        });
         fillghosts(fv, vfills);
         markforcing(fv, Range{1, imax}, Range{0, jmax}, Range{1, kmax});
         fillghosts(fv, vfills);
