@@ -67,35 +67,29 @@ inline Axis centreaxis(double lo, double h, int n, int shift = 0, Range held = {
             std::max(-shift, held.lo)};
 }
 
-// The x and y axes of a block (or of the whole box on one process).
-inline Axis xaxis(const Storage& st, bool face) {
+// The x (dir 0) or y (dir 1) axis of a block, or of the whole box on one process.
+inline Axis sideaxis(const Storage& st, int dir, bool face) {
+    const double lo = dir == 0 ? st.xmin : st.ymin, h = dir == 0 ? st.dx : st.dy;
     if (!st.dec.distributed()) {
-        return face ? faceaxis(st.xmin, st.dx, st.imax) : centreaxis(st.xmin, st.dx, st.imax);
+        const int n = dir == 0 ? st.imax : st.jmax;
+        return face ? faceaxis(lo, h, n) : centreaxis(lo, h, n);
     }
-    const Range held = st.p.irange();
-    return face ? faceaxis(st.xmin, st.dx, st.dec.imaxg, st.dec.i0, held)
-                : centreaxis(st.xmin, st.dx, st.dec.imaxg, st.dec.i0, held);
-}
-inline Axis yaxis(const Storage& st, bool face) {
-    if (!st.dec.distributed()) {
-        return face ? faceaxis(st.ymin, st.dy, st.jmax) : centreaxis(st.ymin, st.dy, st.jmax);
-    }
-    const Range held = st.p.jrange();
-    return face ? faceaxis(st.ymin, st.dy, st.dec.jmaxg, st.dec.j0, held)
-                : centreaxis(st.ymin, st.dy, st.dec.jmaxg, st.dec.j0, held);
+    const int n = dir == 0 ? st.dec.imaxg : st.dec.jmaxg, shift = dir == 0 ? st.dec.i0 : st.dec.j0;
+    const Range held = dir == 0 ? st.p.irange() : st.p.jrange();
+    return face ? faceaxis(lo, h, n, shift, held) : centreaxis(lo, h, n, shift, held);
 }
 
 inline Grid ugrid(const Storage& st) {
-    return {xaxis(st, true), yaxis(st, false), centreaxis(st.zmin, st.dz, st.kmax)};
+    return {sideaxis(st, 0, true), sideaxis(st, 1, false), centreaxis(st.zmin, st.dz, st.kmax)};
 }
 inline Grid vgrid(const Storage& st) {
-    return {xaxis(st, false), yaxis(st, true), centreaxis(st.zmin, st.dz, st.kmax)};
+    return {sideaxis(st, 0, false), sideaxis(st, 1, true), centreaxis(st.zmin, st.dz, st.kmax)};
 }
 inline Grid wgrid(const Storage& st) {
-    return {xaxis(st, false), yaxis(st, false), faceaxis(st.zmin, st.dz, st.kmax)};
+    return {sideaxis(st, 0, false), sideaxis(st, 1, false), faceaxis(st.zmin, st.dz, st.kmax)};
 }
 inline Grid cgrid(const Storage& st) {
-    return {xaxis(st, false), yaxis(st, false), centreaxis(st.zmin, st.dz, st.kmax)};
+    return {sideaxis(st, 0, false), sideaxis(st, 1, false), centreaxis(st.zmin, st.dz, st.kmax)};
 }
 
 // Brings each coordinate of r back inside the box narrowed by `margin` at each end. The box is

@@ -87,8 +87,14 @@ void gatherstate(const Storage& st, Part part) {
         w->stats.sumfx = st.stats.sumfx;
     }
     const Decomposition& d = st.dec;
-    const auto cells = [&](const Field3d& local, Field3d Storage::*member) {
-        gathercells(d, local, st.imax, st.jmax, d.i0, d.j0, w ? &(w->*member) : nullptr);
+    // The bed is the whole box's on every rank: rank 0 copies its own.
+    const auto bed = [&] {
+        if (w == nullptr) return;
+        for (int j = 0; j <= w->jmax + 1; ++j)
+            for (int i = 0; i <= w->imax + 1; ++i) w->zb(i, j) = st.zb(i - d.i0, j - d.j0);
+    };
+    const auto cells = [&](Field3d Storage::*f) {
+        gathercells(d, st.*f, st.imax, st.jmax, d.i0, d.j0, w ? &(w->*f) : nullptr);
     };
     if (part == Part::restart) {
         for (int l = 0; l >= st.lmin; --l) {
@@ -96,32 +102,23 @@ void gatherstate(const Storage& st, Part part) {
             const mglevel& m = st.mg(l);
             gathercells(d, m.phi, m.ni, m.nj, c.i0, c.j0, w ? &w->mg(l).phi : nullptr);
         }
+        // The coarser levels live on rank 0 alone.
         if (w != nullptr) {
-            // The coarser levels live on rank 0 alone; the bed is the whole box's on every rank.
             for (int l = st.lmin - 1; l >= w->lmin; --l) copyfield(st.whole->mg(l).phi, w->mg(l).phi);
-            for (int j = 0; j <= w->jmax + 1; ++j)
-                for (int i = 0; i <= w->imax + 1; ++i) w->zb(i, j) = st.zb(i - d.i0, j - d.j0);
         }
-        cells(st.uo, &Storage::uo);
-        cells(st.vo, &Storage::vo);
-        cells(st.wo, &Storage::wo);
-        cells(st.fu, &Storage::fu);
-        cells(st.fv, &Storage::fv);
-        cells(st.fw, &Storage::fw);
-        cells(st.nut, &Storage::nut);
-        if (st.stats.enabled == 1) cells(st.p, &Storage::p);
+        bed();
+        for (Field3d Storage::*f : {&Storage::uo, &Storage::vo, &Storage::wo, &Storage::fu,
+                                    &Storage::fv, &Storage::fw, &Storage::nut}) {
+            cells(f);
+        }
+        if (st.stats.enabled == 1) cells(&Storage::p);
     }
     if (part == Part::flow) {
-        cells(st.u, &Storage::u);
-        cells(st.v, &Storage::v);
-        cells(st.w, &Storage::w);
-        cells(st.p, &Storage::p);
-        cells(st.vort, &Storage::vort);
-        cells(st.qc, &Storage::qc);
-        if (w != nullptr) {
-            for (int j = 0; j <= w->jmax + 1; ++j)
-                for (int i = 0; i <= w->imax + 1; ++i) w->zb(i, j) = st.zb(i - d.i0, j - d.j0);
+        for (Field3d Storage::*f : {&Storage::u, &Storage::v, &Storage::w, &Storage::p,
+                                    &Storage::vort, &Storage::qc}) {
+            cells(f);
         }
+        bed();
     }
     if ((part == Part::restart || part == Part::statistics) && st.stats.enabled == 1) {
         for (std::size_t m = 0; m < st.stats.sum.size(); ++m) {
