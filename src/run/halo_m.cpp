@@ -38,14 +38,34 @@ const MessageCounts& messagecounts() { return counts; }
 
 #ifdef RIFFLE_MPI
 
+namespace {
+
+// Whether a launcher of MPI processes started this one: mpirun (Open MPI), a PMIx or PMI process
+// manager (Slurm's srun, MPICH's mpiexec) announce themselves in the environment of the processes
+// they start. A plain start is one process, and does without the message layer altogether (its
+// memory, its start-up time): exactly the program it always was.
+bool launched() {
+    for (const char* name : {"OMPI_COMM_WORLD_SIZE", "PMIX_RANK", "PMI_RANK", "PMI_SIZE"}) {
+        if (std::getenv(name) != nullptr) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 Ranks::Ranks(int* argc, char*** argv) {
+    if (!launched()) return;
     int provided = 0;
     // Only the master thread of each process sends and receives: the OpenMP teams work between
     // the exchanges.
     MPI_Init_thread(argc, argv, MPI_THREAD_FUNNELED, &provided);
 }
 
-Ranks::~Ranks() { MPI_Finalize(); }
+Ranks::~Ranks() {
+    int flag = 0;
+    MPI_Initialized(&flag);
+    if (flag != 0) MPI_Finalize();
+}
 
 namespace {
 
