@@ -70,6 +70,15 @@ report=$root/validation/report.md
         echo
         echo "Run: $(cat "$out/$c.runtime" 2>/dev/null || echo unknown)."
         echo
+        # A run whose divergence blew up: when the first cell went over the limit, and where.
+        if grep -q NaN "$out/$c.log" 2>/dev/null; then
+            awk '/Step Number/ { step = $4 } /Time   / { t = $3 }
+                 /^ [0-9]+ [0-9]+ [0-9]+$/ && !seen { seen = 1
+                     printf "**The run diverged.** In the step after step %d (t = %.3g s) the divergence of cells\n", step, t
+                     printf "near (i, j, k) = (%d, %d, %d) exceeded the limit and grew until the fields became\n", $1, $2, $3
+                     print "NaN: the statistics below are void." }' "$out/$c.log"
+            echo
+        fi
         echo '```'
         cat "$out/$c.stats.txt"
         echo '```'
