@@ -200,9 +200,7 @@ Best searchuface(Warnings wn, const Storage& st, int i, int j, Point3 p) {
         tryedgex(b, p, xww, zb(i - 1, j), dx, zb(i, j), p.y);
         // The far column is wrapped periodically; for i = imax-2 this is the ghost column 0 (the
         // whole box's columns: a block reads the bed of the whole box).
-        const int gi = st.dec.distributed() ? st.dec.i0 : 0;
-        const int ni = st.dec.distributed() ? st.dec.imaxg : st.imax;
-        const int ie = (ni + 2 + (i + gi)) % ni - gi;
+        const int ie = (st.iwhole() + 2 + (i + st.ioffset())) % st.iwhole() - st.ioffset();
         trypatch(wn, b, p, xe, xee, p.y, p.y + dy, zb(i + 1, j), zb(ie, j), zb(i + 1, j + 1),
                  zb(ie, j + 1));
         trypatch(wn, b, p, xe, xee, p.y - dy, p.y, zb(i + 1, j - 1), zb(ie, j - 1), zb(i + 1, j),
@@ -232,9 +230,7 @@ Best searchvface(Warnings wn, const Storage& st, int i, int j, Point3 p) {
                  zb(i, j));
         tryedgey(b, p, yss, zb(i, j - 1), dy, zb(i, j), p.x);
         // The far row is wrapped periodically; for j = jmax-2 this is the ghost row 0.
-        const int gj = st.dec.distributed() ? st.dec.j0 : 0;
-        const int nj = st.dec.distributed() ? st.dec.jmaxg : st.jmax;
-        const int jn = (nj + 2 + (j + gj)) % nj - gj;
+        const int jn = (st.jwhole() + 2 + (j + st.joffset())) % st.jwhole() - st.joffset();
         trypatch(wn, b, p, p.x, p.x + dx, yn, ynn, zb(i, j + 1), zb(i + 1, j + 1), zb(i, jn),
                  zb(i + 1, jn));
         trypatch(wn, b, p, p.x - dx, p.x, yn, ynn, zb(i - 1, j + 1), zb(i, j + 1), zb(i - 1, jn),
@@ -258,8 +254,7 @@ PatchFoot patchfoot(double x1, double x2, double y1, double y2, double z11, doub
 
 Point3 sitepoint(const Storage& st, Site s, int ib, int jb, int k) {
     // A block's points sit where the whole box's of the same index do.
-    const int i = st.dec.distributed() ? ib + st.dec.i0 : ib;
-    const int j = st.dec.distributed() ? jb + st.dec.j0 : jb;
+    const int i = ib + st.ioffset(), j = jb + st.joffset();
     switch (s) {
     case Site::u:
         return {st.xmin + i * st.dx, st.ymin + (j - 0.5) * st.dy, st.zmin + (k - 0.5) * st.dz};

@@ -95,9 +95,7 @@ inline Grid cgrid(const Storage& st) {
 // Brings each coordinate of r back inside the box narrowed by `margin` at each end. The box is
 // xmin .. xmin + imax dx (likewise y; the whole box's counts) and zmin .. zmax.
 inline Point3 keepinside(Point3 r, const Storage& st, double margin) {
-    const int nx = st.dec.distributed() ? st.dec.imaxg : st.imax;
-    const int ny = st.dec.distributed() ? st.dec.jmaxg : st.jmax;
-    const double xhi = st.xmin + nx * st.dx, yhi = st.ymin + ny * st.dy;
+    const double xhi = st.xmin + st.iwhole() * st.dx, yhi = st.ymin + st.jwhole() * st.dy;
     r.x = std::min(std::max(r.x, st.xmin + margin), xhi - margin);
     r.y = std::min(std::max(r.y, st.ymin + margin), yhi - margin);
     r.z = std::min(std::max(r.z, st.zmin + margin), st.zmax - margin);
@@ -246,14 +244,11 @@ inline double setprofile(double ustar, double dp, double z0, const Tangential& t
 inline Point3 bednormal(const Storage& st, Point3 f) {
     // Truncation as for a non-negative column index; held so the patch stays inside zb. The
     // column is the whole box's; a block holds zb at its own offset (gi, gj).
-    const bool blocks = st.dec.distributed();
-    const int nx = blocks ? st.dec.imaxg : st.imax, ny = blocks ? st.dec.jmaxg : st.jmax;
-    const int gi = blocks ? st.dec.i0 : 0, gj = blocks ? st.dec.j0 : 0;
-    const int a = std::clamp(static_cast<int>((f.x - st.xmin) / st.dx + 0.5), 0, nx);
-    const int b = std::clamp(static_cast<int>((f.y - st.ymin) / st.dy + 0.5), 0, ny);
+    const int a = std::clamp(static_cast<int>((f.x - st.xmin) / st.dx + 0.5), 0, st.iwhole());
+    const int b = std::clamp(static_cast<int>((f.y - st.ymin) / st.dy + 0.5), 0, st.jwhole());
     const double x1 = st.xmin + (a - 0.5) * st.dx, x2 = st.xmin + (a + 0.5) * st.dx;
     const double y1 = st.ymin + (b - 0.5) * st.dy, y2 = st.ymin + (b + 0.5) * st.dy;
-    const int ia = a - gi, jb = b - gj;
+    const int ia = a - st.ioffset(), jb = b - st.joffset();
     const Bilinear s = bilinear(x1, x2, y1, y2, st.zb(ia, jb), st.zb(ia + 1, jb),
                                 st.zb(ia, jb + 1), st.zb(ia + 1, jb + 1));
     const double zx = s.cx + s.cxy * f.y, zy = s.cy + s.cxy * f.x;

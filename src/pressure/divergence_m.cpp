@@ -24,7 +24,7 @@ void divergence(Storage& st) {
     const double dx = st.dx, dy = st.dy, dz = st.dz;
     const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
     const bool distributed = st.dec.distributed();
-    const int gi = distributed ? st.dec.i0 : 0, gj = distributed ? st.dec.j0 : 0;
+    const int gi = st.ioffset(), gj = st.joffset();
     std::vector<int> cells;  // several ranks: i j k in the whole box of each cell over the limit
     Partials maxima(-std::numeric_limits<double>::infinity());
     Partials sums(0.0);

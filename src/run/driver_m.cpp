@@ -162,7 +162,7 @@ void storeold(Storage& st) {
 
 void nodeaveraging(const Storage& st, NodeArrays& nodes) {
     // The bed at the nodes covers the whole grid; a block reads it at its offset.
-    const int gi = st.dec.distributed() ? st.dec.i0 : 0, gj = st.dec.distributed() ? st.dec.j0 : 0;
+    const int gi = st.ioffset(), gj = st.joffset();
     // Every node is averaged on its own, so the planes can be shared among threads.
 #pragma omp parallel for schedule(static)
     for (int k = 0; k <= st.kmax; ++k) {
@@ -181,16 +181,14 @@ void nodeaveraging(const Storage& st, NodeArrays& nodes) {
     }
 }
 
-namespace {
-
-// Several ranks: rank 0 gathers each node field of the blocks into one field of the whole grid
-// and writes it (a node on a block face is the same value on both blocks).
-void writegathered(const Storage& st, NodeArrays& nodes) {
-    const Decomposition& d = st.dec;
-    const bool root = myrank() == 0;
+void writeresults(const Storage& st, NodeArrays& nodes) {
+    nodeaveraging(st, nodes);
+    // On several ranks rank 0 gathers each node field of the blocks into one field of the whole
+    // grid and writes it (a node on a block face is the same value on both blocks).
+    const bool blocks = st.dec.distributed(), root = myrank() == 0;
     static Field3d whole;
-    if (root && !whole.allocated()) {
-        whole.allocate(Range{0, d.imaxg}, Range{0, d.jmaxg}, Range{0, st.kmax});
+    if (blocks && root && !whole.allocated()) {
+        whole.allocate(Range{0, st.iwhole()}, Range{0, st.jwhole()}, Range{0, st.kmax});
     }
     int ier = 0;
     if (root) pf::CG_KAVEL_WRITE_SOL_TIME_F(st.time, ier);
@@ -198,30 +196,16 @@ void writegathered(const Storage& st, NodeArrays& nodes) {
         {"VelocityX", &nodes.unode}, {"VelocityY", &nodes.vnode}, {"VelocityZ", &nodes.wnode},
         {"Pressure", &nodes.pnode},  {"Vorticity", &nodes.vortnode}, {"Coherent", &nodes.qnode}};
     for (const auto& [name, field] : fields) {
-        gather(*field, Range{0, st.imax}, Range{0, st.jmax}, d.i0, d.j0, root ? &whole : nullptr);
-        if (root) pf::CG_KAVEL_WRITE_SOL_REAL_F(name, whole.data(), ier);
+        const Field3d* out = field;
+        if (blocks) {
+            gather(*field, Range{0, st.imax}, Range{0, st.jmax}, st.dec.i0, st.dec.j0,
+                   root ? &whole : nullptr);
+            out = &whole;
+        }
+        if (root) pf::CG_KAVEL_WRITE_SOL_REAL_F(name, out->data(), ier);
     }
-    if (root) pf::CG_KAVEL_FLUSH_F(ier);
-}
-
-}  // namespace
-
-void writeresults(const Storage& st, NodeArrays& nodes) {
-    nodeaveraging(st, nodes);
-    if (st.dec.distributed()) {
-        writegathered(st, nodes);
-        return;
-    }
-    int ier = 0;
-    pf::CG_KAVEL_WRITE_SOL_TIME_F(st.time, ier);
-    pf::CG_KAVEL_WRITE_SOL_REAL_F("VelocityX", nodes.unode.data(), ier);
-    pf::CG_KAVEL_WRITE_SOL_REAL_F("VelocityY", nodes.vnode.data(), ier);
-    pf::CG_KAVEL_WRITE_SOL_REAL_F("VelocityZ", nodes.wnode.data(), ier);
-    pf::CG_KAVEL_WRITE_SOL_REAL_F("Pressure", nodes.pnode.data(), ier);
-    pf::CG_KAVEL_WRITE_SOL_REAL_F("Vorticity", nodes.vortnode.data(), ier);
-    pf::CG_KAVEL_WRITE_SOL_REAL_F("Coherent", nodes.qnode.data(), ier);
     // The solution reaches the disk whole, or (if the run dies first) not at all.
-    pf::CG_KAVEL_FLUSH_F(ier);
+    if (root) pf::CG_KAVEL_FLUSH_F(ier);
 }
 
 void stepreport(const Storage& st) {
@@ -238,6 +222,13 @@ void stepreport(const Storage& st) {
 
 namespace {
 
+// Node heights zmin + k dz over the node field z3 (its whole range).
+void nodeheights(const Storage& st, Field3d& z3) {
+    for (int k = z3.krange().lo; k <= z3.krange().hi; ++k)
+        for (int j = z3.jrange().lo; j <= z3.jrange().hi; ++j)
+            for (int i = z3.irange().lo; i <= z3.irange().hi; ++i) z3(i, j, k) = st.zmin + k * st.dz;
+}
+
 // Several ranks: the box is divided into blocks of whole columns, and this rank keeps its block
 // of every field; the node fields it averages for output cover its block too.
 void divide(Storage& st, NodeArrays& nodes) {
@@ -253,9 +244,7 @@ void divide(Storage& st, NodeArrays& nodes) {
                        &nodes.vortnode, &nodes.qnode}) {
         a->allocate(ri, rj, rk);
     }
-    for (int k = 0; k <= st.kmax; ++k)
-        for (int j = 0; j <= st.jmax; ++j)
-            for (int i = 0; i <= st.imax; ++i) nodes.z3(i, j, k) = st.zmin + k * st.dz;
+    nodeheights(st, nodes.z3);
 }
 
 }  // namespace
@@ -267,15 +256,12 @@ void statisticsoutput(const Storage& st, const NodeArrays& nodes) {
         writestatistics(st, nodes);
         return;
     }
-    gatherstate(st, Part::statistics);
-    const Storage* whole = wholestate(st);
+    const Storage* whole = filesource(st, Part::statistics);
     if (whole == nullptr) return;
     static NodeArrays wholenodes;
     if (!wholenodes.z3.allocated()) {
         wholenodes.z3.allocate(Range{0, whole->imax}, Range{0, whole->jmax}, Range{0, st.kmax});
-        for (int k = 0; k <= st.kmax; ++k)
-            for (int j = 0; j <= whole->jmax; ++j)
-                for (int i = 0; i <= whole->imax; ++i) wholenodes.z3(i, j, k) = st.zmin + k * st.dz;
+        nodeheights(st, wholenodes.z3);
     }
     writestatistics(*whole, wholenodes);
 }
@@ -346,16 +332,16 @@ void velocityboundaries(Storage& st) {
 }
 
 // The side-wall laws run only where all three velocity codes of the face are walls.
-// On several ranks, the blocks that lie on the wall.
+// On several ranks, the blocks that lie on the wall; then every block takes the first rows the
+// neighbours changed near their faces (the bed forcing reads them next).
 void sidewalls(Storage& st) {
     const bool blocks = st.dec.distributed();
-    if (st.ibu[south] == -1 && st.ibv[south] == -1 && st.ibw[south] == -1 &&
-        (!blocks || st.dec.ownsface(south))) {
-        flow::walls(st);
-    }
-    if (st.ibu[north] == -1 && st.ibv[north] == -1 && st.ibw[north] == -1 &&
-        (!blocks || st.dec.ownsface(north))) {
-        flow::walln(st);
+    const bool s = st.ibu[south] == -1 && st.ibv[south] == -1 && st.ibw[south] == -1;
+    const bool n = st.ibu[north] == -1 && st.ibv[north] == -1 && st.ibw[north] == -1;
+    if (s && (!blocks || st.dec.ownsface(south))) flow::walls(st);
+    if (n && (!blocks || st.dec.ownsface(north))) flow::walln(st);
+    if (blocks && (s || n)) {
+        for (Field3d* f : {&st.u, &st.w}) exchangeinside(st.dec, *f, st.imax, st.jmax);
     }
 }
 
@@ -374,17 +360,13 @@ void advance(Storage& st, RoutineTimers* timers) {
         flow::zvelocity(st);
     });
     // On blocks, the side walls and the bed forcing read the predicted velocities of the
-    // neighbour blocks near their faces, and the forcing the walls' first rows there too (after
-    // the prediction and after the correction alike).
-    const auto predictedhalo = [&] {
-        if (!st.dec.distributed()) return;
+    // neighbour blocks near their faces.
+    if (st.dec.distributed()) {
         t.time("halo", [&] {
             for (Field3d* f : {&st.u, &st.v, &st.w}) exchangeinside(st.dec, *f, st.imax, st.jmax);
         });
-    };
-    predictedhalo();
+    }
     t.time("side walls", [&] { sidewalls(st); });
-    if (st.ibu[south] == -1 || st.ibu[north] == -1) predictedhalo();
     t.time("immersing", [&] { ibm::immersing(st); });
     if (st.dt < zerosolidstep) t.time("zerosolid", [&] { zerosolid(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
@@ -393,7 +375,6 @@ void advance(Storage& st, RoutineTimers* timers) {
     t.time("boundaries", [&] { velocityboundaries(st); });
     t.time("divergence", [&] { pressure::divergence(st); });
     t.time("side walls", [&] { sidewalls(st); });
-    if (st.ibu[south] == -1 || st.ibu[north] == -1) predictedhalo();
     t.time("immersing", [&] { ibm::immersing(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
     t.time("smagorinsky", [&] { flow::smagorinsky(st); });  // from the corrected velocity
@@ -467,16 +448,14 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
             // On several ranks rank 0 writes these files from the whole box gathered.
             if (st.hotout == 1 && crossed(st.time, told, st.dthotout)) {
                 t.time("restart output", [&] {
-                    if (st.dec.distributed()) gatherstate(st, Part::restart);
-                    const Storage* from = st.dec.distributed() ? wholestate(st) : &st;
+                    const Storage* from = filesource(st, Part::restart);
                     if (from) restartwrite(*from, st.istep, st.time, st.outpath, st.outfile);
                 });
             }
             if (st.tecplot == 1 && crossed(st.time, told, st.dttecplot)) {
                 t.time("tecplot output", [&] {
                     pressure::vorticity(st);
-                    if (st.dec.distributed()) gatherstate(st, Part::flow);
-                    const Storage* from = st.dec.distributed() ? wholestate(st) : &st;
+                    const Storage* from = filesource(st, Part::flow);
                     if (from) {
                         tecplotflow(*from, st.outpath, st.outfile, trunc32(st.time / st.dttecplot));
                     }

@@ -75,7 +75,8 @@ void advance(Storage& st, RoutineTimers* timers = nullptr);
 // boundaryu, boundaryv, boundaryw, in that order.
 void velocityboundaries(Storage& st);
 
-// The south and north wall laws, each where all three velocity codes of its face are walls.
+// The south and north wall laws, each where all three velocity codes of its face are walls (on
+// several ranks: on the blocks that lie on the wall, then the halo of u and w refreshed).
 void sidewalls(Storage& st);
 
 // Zeroes the velocities and eddy viscosity at points inside the bed (flag -1); each point

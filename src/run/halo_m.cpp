@@ -342,11 +342,6 @@ std::vector<double> allvalues(double x) {
     return all;
 }
 
-void abortall(int status) {
-    if (started() && rankcount() > 1) MPI_Abort(MPI_COMM_WORLD, status);
-    std::exit(status);
-}
-
 #else  // a build without the message layer: one process, nothing to exchange
 
 Ranks::Ranks(int*, char***) {}
@@ -384,7 +379,6 @@ void scatter(Field3<double>& local, Range li, Range lj, int i0, int j0,
     }
 }
 std::vector<double> allvalues(double x) { return {x}; }
-void abortall(int status) { std::exit(status); }
 
 #endif
 

@@ -83,7 +83,4 @@ struct MessageCounts {
 };
 [[nodiscard]] const MessageCounts& messagecounts();
 
-// Ends every rank of the run with `status` (a fatal error seen by one rank alone).
-[[noreturn]] void abortall(int status);
-
 }  // namespace riffle

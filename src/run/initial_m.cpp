@@ -65,8 +65,7 @@ void initialfields(Storage& st) {
 
     // Each component gets the identical disturbance at a given index, u first, then v, then w.
     if (int32view(st.iPerturb) != 0) {
-        const int gi = st.dec.distributed() ? st.dec.i0 : 0;
-        const int gj = st.dec.distributed() ? st.dec.j0 : 0;
+        const int gi = st.ioffset(), gj = st.joffset();
         disturb(st.u, st.uo, imax, jmax, kmax, gi, gj, st.amplitude);
         disturb(st.v, st.vo, imax, jmax, kmax, gi, gj, st.amplitude);
         disturb(st.w, st.wo, imax, jmax, kmax, gi, gj, st.amplitude);

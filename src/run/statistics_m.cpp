@@ -36,7 +36,7 @@ void addsample(Storage& st, const NodeArrays& nodes) {
     if (s.enabled != 1 || !(st.time >= s.start)) return;
     // The node values as the case file gets them (see nodeaveraging), at the fluid nodes only.
     // Every node is summed on its own, so the planes can be shared among threads.
-    const int gi = st.dec.distributed() ? st.dec.i0 : 0, gj = st.dec.distributed() ? st.dec.j0 : 0;
+    const int gi = st.ioffset(), gj = st.joffset();
 #pragma omp parallel for schedule(static)
     for (int k = 0; k <= st.kmax; ++k) {
         for (int j = 0; j <= st.jmax; ++j) {

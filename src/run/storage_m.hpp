@@ -126,6 +126,13 @@ struct Storage {
     // gathered and all coarser ones), with the grid scalars and codes they are solved with.
     std::unique_ptr<Storage> whole;
 
+    // The offset of this rank's block in the whole box (0 on one process), and the whole box's
+    // cell counts in x and y.
+    [[nodiscard]] int ioffset() const { return dec.distributed() ? dec.i0 : 0; }
+    [[nodiscard]] int joffset() const { return dec.distributed() ? dec.j0 : 0; }
+    [[nodiscard]] int iwhole() const { return dec.distributed() ? dec.imaxg : imax; }
+    [[nodiscard]] int jwhole() const { return dec.distributed() ? dec.jmaxg : jmax; }
+
     [[nodiscard]] mglevel& mg(int l) { return mglevels[static_cast<std::size_t>(-l)]; }
     [[nodiscard]] const mglevel& mg(int l) const { return mglevels[static_cast<std::size_t>(-l)]; }
 };

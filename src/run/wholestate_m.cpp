@@ -71,6 +71,9 @@ Storage* wholestate(const Storage& st) {
     return whole.get();
 }
 
+namespace {
+
+// Gathers `part` of the blocks' state into rank 0's whole box (collective).
 void gatherstate(const Storage& st, Part part) {
     Storage* const w = wholestate(st);
     if (w != nullptr) {
@@ -125,6 +128,14 @@ void gatherstate(const Storage& st, Part part) {
             gathernodes(d, st.stats.sum[m], st.imax, st.jmax, w ? &w->stats.sum[m] : nullptr);
         }
     }
+}
+
+}  // namespace
+
+const Storage* filesource(const Storage& st, Part part) {
+    if (!st.dec.distributed()) return &st;
+    gatherstate(st, part);
+    return wholestate(st);
 }
 
 void scatterrestart(Storage& st) {

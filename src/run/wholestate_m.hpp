@@ -23,8 +23,9 @@ namespace riffle {
 // What a file needs of the state.
 enum class Part { restart, flow, statistics };
 
-// Gathers `part` of the blocks' state into rank 0's whole box (collective).
-void gatherstate(const Storage& st, Part part);
+// The storage a file of the whole box is written from: the run's own on one process; on several
+// ranks rank 0's whole box with `part` gathered into it (collective; nullptr on the other ranks).
+[[nodiscard]] const Storage* filesource(const Storage& st, Part part);
 
 // Hands the restart state of rank 0's whole box out to the blocks (collective): multigrid phi,
 // previous-level velocities, momentum terms, eddy viscosity, statistics sums and pressure; the
