@@ -57,8 +57,7 @@ void gridsetup(Storage& st, NodeArrays& nodes) {
     try {
         if (nodecount > (std::uint64_t{1} << 31)) throw std::bad_alloc();
         if (root) {
-            for (Field3d* a : {&nodes.x3, &nodes.y3, &nodes.z3, &nodes.unode, &nodes.vnode,
-                               &nodes.wnode, &nodes.pnode, &nodes.vortnode, &nodes.qnode}) {
+            for (Field3d* a : {&nodes.x3, &nodes.y3, &nodes.z3, &nodes.node}) {
                 a->allocate(ni_r, nj_r, nk_r);
             }
         }

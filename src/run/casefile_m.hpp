@@ -17,7 +17,10 @@ namespace riffle {
 struct NodeArrays {
     Field3d x3, y3, z3;  // x3 and y3 are released once the grid is written
     Field2d elev;  // bed elevation at the nodes (0:imax, 0:jmax)
-    Field3d unode, vnode, wnode, pnode, vortnode, qnode;
+    // The node output fields (unode, vnode, wnode, pnode, vortnode, qnode) are formed one at a
+    // time in this one array, each just before it is written: six arrays of the grid's size
+    // would add a sixth to the run's memory for values that are only ever written out.
+    Field3d node;
 };
 
 // Condition reads: the error flag is deliberately not looked at (an absent key keeps `value`).

@@ -160,7 +160,13 @@ void storeold(Storage& st) {
     st.oldflagsof = st.forcing.enabled ? st.forcing.classification : ~std::uint64_t{0};
 }
 
-void nodeaveraging(const Storage& st, NodeArrays& nodes) {
+namespace {
+
+// The node average `value`(i, j, k) over the nodes, or zero at the nodes at or below the bed
+// where `inbedzero` says so.
+template <class Value>
+void averagenodes(const Storage& st, const NodeArrays& nodes, bool inbedzero, Value value,
+                  Field3d& out) {
     // The bed at the nodes covers the whole grid; a block reads it at its offset.
     const int gi = st.ioffset(), gj = st.joffset();
     // Every node is averaged on its own, so the planes can be shared among threads.
@@ -168,21 +174,34 @@ void nodeaveraging(const Storage& st, NodeArrays& nodes) {
     for (int k = 0; k <= st.kmax; ++k) {
         for (int j = 0; j <= st.jmax; ++j) {
             for (int i = 0; i <= st.imax; ++i) {
-                // The pressure is written everywhere, inside the bed too.
-                nodes.pnode(i, j, k) = eightcells(st.p, i, j, k);
-                const bool fluid = nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k);
-                nodes.unode(i, j, k) = fluid ? nodeu(st.u, i, j, k) : 0.0;
-                nodes.vnode(i, j, k) = fluid ? nodev(st.v, i, j, k) : 0.0;
-                nodes.wnode(i, j, k) = fluid ? nodew(st.w, i, j, k) : 0.0;
-                nodes.vortnode(i, j, k) = fluid ? eightcells(st.vort, i, j, k) : 0.0;
-                nodes.qnode(i, j, k) = fluid ? eightcells(st.qc, i, j, k) : 0.0;
+                const bool fluid = !inbedzero || nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k);
+                out(i, j, k) = fluid ? value(i, j, k) : 0.0;
             }
         }
     }
 }
 
+}  // namespace
+
+void nodeaveraging(const Storage& st, const NodeArrays& nodes, NodeField field, Field3d& out) {
+    const auto average = [&](bool inbedzero, auto value) {
+        averagenodes(st, nodes, inbedzero, value, out);
+    };
+    switch (field) {
+    case NodeField::unode: return average(true, [&](int i, int j, int k) { return nodeu(st.u, i, j, k); });
+    case NodeField::vnode: return average(true, [&](int i, int j, int k) { return nodev(st.v, i, j, k); });
+    case NodeField::wnode: return average(true, [&](int i, int j, int k) { return nodew(st.w, i, j, k); });
+    // The pressure is written everywhere, inside the bed too.
+    case NodeField::pnode:
+        return average(false, [&](int i, int j, int k) { return eightcells(st.p, i, j, k); });
+    case NodeField::vortnode:
+        return average(true, [&](int i, int j, int k) { return eightcells(st.vort, i, j, k); });
+    case NodeField::qnode:
+        return average(true, [&](int i, int j, int k) { return eightcells(st.qc, i, j, k); });
+    }
+}
+
 void writeresults(const Storage& st, NodeArrays& nodes) {
-    nodeaveraging(st, nodes);
     // On several ranks rank 0 gathers each node field of the blocks into one field of the whole
     // grid and writes it (a node on a block face is the same value on both blocks).
     const bool blocks = st.dec.distributed(), root = myrank() == 0;
@@ -192,13 +211,15 @@ void writeresults(const Storage& st, NodeArrays& nodes) {
     }
     int ier = 0;
     if (root) pf::CG_KAVEL_WRITE_SOL_TIME_F(st.time, ier);
-    const std::pair<const char*, const Field3d*> fields[] = {
-        {"VelocityX", &nodes.unode}, {"VelocityY", &nodes.vnode}, {"VelocityZ", &nodes.wnode},
-        {"Pressure", &nodes.pnode},  {"Vorticity", &nodes.vortnode}, {"Coherent", &nodes.qnode}};
+    const std::pair<const char*, NodeField> fields[] = {
+        {"VelocityX", NodeField::unode}, {"VelocityY", NodeField::vnode},
+        {"VelocityZ", NodeField::wnode}, {"Pressure", NodeField::pnode},
+        {"Vorticity", NodeField::vortnode}, {"Coherent", NodeField::qnode}};
     for (const auto& [name, field] : fields) {
-        const Field3d* out = field;
+        nodeaveraging(st, nodes, field, nodes.node);
+        const Field3d* out = &nodes.node;
         if (blocks) {
-            gather(*field, Range{0, st.imax}, Range{0, st.jmax}, st.dec.i0, st.dec.j0,
+            gather(nodes.node, Range{0, st.imax}, Range{0, st.jmax}, st.dec.i0, st.dec.j0,
                    root ? &whole : nullptr);
             out = &whole;
         }
@@ -240,10 +261,7 @@ void divide(Storage& st, NodeArrays& nodes) {
     st.imax = st.dec.ni;
     st.jmax = st.dec.nj;
     const Range ri{0, st.imax}, rj{0, st.jmax}, rk{0, st.kmax};
-    for (Field3d* a : {&nodes.z3, &nodes.unode, &nodes.vnode, &nodes.wnode, &nodes.pnode,
-                       &nodes.vortnode, &nodes.qnode}) {
-        a->allocate(ri, rj, rk);
-    }
+    for (Field3d* a : {&nodes.z3, &nodes.node}) a->allocate(ri, rj, rk);
     nodeheights(st, nodes.z3);
 }
 

@@ -106,9 +106,13 @@ inline double eightcells(const Field3d& a, int i, int j, int k) {
                     a(i + 1, j + 1, k + 1));
 }
 
-// Averages p, u, v, w, vort and qc from the staggered grid to the nodes. Nodes at or below the bed
-// get zero velocity, vorticity and Q; the pressure is averaged everywhere.
-void nodeaveraging(const Storage& st, NodeArrays& nodes);
+// The node output fields, in the order they are written.
+enum class NodeField { unode, vnode, wnode, pnode, vortnode, qnode };
+
+// Averages one of p, u, v, w, vort and qc from the staggered grid to the nodes, into `out` (over
+// 0:imax, 0:jmax, 0:kmax). Nodes at or below the bed get zero velocity, vorticity and Q; the
+// pressure is averaged everywhere.
+void nodeaveraging(const Storage& st, const NodeArrays& nodes, NodeField field, Field3d& out);
 
 // Writes the solution time and the six node fields to the open case file.
 void writeresults(const Storage& st, NodeArrays& nodes);

@@ -76,7 +76,7 @@ std::uint64_t allocationbytes(const Storage& st) {
     std::uint64_t bytes = 0;
     for (int l = 0; l >= st.lmin; --l) {
         const int f = 1 << (-l);
-        bytes += 4 * 8 * cells(Range{0, st.imax / f + 1}, Range{0, st.jmax / f + 1},
+        bytes += 3 * 8 * cells(Range{0, st.imax / f + 1}, Range{0, st.jmax / f + 1},
                                Range{0, st.kmax / f + 1});
     }
     // p, fu..fwo (6), nut, 7 strain arrays, vort, qc: 17 cell-centred reals.
@@ -95,7 +95,9 @@ void allocatelevel(mglevel& m, int ni, int nj, int nk) {
     m.nj = nj;
     m.nk = nk;
     const Range ri{0, m.ni + 1}, rj{0, m.nj + 1}, rk{0, m.nk + 1};
-    for (Field3d* a : {&m.phi, &m.lphi, &m.res, &m.src}) a->allocate(ri, rj, rk);
+    // lphi is left unallocated: the solver forms the Laplacian inside its residual pass, and
+    // operatorp allocates it when it is first asked for.
+    for (Field3d* a : {&m.phi, &m.res, &m.src}) a->allocate(ri, rj, rk);
 }
 
 // A block's hierarchy: its share of each level down to the level where one block unit is one

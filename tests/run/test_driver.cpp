@@ -33,10 +33,7 @@ TEST(Driver, NodeAveragingOfLinearFieldsIsExactAboveTheBed) {
     Storage st = box(4, 4, 4);
     NodeArrays nodes;
     const Range ri{0, 4};
-    for (Field3d* a : {&nodes.z3, &nodes.unode, &nodes.vnode, &nodes.wnode, &nodes.pnode,
-                       &nodes.vortnode, &nodes.qnode}) {
-        a->allocate(ri, ri, ri);
-    }
+    nodes.z3.allocate(ri, ri, ri);
     nodes.elev.allocate(ri, ri);
     nodes.elev.fill(0.5);
     for (int k = 0; k <= 4; ++k)
@@ -56,20 +53,23 @@ TEST(Driver, NodeAveragingOfLinearFieldsIsExactAboveTheBed) {
                 st.vort(i, j, k) = 1.0;
                 st.qc(i, j, k) = zc;
             }
-    nodeaveraging(st, nodes);
-    EXPECT_DOUBLE_EQ(nodes.unode(2, 3, 1), 2.0 * 3 + 3.0 * 1);
-    EXPECT_DOUBLE_EQ(nodes.vnode(2, 3, 1), 2.0 - 1);
-    EXPECT_DOUBLE_EQ(nodes.wnode(2, 3, 1), 2.0 + 3);
-    EXPECT_DOUBLE_EQ(nodes.pnode(2, 3, 1), 2.0 + 30 + 100);
-    EXPECT_DOUBLE_EQ(nodes.qnode(1, 1, 3), 3.0);
+    const auto at = [&](NodeField f, int i, int j, int k) {
+        Field3d out(ri, ri, ri);
+        nodeaveraging(st, nodes, f, out);
+        return out(i, j, k);
+    };
+    EXPECT_DOUBLE_EQ(at(NodeField::unode, 2, 3, 1), 2.0 * 3 + 3.0 * 1);
+    EXPECT_DOUBLE_EQ(at(NodeField::vnode, 2, 3, 1), 2.0 - 1);
+    EXPECT_DOUBLE_EQ(at(NodeField::wnode, 2, 3, 1), 2.0 + 3);
+    EXPECT_DOUBLE_EQ(at(NodeField::pnode, 2, 3, 1), 2.0 + 30 + 100);
+    EXPECT_DOUBLE_EQ(at(NodeField::qnode, 1, 1, 3), 3.0);
     // k = 0 lies below the bed at 0.5: zero velocity, vorticity and Q, but the pressure stays.
-    EXPECT_EQ(nodes.unode(2, 3, 0), 0.0);
-    EXPECT_EQ(nodes.vortnode(2, 3, 0), 0.0);
-    EXPECT_DOUBLE_EQ(nodes.pnode(2, 3, 0), 2.0 + 30);
+    EXPECT_EQ(at(NodeField::unode, 2, 3, 0), 0.0);
+    EXPECT_EQ(at(NodeField::vortnode, 2, 3, 0), 0.0);
+    EXPECT_DOUBLE_EQ(at(NodeField::pnode, 2, 3, 0), 2.0 + 30);
     // A node exactly on the bed counts as at or below it.
     nodes.elev(1, 1) = 1.0;
-    nodeaveraging(st, nodes);
-    EXPECT_EQ(nodes.unode(1, 1, 1), 0.0);
+    EXPECT_EQ(at(NodeField::unode, 1, 1, 1), 0.0);
 }
 
 }  // namespace
