@@ -161,6 +161,8 @@ TEST(CaseCheck, KeyStatusesProblemsAndWarnings) {
         {"zminItm = 0\n", "lies below the first cell centre zc(1) = 0.003125", "W"},
         {"level = 0.2\nzminItm = 0\ndischargeItm = 0.01\n", "reaches the top of the box", "W"},
         {"endtimeItm = 0.5\nstarttimeItm = 0.5\n", "exactly one step", "W"},
+        {"timetypeItm = 1\ntimestepItm = 0.0008\n", "inside the bed is then not set to zero", "W"},
+        {"timetypeItm = 1\ntimestepItm = 0.00079\n", "", "W"},
         {"ni = 2\n", "1 cell in x", "W"},
         {"bed = sinusoid\nwavelength = 0.3\n", "not periodic in x", "W"},
         {"timetypeItm = 2\n",

@@ -114,6 +114,13 @@ std::vector<std::string> warnings(const Held& held, const Report& report) {
     if (const double q = held.real("dischargeItm"); !(q > 0.0)) w.push_back(msg::warn_discharge(q));
     const double start = held.real("starttimeItm"), end = held.real("endtimeItm");
     if (!(end > start)) w.push_back(msg::warn_endtime(start, end));
+    // The solver zeroes the velocities inside the bed only after steps shorter than 0.8 ms; with
+    // a longer fixed step, cells below the bed keep a flow of their own.
+    if (const double dt = held.real("timestepItm");
+        held.integer("timetypeItm") == 1 && dt >= 0.0008 && hasbed && dz > 0.0 &&
+        *std::max_element(bed.elevation.begin(), bed.elevation.end()) > zmin + 0.5 * dz) {
+        w.push_back(msg::warn_free_solid(dt));
+    }
 
     // Real-valued switches whose int32 view hides their value.
     for (const KeyReport& k : report.keys) {

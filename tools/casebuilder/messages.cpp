@@ -132,6 +132,12 @@ std::string warn_endtime(double starttime, double endtime) {
            ": exactly one step is made";
 }
 
+std::string warn_free_solid(double timestep) {
+    return "timestepItm = " + n(timestep) +
+           " is not below 0.0008: the flow inside the bed is then not set to zero each step, and "
+           "on a fine grid it can grow until the run diverges";
+}
+
 std::string warn_few_cells(char axis, int cells) {
     return "the grid has " + std::to_string(cells) + " cell" + (cells == 1 ? "" : "s") + " in " +
            axis + ": at least 2 are needed for differences across the periodic or wall boundary";
