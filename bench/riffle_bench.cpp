@@ -2,8 +2,9 @@
 // report goes to stdout) and then prints to stderr the wall time of each routine of the time loop,
 // its share of the loop, the time per step, ns per cell per step and the peak resident memory in
 // MiB and in bytes per cell, in all and above what the process held before the case was read (of
-// rank 0, over the whole box's cells on several ranks). Under mpirun rank 0 reports, with the halo exchanges, reductions and gathers of a step and their
-// time. With --thread-clocks each routine's load imbalance is printed too: the busiest thread's
+// rank 0, over the whole box's cells on several ranks). Under mpirun rank 0 reports, with the
+// halo exchanges, reductions and gathers of a step and their time. With --thread-clocks each
+// routine's load imbalance is printed too: the busiest thread's
 // CPU time in it over the mean of the threads (run with a passive OpenMP wait policy, so that idle
 // threads sleep and their CPU time is their work). It also prints the forcing points of the
 // immersed bed and the memory their lists take.
