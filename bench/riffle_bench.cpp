@@ -4,10 +4,10 @@
 // MiB and in bytes per cell, in all and above what the process held before the case was read (of
 // rank 0, over the whole box's cells on several ranks). Under mpirun rank 0 reports, with the
 // halo exchanges, reductions and gathers of a step and their time. With --thread-clocks each
-// routine's load imbalance is printed too: the busiest thread's
-// CPU time in it over the mean of the threads (run with a passive OpenMP wait policy, so that idle
-// threads sleep and their CPU time is their work). It also prints the forcing points of the
-// immersed bed and the memory their lists take.
+// routine's load imbalance is printed too: the busiest thread's CPU time in it over the mean of
+// the threads (run with a passive OpenMP wait policy, so that idle threads sleep and their CPU
+// time is their work). It also prints the forcing points of the immersed bed and the memory their
+// lists take.
 #include <sys/resource.h>
 #include <unistd.h>
 
