@@ -600,7 +600,9 @@ void operatorp(Storage& st, int level) {
     const double hx2 = g.hx * g.hx, hy2 = g.hy * g.hy, hz2 = g.hz * g.hz;
     const Codes t = codes_of(st);
     Field3d& lphifield = st.mg(level).lphi;
-    if (!lphifield.allocated()) lphifield.allocate(Range{0, nx + 1}, Range{0, ny + 1}, Range{0, nz + 1});
+    if (!lphifield.allocated()) {
+        lphifield.allocate(Range{0, nx + 1}, Range{0, ny + 1}, Range{0, nz + 1});
+    }
     const View phi = st.mg(level).phi.view();
     const View lphi = lphifield.view();
 #pragma omp parallel if (worththreads(nx, ny, nz))

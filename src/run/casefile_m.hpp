@@ -19,7 +19,7 @@ struct NodeArrays {
     Field2d elev;  // bed elevation at the nodes (0:imax, 0:jmax)
     // The node output fields (unode, vnode, wnode, pnode, vortnode, qnode) are formed one at a
     // time in this one array, each just before it is written: six arrays of the grid's size
-    // would add a sixth to the run's memory for values that are only ever written out.
+    // would add some 40 bytes a cell to the run's memory for values that are only written out.
     Field3d node;
 };
 

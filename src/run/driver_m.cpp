@@ -188,9 +188,12 @@ void nodeaveraging(const Storage& st, const NodeArrays& nodes, NodeField field, 
         averagenodes(st, nodes, inbedzero, value, out);
     };
     switch (field) {
-    case NodeField::unode: return average(true, [&](int i, int j, int k) { return nodeu(st.u, i, j, k); });
-    case NodeField::vnode: return average(true, [&](int i, int j, int k) { return nodev(st.v, i, j, k); });
-    case NodeField::wnode: return average(true, [&](int i, int j, int k) { return nodew(st.w, i, j, k); });
+    case NodeField::unode:
+        return average(true, [&](int i, int j, int k) { return nodeu(st.u, i, j, k); });
+    case NodeField::vnode:
+        return average(true, [&](int i, int j, int k) { return nodev(st.v, i, j, k); });
+    case NodeField::wnode:
+        return average(true, [&](int i, int j, int k) { return nodew(st.w, i, j, k); });
     // The pressure is written everywhere, inside the bed too.
     case NodeField::pnode:
         return average(false, [&](int i, int j, int k) { return eightcells(st.p, i, j, k); });

@@ -31,7 +31,7 @@ using Field2d = Field2<double>;
 
 // One level of the multigrid hierarchy: cell counts ni x nj x nk, cell-centred arrays over
 // (0:ni+1, 0:nj+1, 0:nk+1). lphi is allocated only by operatorp, on its first call: nothing in
-// a run reads it, and leaving it out saves a tenth of the run's memory.
+// a run reads it, so a run does not reserve it.
 struct mglevel {
     int ni = 0, nj = 0, nk = 0;
     Field3d phi;   // pressure increment
