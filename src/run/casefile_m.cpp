@@ -226,6 +226,7 @@ void readroughness(Storage& st) {
 void readsolversettings(Storage& st) {
     readreal("smagorinskyItm", st.cs);
     readinteger("iIBMItm", st.iIBM);
+    readinteger("iWallModelItm", st.iwallmodel);
     int icycle = 0;
     readinteger("iCycleItm", icycle);
     if (icycle == 1) {

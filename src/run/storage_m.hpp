@@ -65,6 +65,9 @@ struct Storage {
     double ks = 0.0;  // bed grain size in millimetres
     double cs = 0.0;  // Smagorinsky constant
     int iIBM = 0;
+    // "iWallModelItm" = 1: the eddy viscosity next to the bed carries the wall law's stress
+    // (wallmodel_m.hpp); 0 or absent: the eddy viscosity of the plain solver.
+    int iwallmodel = 0;
     int igamma = 0, ipres = 0, iposts = 0, kpoismax = 0;
     int eps = 0;  // Poisson tolerance setting, kept as the integer read
 
@@ -121,6 +124,11 @@ struct Storage {
         // node is at or below the bed, where nothing is added)
         std::array<Field3d, 11> sum;
     } stats;
+
+    // The bed shear stress under each cell column, over (0:imax+1, 0:jmax+1) and three planes
+    // (wallmodel_m.hpp): k = 0 u*^2, k = 1 and 2 its x and y components along the tangential
+    // velocity (kinematic, m^2/s^2). Allocated only with the wall-layer model on.
+    Field3d bedshear;
 
     Decomposition dec;  // the block of this rank; one rank: nranks == 1, and dec is not read
     // Rank 0 of several: the whole box's multigrid levels below the blocks' coarsest (mg(lmin)
