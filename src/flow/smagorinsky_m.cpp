@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "ibm/immersing_m.hpp"
+#include "ibm/wallmodel_m.hpp"
 #include "run/halo_m.hpp"
 
 namespace riffle::flow {
@@ -126,7 +127,13 @@ void smagorinsky(Storage& st) {
             exchangeinside(st.dec, st.nut, imax, jmax);
 #pragma omp barrier
         }
-        ibm::immersingnut(st);
+        // With the wall-layer model, the forcing cells and the layer above them carry the wall
+        // law's stress instead.
+        if (st.iwallmodel == 1) {
+            ibm::wallnut(st);
+        } else {
+            ibm::immersingnut(st);
+        }
         ghostfaces<0>(st);
         ghostfaces<1>(st);
         ghostfaces<2>(st);

@@ -22,6 +22,7 @@
 #include "ibm/pointsearch_m.hpp"
 #include "ibm/walllaw_k.hpp"
 #include "ibm/walllaw_m.hpp"
+#include "ibm/wallmodel_m.hpp"
 #include "run/console_m.hpp"
 #include "run/messages.hpp"
 #include "run/parallel.hpp"
@@ -136,9 +137,12 @@ void makeidw(const Storage& st, const Foot& f, IdwPoint& e) {
 void makeeddy(const Storage& st, const Foot& f, EddyPoint& e) {
     const bool tri = st.iIBM == 0;
     const EddyImage im = tri ? eddytriimage(st, f.p, f.foot) : eddyidwimage(f.p, f.foot);
+    const Point3 n = f.p - f.foot;
+    const double len = norm(n);
+    e.ez = len > 0.0 ? n.z / len : 1.0;
     e.zero = im.zero;
-    if (im.zero) return;
     e.dp = im.dp;
+    if (im.zero) return;
     e.den = im.den;
     e.s = im.s;
     e.r = im.r;
@@ -159,6 +163,7 @@ void build(Storage& st, Site site, PointList& list, const ListKey& key, Make mak
 #pragma omp single
     {
         list.built = false;
+        fl.wall.built = false; // its faces point into the lists
         list.trilinear.clear();
         list.idw.clear();
         list.eddy.clear();
@@ -427,13 +432,21 @@ inline double fartherout(const Storage& st, const IdwPoint& e, Component c) {
     return value;
 }
 
-// The velocity forcing of one grid. Each thread takes the share of the list a static schedule
-// would give it, in groups of entries whose friction-velocity laws are solved side by side:
-// the image velocity and its tangential part for each entry, the laws of the group, the values.
-// A thread goes on without waiting for the others.
-template <class Entry, class Image>
+// Where a walk of the wall-layer model puts the friction velocity and the unit tangential
+// direction of each entry instead of writing the velocity.
+struct LawOut {
+    double* ustar;
+    Point3* tdir;
+};
+
+// The velocity forcing of one grid (Law = false), or the law alone (Law = true: u* and the
+// tangential direction of each entry into `out`, the velocity left as it is). Each thread takes
+// the share of the list a static schedule would give it, in groups of entries whose friction-
+// velocity laws are solved side by side: the image velocity and its tangential part for each
+// entry, the laws of the group, the values. A thread goes on without waiting for the others.
+template <bool Law = false, class Entry, class Image>
 void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<double>& q,
-                Component c, Image image) {
+                Component c, Image image, LawOut out = {nullptr, nullptr}) {
     constexpr int group = maxsolves;
     const bool smooth = st.ibed == 0, trilinearlaw = st.iIBM == 0;
     const double visc = st.visc;
@@ -448,7 +461,14 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
         for (int n = 0; n < count; ++n) {
             const Entry& e = entries[m0 + n];
             value[n] = 0.0;
-            if (!image(e, t[n]) || t[n].ut == 0.0) continue; // no tangential flow: 0
+            if constexpr (Law) {
+                const bool imaged = image(e, t[n]);
+                out.ustar[m0 + n] = imaged ? 0.0 : -1.0; // -1: no law within z0 of the bed
+                out.tdir[m0 + n] = Point3{0.0, 0.0, 0.0};
+                if (!imaged || t[n].ut == 0.0) continue;
+            } else {
+                if (!image(e, t[n]) || t[n].ut == 0.0) continue; // no tangential flow: 0
+            }
             law[nlaw] = n;
             start[nlaw] = roughustarln(t[n].ut, e.lnd);
             ut[nlaw] = t[n].ut;
@@ -465,6 +485,26 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
         } else {
             threelayerustars(nlaw, start, ut, d, visc, ustar, converged);
         }
+        if constexpr (Law) {
+            for (int l = 0; l < nlaw; ++l) {
+                const int n = law[l];
+                const Entry& e = entries[m0 + n];
+                double us = ustar[l];
+                if constexpr (std::is_same_v<Entry, IdwPoint>) {
+                    // Where the three-layer law has no solution at R the forcing takes it farther
+                    // out; its gradient (u*/kappa)/dP gives that u*.
+                    if (!converged[l]) {
+                        double value1 = 0.0;
+                        us = idwimage(st, sitepoint(st, static_cast<Site>(c), e.i, e.j, e.k), e.dp,
+                                      e.e, e.r + step_idw * st.dy * e.e, c, value1, true) *
+                             kappa * e.dp;
+                    }
+                }
+                out.ustar[m0 + n] = us;
+                out.tdir[m0 + n] = divide(t[n].vt, t[n].ut);
+            }
+            continue;
+        }
         for (int l = 0; l < nlaw; ++l) {
             const int n = law[l];
             const Entry& e = entries[m0 + n];
@@ -480,23 +520,31 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
     }
 }
 
-void walkvelocity(Storage& st, int grid) {
+template <bool Law = false>
+void walkvelocity(Storage& st, int grid, LawOut out = {nullptr, nullptr}) {
     const PointList& list = st.forcing.velocity[static_cast<std::size_t>(grid)];
     const Flow fl(st);
     const auto c = static_cast<Component>(grid);
     const View3<double> q = grid == 0 ? st.u.view() : grid == 1 ? st.v.view() : st.w.view();
     if (st.iIBM == 0) {
-        walkgroups(st, list.trilinear, q, c, [&fl](const TrilinearPoint& e, Tangential& t) {
-            const Point3 v{trilinear(fl.u, e.su), trilinear(fl.v, e.sv), trilinear(fl.w, e.sw)};
-            t = tangential(v, e.e);
-            return true;
-        });
+        walkgroups<Law>(
+            st, list.trilinear, q, c,
+            [&fl](const TrilinearPoint& e, Tangential& t) {
+                const Point3 v{trilinear(fl.u, e.su), trilinear(fl.v, e.sv),
+                               trilinear(fl.w, e.sw)};
+                t = tangential(v, e.e);
+                return true;
+            },
+            out);
     } else {
-        walkgroups(st, list.idw, q, c, [&fl](const IdwPoint& e, Tangential& t) {
-            if (e.zero) return false; // within z0 of the bed: 0
-            t = tangential(idwvelocityat(fl, e), e.e);
-            return true;
-        });
+        walkgroups<Law>(
+            st, list.idw, q, c,
+            [&fl](const IdwPoint& e, Tangential& t) {
+                if (e.zero) return false; // within z0 of the bed: 0
+                t = tangential(idwvelocityat(fl, e), e.e);
+                return true;
+            },
+            out);
     }
 }
 
@@ -613,6 +661,183 @@ void forceeddy(Storage& st) {
     if (stale) build<EddyPoint>(st, Site::centre, list, key, makeeddy);
     printwarnings(list);
     walkeddy(st);
+}
+
+namespace {
+
+// The entry of point (i, j, k) in a list ordered by k, j, i; -1 when it is not a forcing point.
+template <class Entry>
+std::int32_t entryat(const std::vector<Entry>& list, int i, int j, int k) {
+    const auto before = [](const Entry& e, const std::array<int, 3>& key) {
+        return std::array<int, 3>{e.k, e.j, e.i} < key;
+    };
+    const std::array<int, 3> key{k, j, i};
+    const auto it = std::lower_bound(list.begin(), list.end(), key, before);
+    if (it == list.end() || it->i != i || it->j != j || it->k != k) return -1;
+    return static_cast<std::int32_t>(it - list.begin());
+}
+
+template <class Entry>
+void mapfaces(const std::array<PointList, 3>& velocity, const std::vector<EddyPoint>& cells,
+              std::vector<WallCell>& out, const std::vector<Entry>& (*of)(const PointList&),
+              int imax, int jmax) {
+    // The topmost forcing cell of each column.
+    std::vector<int> topk(static_cast<std::size_t>(imax + 2) * (jmax + 2), -1);
+    const auto col = [imax](int i, int j) {
+        return static_cast<std::size_t>(j) * (imax + 2) + static_cast<std::size_t>(i);
+    };
+    for (const EddyPoint& e : cells) topk[col(e.i, e.j)] = std::max(topk[col(e.i, e.j)], e.k);
+    out.resize(cells.size());
+    for (std::size_t m = 0; m < cells.size(); ++m) {
+        const EddyPoint& e = cells[m];
+        WallCell& w = out[m];
+        w.faces = {entryat(of(velocity[0]), e.i - 1, e.j, e.k), entryat(of(velocity[0]), e.i, e.j, e.k),
+                   entryat(of(velocity[1]), e.i, e.j - 1, e.k), entryat(of(velocity[1]), e.i, e.j, e.k),
+                   entryat(of(velocity[2]), e.i, e.j, e.k - 1), entryat(of(velocity[2]), e.i, e.j, e.k)};
+        w.top = topk[col(e.i, e.j)] == e.k;
+    }
+}
+
+const std::vector<TrilinearPoint>& trilinearof(const PointList& l) { return l.trilinear; }
+const std::vector<IdwPoint>& idwof(const PointList& l) { return l.idw; }
+
+// The friction velocity and bed stress of a forcing cell from the velocity forcing points on its
+// faces that have a law.
+struct CellLaw {
+    double ustar = 0.0;  // mean u*
+    double tau = 0.0;    // mean u*^2
+    Point3 stress;       // mean u*^2 along the tangential direction
+};
+inline CellLaw celllaw(const WallCell& c, const WallLists& wl) {
+    CellLaw out;
+    int n = 0;
+    for (int f = 0; f < 6; ++f) {
+        const std::int32_t m = c.faces[static_cast<std::size_t>(f)];
+        if (m < 0) continue;
+        const auto g = static_cast<std::size_t>(f / 2);
+        const double us = wl.ustar[g][static_cast<std::size_t>(m)];
+        if (us < 0.0) continue; // within z0 of the bed: no law
+        out.ustar += us;
+        out.tau += us * us;
+        out.stress = out.stress + (us * us) * wl.tdir[g][static_cast<std::size_t>(m)];
+        ++n;
+    }
+    if (n == 0) return out;
+    const double inv = 1.0 / n;
+    out.ustar *= inv;
+    out.tau *= inv;
+    out.stress = inv * out.stress;
+    return out;
+}
+
+// The velocity at the centre of cell (i, j, k): the mean of its two faces in each direction.
+inline Point3 centrevelocity(const ConstView3<double>& u, const ConstView3<double>& v,
+                             const ConstView3<double>& w, int i, int j, int k) {
+    return {0.5 * (u(i - 1, j, k) + u(i, j, k)), 0.5 * (v(i, j - 1, k) + v(i, j, k)),
+            0.5 * (w(i, j, k - 1) + w(i, j, k))};
+}
+
+} // namespace
+
+void forcewall(Storage& st, int layers) {
+    ForcingLists& fl = st.forcing;
+    WallLists& wl = fl.wall;
+    const ListKey key = keyof(st);
+    bool stale[4];
+    for (std::size_t g = 0; g < 3; ++g)
+        stale[g] = !(fl.velocity[g].built && fl.velocity[g].key == key);
+    stale[3] = !(fl.eddy.built && fl.eddy.key == key);
+#pragma omp barrier
+    for (int g = 0; g < 3; ++g) {
+        if (!stale[g]) continue;
+        PointList& list = fl.velocity[static_cast<std::size_t>(g)];
+        if (st.iIBM == 0) {
+            build<TrilinearPoint>(st, static_cast<Site>(g), list, key, maketrilinear);
+        } else {
+            build<IdwPoint>(st, static_cast<Site>(g), list, key, makeidw);
+        }
+    }
+    if (stale[3]) build<EddyPoint>(st, Site::centre, fl.eddy, key, makeeddy);
+    printwarnings(fl.eddy);
+    const bool rebuilt = !wl.built; // read by every thread before the single below sets it
+#pragma omp barrier
+#pragma omp single
+    {
+        if (!wl.built) {
+            if (st.iIBM == 0) {
+                mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, trilinearof, st.imax, st.jmax);
+            } else {
+                mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, idwof, st.imax, st.jmax);
+            }
+            for (std::size_t g = 0; g < 3; ++g) {
+                const PointList& l = fl.velocity[g];
+                const std::size_t n = l.trilinear.size() + l.idw.size();
+                wl.ustar[g].assign(n, 0.0);
+                wl.tdir[g].assign(n, Point3{0.0, 0.0, 0.0});
+            }
+            wl.built = true;
+        }
+        if (!st.bedshear.allocated()) {
+            st.bedshear.allocate(Range{0, st.imax + 1}, Range{0, st.jmax + 1}, Range{0, 2});
+        }
+        st.bedshear.fill(0.0);
+    }
+    // The law at every velocity forcing point from the current flow, unless the update before
+    // this one found it for the same velocity and lists.
+    if (!(wl.current && !rebuilt)) {
+        for (int g = 0; g < 3; ++g) {
+            const auto gi = static_cast<std::size_t>(g);
+            walkvelocity<true>(st, g, LawOut{wl.ustar[gi].data(), wl.tdir[gi].data()});
+        }
+    }
+#pragma omp barrier
+    // Each forcing cell writes its own nut, and the topmost one of a column the cells above it
+    // and the column's stress: no two entries write the same place.
+    const EddyPoint* cells = fl.eddy.eddy.data();
+    const View3<double> nut = st.nut.view();
+    const View3<double> shear = st.bedshear.view();
+    const double visc = st.visc, dz = st.dz;
+    const int kmax = st.kmax;
+    const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
+    const Block mine = staticblock(0, static_cast<int>(fl.eddy.eddy.size()) - 1);
+    for (int m = mine.lo; m <= mine.hi; ++m) {
+        const EddyPoint& e = cells[m];
+        const WallCell& c = wl.cells[static_cast<std::size_t>(m)];
+        const CellLaw law = celllaw(c, wl);
+        if (!c.top) {
+            nut(e.i, e.j, e.k) = std::max(0.0, kappa * law.ustar * e.dp - visc);
+            continue;
+        }
+        // The wall layer above: kappa u* z where that exceeds the Smagorinsky viscosity.
+        const int last = std::min(kmax, e.k + layers);
+        for (int k = e.k + 1; k <= last; ++k) {
+            const double z = e.dp + (k - e.k) * dz * e.ez;
+            nut(e.i, e.j, k) = std::max(nut(e.i, e.j, k), layerviscosity(law.ustar, z, visc));
+        }
+        // The forcing cell: the face between it and the cell above, which the momentum stencils
+        // give the mean of the two, carries the wall law's stress. Where the forcing cell lies so
+        // close to the bed that the cell above holds more than the face may have, the cell above
+        // gives way: the bed stress comes first.
+        if (e.k + 1 <= kmax) {
+            double du = 0.0;
+            if (law.tau > 0.0) {
+                const Point3 dir = divide(law.stress, std::sqrt(dot(law.stress, law.stress)));
+                du = dot(centrevelocity(u, v, w, e.i, e.j, e.k + 1) -
+                             centrevelocity(u, v, w, e.i, e.j, e.k),
+                         dir);
+            }
+            const double room = std::max(0.0, 2.0 * (facetotal(law.ustar, law.tau, e.dp, dz * e.ez, du) - visc));
+            double& above = nut(e.i, e.j, e.k + 1);
+            above = std::min(above, room);
+            nut(e.i, e.j, e.k) = room - above;
+        } else {
+            nut(e.i, e.j, e.k) = std::max(0.0, kappa * law.ustar * e.dp - visc);
+        }
+        shear(e.i, e.j, 0) = law.tau;
+        shear(e.i, e.j, 1) = law.stress.x;
+        shear(e.i, e.j, 2) = law.stress.y;
+    }
+#pragma omp barrier
 }
 
 std::size_t listbytes(const ForcingLists& fl) {

@@ -69,6 +69,7 @@ struct EddyPoint {
     Stencil s{};    // variant A
     Point3 r;       // variant B
     IdwBlock block; // variant B
+    double ez = 0.0; // z component of the unit bed normal through P (the wall-layer model)
 };
 
 // A patch projection that did not converge while the foot of entry `entry` was searched.
@@ -103,6 +104,26 @@ struct ClassificationInputs {
     double dz = 0.0, zmin = 0.0;
 };
 
+// What the wall-layer model (wallmodel_m.hpp) keeps beside the lists: for each velocity forcing
+// point the friction velocity of the latest pass of the wall law (negative where the law gives
+// none: a point within z0 of the bed) and the unit direction of the tangential velocity at its
+// image point; for each forcing cell, the velocity forcing points on its six faces and whether
+// it is the topmost forcing cell of its column.
+struct WallCell {
+    std::array<std::int32_t, 6> faces{}; // u(i-1), u(i), v(j-1), v(j), w(k-1), w(k): entry or -1
+    bool top = false;
+};
+struct WallLists {
+    bool built = false;
+    // The friction velocities below belong to the velocity as it stands: the time loop says so
+    // after the update at the end of a step, since nothing changes the velocity before the update
+    // at the start of the next, and withdraws it after that update.
+    bool current = false;
+    std::vector<WallCell> cells; // one per entry of the eddy list
+    std::array<std::vector<double>, 3> ustar;
+    std::array<std::vector<Point3>, 3> tdir;
+};
+
 struct ForcingLists {
     bool enabled = false;             // off: search at every call
     std::uint64_t classification = 0; // advanced whenever the flags may have changed
@@ -110,6 +131,7 @@ struct ForcingLists {
     ClassificationInputs inputs;
     std::array<PointList, 3> velocity; // u, v, w
     PointList eddy;                    // cell centres
+    WallLists wall;                    // the wall-layer model's, when it is on
     // Working space of a build, one slot per thread.
     std::vector<std::vector<SearchWarning>> threadwarnings;
     std::vector<std::int32_t> threadfailed;
@@ -134,6 +156,12 @@ void forcevelocity(Storage& st);
 // The eddy viscosity of the forcing cells from their list, shared among the threads of the team
 // that calls it (every thread of a parallel region, or one thread outside any).
 void forceeddy(Storage& st);
+
+// The wall-layer model over the lists (wallmodel_m.hpp), shared among the threads of the team
+// that calls it: the friction velocity of every velocity forcing point from the current flow,
+// then the eddy viscosity of the forcing cells and of `layers` cells above the topmost one of
+// each column, and the bed shear stress of each column (st.bedshear, interior columns).
+void forcewall(Storage& st, int layers);
 
 // Bytes held by the lists (entries, warnings, the saved bed).
 [[nodiscard]] std::size_t listbytes(const ForcingLists& fl);

@@ -221,12 +221,14 @@ void readroughness(Storage& st) {
         readreal("RoughItm", st.ks);
         st.ks /= 2.5;  // roughness height to equivalent grain size
     }
+    // With the bed's settings, so that the first write of the results knows whether the bed
+    // shear stress is among them.
+    readinteger("iWallModelItm", st.iwallmodel);
 }
 
 void readsolversettings(Storage& st) {
     readreal("smagorinskyItm", st.cs);
     readinteger("iIBMItm", st.iIBM);
-    readinteger("iWallModelItm", st.iwallmodel);
     int icycle = 0;
     readinteger("iCycleItm", icycle);
     if (icycle == 1) {

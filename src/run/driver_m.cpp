@@ -21,6 +21,7 @@
 #include "ibm/flagdeter_m.hpp"
 #include "ibm/forcinglist_m.hpp"
 #include "ibm/immersing_m.hpp"
+#include "ibm/wallmodel_m.hpp"
 #include "platform/kavellib.hpp"
 #include "pressure/correction_m.hpp"
 #include "pressure/divergence_m.hpp"
@@ -339,6 +340,12 @@ void startup(Storage& st, NodeArrays& nodes) {
     readroughness(st);
     ibm::uselists(st);  // the bed is fixed from here on: forcing points kept in lists
 
+    if (st.iwallmodel == 1) {
+        // The bed shear stress of the initial flow, by the wall-law variant the run will use
+        // (read again with the solver settings below, to the same value).
+        readinteger("iIBMItm", st.iIBM);
+        ibm::bedshear(st);
+    }
     pressure::vorticity(st);
     writeresults(st, nodes);
 
@@ -374,6 +381,7 @@ void advance(Storage& st, RoutineTimers* timers) {
     st.time = st.time + st.dt;
 
     t.time("smagorinsky", [&] { flow::smagorinsky(st); });  // from the velocity at the start
+    st.forcing.wall.current = false;  // the predictor changes the velocity next
     t.time("forces", [&] { flow::forces(st); });
     t.time("predictor", [&] {
         flow::xvelocity(st);
@@ -399,6 +407,9 @@ void advance(Storage& st, RoutineTimers* timers) {
     t.time("immersing", [&] { ibm::immersing(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
     t.time("smagorinsky", [&] { flow::smagorinsky(st); });  // from the corrected velocity
+    // The wall-layer model's friction velocities stay those of the velocity until the next step's
+    // first eddy-viscosity update, which then takes them as they are.
+    st.forcing.wall.current = st.iwallmodel == 1;
     t.time("flagdeter", [&] { ibm::flagdeter(st); });
     t.time("storeold", [&] { storeold(st); });
 }
