@@ -12,9 +12,9 @@
 #                                          REPORT=FILE writes FILE instead of validation/report.md)
 # Each case runs on every core of the machine (OMP_NUM_THREADS = nproc unless set). A case that
 # ran to its end (validation/out/CASE.runtime) after its recipe last changed is not run again,
-# only drawn, so an interrupted tier goes on where it stopped; after a change of the solver, run with RERUN=1 (or remove
-# validation/out/CASE*) to run the cases afresh. The runs may be
-# left to go on in the background: nohup validation/run.sh > validation/out/tier.log 2>&1 &
+# only drawn, so an interrupted tier goes on where it stopped; after a change of the solver, run
+# with RERUN=1 (or remove validation/out/CASE*) to run the cases afresh. The runs may be left to
+# go on in the background: nohup validation/run.sh > validation/out/tier.log 2>&1 &
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$root/build}
@@ -23,7 +23,8 @@ report=${REPORT:-$root/validation/report.md}
 figures=$root/validation/figures
 
 cases=${CASES:-flat-coarse flat-coarse-wm dune-coarse dune-coarse-wm}
-[ "${FINE:-0}" = 1 ] && [ -z "${CASES:-}" ] && cases="$cases flat-fine flat-fine-wm dune-fine dune-fine-wm"
+[ "${FINE:-0}" = 1 ] && [ -z "${CASES:-}" ] &&
+    cases="$cases flat-fine flat-fine-wm dune-fine dune-fine-wm"
 
 if [ "${REPORT_ONLY:-0}" != 1 ]; then
     cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release > /dev/null
@@ -102,24 +103,29 @@ block() {
     echo '```'
 }
 
-all="flat-coarse flat-coarse-wm flat-fine flat-fine-wm dune-coarse dune-coarse-wm dune-fine dune-fine-wm"
+all="flat-coarse flat-coarse-wm flat-fine flat-fine-wm"
+all="$all dune-coarse dune-coarse-wm dune-fine dune-fine-wm"
 {
     echo "# Validation report"
     echo
-    echo "Written by \`validation/run.sh\` on $(date -u +%Y-%m-%d). Each section gives the case, the"
-    echo "machine and run time it came from, the figures measured by \`tools/riffle-stats\` with the"
-    echo "wall-layer model of the bed off (CASE) and on (CASE-wm), and the targets. Figures:"
-    echo "\`validation/figures/\`."
+    echo "Written by \`validation/run.sh\` on $(date -u +%Y-%m-%d). Each section gives the case,"
+    echo "the machine and run time it came from, the figures measured by \`tools/riffle-stats\`"
+    echo "with the wall-layer model of the bed off (CASE) and on (CASE-wm), and the targets."
+    echo "Figures: \`validation/figures/\`."
     echo
     echo "## Summary"
     echo
-    echo "U_b/u* and rho u*^2 from the momentum balance (u*^2 = MeanForceX D); bed stress: the mean x"
-    echo "component of the bed shear stress of the model over the bed; total stress: the largest"
-    echo "deviation of (-u'w' + (nu_t + nu) dU/dz)/u*^2 from 1 - z/D over 0.1 D to 0.9 D;"
-    echo "reattachment behind the crest in dune heights H, from the near-bed U and from the bed shear"
-    echo "stress; forces on the bed per unit plan area against the driving force rho fx D."
+    echo "U_b/u* and rho u*^2 from the momentum balance (u*^2 = MeanForceX D); bed stress: the"
+    echo "mean x component of the bed shear stress of the model over the bed; total stress: the"
+    echo "largest deviation of (-u'w' + (nu_t + nu) dU/dz)/u*^2 from 1 - z/D over 0.1 D to 0.9 D;"
+    echo "reattachment behind the crest in dune heights H, from the near-bed U and from the bed"
+    echo "shear stress; forces on the bed per unit plan area against the driving force rho fx D."
     echo
-    echo "| case | model | U_b/u* | u* log fit (m/s) | u* balance (m/s) | bed stress / rho u*² | total stress deviation | reattachment (H), U | reattachment (H), bed stress | reverse flow / U_b | form drag (Pa) | skin friction (Pa) | (form + skin) / driving |"
+    printf '| %s ' case model "U_b/u*" "u* log fit (m/s)" "u* balance (m/s)" \
+        "bed stress / rho u*²" "total stress deviation" "reattachment (H), U" \
+        "reattachment (H), bed stress" "reverse flow / U_b" "form drag (Pa)" \
+        "skin friction (Pa)" "(form + skin) / driving"
+    echo "|"
     echo "|---|---|---|---|---|---|---|---|---|---|---|---|---|"
     for c in $all; do
         [ -f "$out/$c.stats.txt" ] || continue

@@ -78,8 +78,8 @@ def box(case, z):
     """The node coordinates (K, J, I) of a box over CASE's bed nodes with node heights Z, and the
     bed's elevation."""
     with h5py.File(case, "r") as f:
-        bx, by, zb = (f["Case/Bed/" + n][" data"][()] for n in (
-            "GridCoordinates/CoordinateX", "GridCoordinates/CoordinateY", "NodeAttributes/Elevation"))
+        bx, by, zb = (f["Case/Bed/" + n][" data"][()] for n in ("GridCoordinates/CoordinateX",
+                      "GridCoordinates/CoordinateY", "NodeAttributes/Elevation"))
     shape = (len(z),) + bx.shape
     return (np.broadcast_to(bx, shape), np.broadcast_to(by, shape),
             np.broadcast_to(np.asarray(z)[:, None, None], shape), zb)
@@ -207,6 +207,29 @@ class SyntheticStats(CaseTest):
                                (reat - crest) / (2 * SINE["amplitude"]), places=6)
         self.assertIn("no separation: the near-bed mean U stays positive", printed)
         self.assertTrue(os.path.getsize(os.path.join(self.dir, "turn_bed.png")) > 1000)
+
+
+class ValidationReport(CaseTest):
+    def test_the_report_sets_each_case_beside_its_twin_with_the_model_on(self):
+        for case, ratio, ustar in (("flat-coarse", 58.06, 0.0079), ("flat-coarse-wm", 15.3, 0.03)):
+            with open(os.path.join(self.dir, case + "_summary.csv"), "w") as f:
+                f.write(f"quantity,value\nkind,flat\nU_bulk_over_ustar,{ratio}\n"
+                        f"ustar_balance,{ustar}\nustar_log_fit,nan\n")
+            with open(os.path.join(self.dir, case + ".stats.txt"), "w") as f:
+                f.write(f"printed for {case}\n")
+        report = os.path.join(self.dir, "report.md")
+        done = run([os.path.join(Paths.source, "validation", "run.sh")],
+                   env={**os.environ, "REPORT_ONLY": "1", "OUT": self.dir, "REPORT": report})
+        self.assertEqual(done.returncode, 0, done.stderr)
+        with open(report) as f:
+            text = f.read()
+        self.assertIn("| flat-coarse | off | 58.06 | – | 0.0079 |", text)
+        self.assertIn("| flat-coarse-wm | on | 15.3 | – | 0.03 |", text)
+        self.assertIn("| U_b/u* | 58.06 | 15.3 |", text)
+        self.assertIn("| u*, momentum balance (m/s) | 0.0079 | 0.03 |", text)
+        self.assertLess(text.index("printed for flat-coarse\n"),
+                        text.index("printed for flat-coarse-wm"))
+        self.assertNotIn("## dune", text)
 
 
 if __name__ == "__main__":
