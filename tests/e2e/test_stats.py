@@ -197,7 +197,7 @@ class SyntheticStats(CaseTest):
         taux = 10 * (np.abs(x - (sep + reat) / 2) - (reat - sep) / 2) + np.cos(2 * np.pi * y / 0.05)
         write_stats(os.path.join(self.dir, "turn_stats.cgns"), grid,
                     {"MeanVelocityX": np.full(grid[0].shape, 0.3),
-                     "MeanPressure": -RHO * G * grid[2]}, 0.02,
+                     "MeanPressure": -G * grid[2]}, 0.02,  # per unit density: not in Pa
                     {"MeanBedShearStress": np.abs(taux), "MeanBedShearStressX": taux,
                      "MeanBedShearStressY": 0 * taux})
         printed, s = self.stats("turn", case)
@@ -206,6 +206,8 @@ class SyntheticStats(CaseTest):
         self.assertAlmostEqual(float(s["stress_reattachment_length_over_H"]),
                                (reat - crest) / (2 * SINE["amplitude"]), places=6)
         self.assertIn("no separation: the near-bed mean U stays positive", printed)
+        self.assertIn("void, the mean pressure is not the pressure in Pa", printed)
+        self.assertEqual(s["form_drag"], "nan")
         self.assertTrue(os.path.getsize(os.path.join(self.dir, "turn_bed.png")) > 1000)
 
 
