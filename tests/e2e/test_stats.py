@@ -1,6 +1,9 @@
 """End to end for riffle-stats: a short flat-bed run with the statistics on gives a profile table
 whose velocity rises from the bed, the friction velocity of the momentum balance as the files give
-it, and the figures; a file without statistics is refused in one line."""
+it, and the figures; a file without statistics is refused in one line. Statistics files written
+here in the same layout, on case files made by riffle-case, with fields whose answers are known by
+hand: the total shear stress profile, the mean bed shear stress, the form drag, skin friction and
+driving force over a sinusoidal bed, and the points where the bed shear stress changes sign."""
 
 import csv
 import glob
@@ -51,6 +54,8 @@ class Stats(CaseTest):
         self.assertIsNotNone(printed, done.stdout)
         self.assertAlmostEqual(float(printed.group(1)), np.sqrt(force * 0.1), delta=1e-7)
 
+        self.assertIn("bed shear stress: not written", done.stdout)  # no wall-layer model
+
         pngs = glob.glob(os.path.join(out, "flat_*.png"))
         self.assertGreaterEqual(len(pngs), 2, pngs)
         self.assertTrue(all(os.path.getsize(p) > 1000 for p in pngs))
@@ -60,6 +65,173 @@ class Stats(CaseTest):
         refused = riffle_stats(case, case)
         self.assertEqual(refused.returncode, 1)
         self.assertRegex(refused.stderr, r"^riffle-stats: error: .*no flow statistics.*\n$")
+
+
+# The statistics fields of the box, all zero unless a test gives them.
+BOX_FIELDS = ["MeanVelocityX", "MeanVelocityY", "MeanVelocityZ", "MeanPressure",
+              "MeanEddyViscosity"] + ["ReynoldsStress" + c for c in ("XX", "YY", "ZZ", "XZ",
+                                                                     "XY", "YZ")]
+RHO, G = 1000.0, 9.81  # the case builder's densItm and gravityItm
+
+
+def box(case, z):
+    """The node coordinates (K, J, I) of a box over CASE's bed nodes with node heights Z, and the
+    bed's elevation."""
+    with h5py.File(case, "r") as f:
+        bx, by, zb = (f["Case/Bed/" + n][" data"][()] for n in ("GridCoordinates/CoordinateX",
+                      "GridCoordinates/CoordinateY", "NodeAttributes/Elevation"))
+    shape = (len(z),) + bx.shape
+    return (np.broadcast_to(bx, shape), np.broadcast_to(by, shape),
+            np.broadcast_to(np.asarray(z)[:, None, None], shape), zb)
+
+
+def write_stats(path, grid, fields, force, stress=None, where="Flow/BedSurface/FlowSolution1"):
+    """A statistics file as riffle writes it: FIELDS on the box GRID (the rest zero), MeanForceX =
+    FORCE, and STRESS (name: array) at the bed's nodes in the solution WHERE."""
+    with h5py.File(path, "w") as f:
+        def put(name, value):
+            f.create_dataset(name + "/ data", data=np.asarray(value, dtype=float))
+        for axis, a in zip("XYZ", grid[:3]):
+            put("Flow/Box/GridCoordinates/Coordinate" + axis, a)
+        for name in BOX_FIELDS:
+            put("Flow/Box/FlowSolution1/" + name, fields.get(name, np.zeros(grid[0].shape)))
+        for name, v in (("StartTime", 1), ("EndTime", 2), ("Samples", 100), ("MeanForceX", force)):
+            put("Flow/Statistics/" + name, [v])
+        for name, value in (stress or {}).items():
+            put(where + "/" + name, value)
+
+
+def summary(out, name):
+    with open(os.path.join(out, name + "_summary.csv")) as f:
+        return {r["quantity"]: r["value"] for r in csv.DictReader(f)}
+
+
+SINE = {"xmax": 0.2, "ymax": 0.05, "ni": 65, "nj": 5, "bed": "sinusoid", "amplitude": 0.01,
+        "wavelength": 0.2, "zmaxItm": 0.1}
+
+
+class SyntheticStats(CaseTest):
+    def stats(self, name, case, *args):
+        done = riffle_stats(os.path.join(self.dir, name + "_stats.cgns"), case, "-o", self.dir,
+                            *args)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done.stdout, summary(self.dir, name)
+
+    def test_flat_bed_total_stress_profile_and_mean_bed_stress(self):
+        case = self.make("flat", {"xmax": 0.4, "ymax": 0.1, "ni": 9, "nj": 5, "zmaxItm": 0.1})
+        # Node heights stretched away from the bed; the bed node itself is not fluid.
+        grid = box(case, np.r_[-0.01, 0.0, 0.1 * np.linspace(0, 1, 14)[1:] ** 1.3])
+        x, zp, depth, ustar2 = grid[0], grid[2], 0.1, 0.01 * 0.1  # u*^2 = MeanForceX * D
+        u, dudz, nut = 10 * zp - 40 * zp ** 2, 10 - 80 * zp, 1e-4 * zp / depth
+        # -uw chosen so that -uw + (nut + visc) dU/dz = u*^2 (1 - z'/D) exactly.
+        minus_uw = ustar2 * (1 - zp / depth) - (nut + 1e-6) * dudz
+        minus_uw[zp[:, 0, 0] == zp[-2, 0, 0]] += 0.5 * ustar2  # above 0.9 D: not counted
+        minus_uw[zp[:, 0, 0] == zp[7, 0, 0]] += 0.05 * ustar2
+        taux = 0.8 + 0.3 * np.cos(2 * np.pi * x[0] / 0.4)  # mean 0.8 over the periodic nodes
+        write_stats(os.path.join(self.dir, "flat_stats.cgns"), grid,
+                    {"MeanVelocityX": u, "MeanEddyViscosity": nut, "ReynoldsStressXZ": -minus_uw,
+                     "MeanPressure": 5.0 - RHO * G * zp}, 0.01,
+                    {"MeanBedShearStress": (taux + 0.1)[None], "MeanBedShearStressX": taux[None],
+                     "MeanBedShearStressY": np.zeros_like(taux)[None]})
+        printed, s = self.stats("flat", case)
+        self.assertAlmostEqual(float(s["bed_stress_x"]), 0.8, places=9)
+        self.assertAlmostEqual(float(s["bed_stress"]), 0.9, places=9)
+        # rho u*^2 = 1000 * 1e-3 = 1 Pa.
+        self.assertAlmostEqual(float(s["bed_stress_x_over_rho_ustar2"]), 0.8, places=9)
+        self.assertAlmostEqual(float(s["total_stress_max_deviation"]), 0.05, places=9)
+        self.assertRegex(printed, rf"largest deviation \+0.05 at z' = {zp[7, 0, 0] / depth:.3g} D")
+        with open(os.path.join(self.dir, "flat_shear.csv")) as f:
+            rows = [{k: float(v) for k, v in r.items()} for r in csv.DictReader(f)]
+        exact = [r for r in rows if min(abs(r["z_above_bed"] - zp[(7, -2), 0, 0])) > 1e-8]
+        self.assertEqual(len(exact), len(rows) - 2)  # all but the two changed layers
+        for r in exact:
+            self.assertAlmostEqual(r["total_over_ustar2"], r["one_minus_z_over_D"], places=9)
+            self.assertAlmostEqual(r["viscous"], 1e-6 * (10 - 80 * r["z_above_bed"]), places=12)
+
+    def sine_case(self, name, **keys):
+        case = self.make(name, {**SINE, **keys})
+        grid = box(case, np.linspace(-0.02, 0.1, 27))
+        return case, grid, 2 * np.pi / SINE["wavelength"]
+
+    def test_dune_form_drag_skin_friction_and_driving_force(self):
+        case, grid, k = self.sine_case("sine", yBoundItm=1)
+        x, y, z, _ = grid
+        a, slope = SINE["amplitude"], 0.2
+        # A sine not at rest at the ends of x, tilted across the channel between walls.
+        zb = a * np.sin(k * x[0] + 1) + slope * y[0]
+        with h5py.File(case, "r+") as f:
+            f["Case/Bed/NodeAttributes/Elevation/ data"][...] = zb
+        # Pressure: hydrostatic plus a part shaped like dzb/dx: form drag A a k / 2.
+        amp = 3.0
+        p = 500.0 - RHO * G * z + amp * np.cos(k * x + 1)
+        tau0 = np.full(zb.shape, 0.5)
+        write_stats(os.path.join(self.dir, "sine_stats.cgns"), grid,
+                    {"MeanVelocityX": np.full(z.shape, 0.3), "MeanPressure": p}, 0.02,
+                    {"MeanBedShearStress": tau0 + 0.1, "MeanBedShearStressX": tau0,
+                     "MeanBedShearStressY": 0 * tau0}, where="Surface/Bed/FlowSolution1")
+        printed, s = self.stats("sine", case)
+        form = amp * a * k / 2
+        xs = np.linspace(0, SINE["wavelength"], 100000, endpoint=False)
+        area = np.mean(np.sqrt(1 + (a * k * np.cos(k * xs)) ** 2 + slope ** 2))
+        driving = RHO * 0.02 * (0.1 - slope * 0.025)  # rho fx (zmax - mean bed)
+        self.assertAlmostEqual(float(s["form_drag"]) / form, 1, delta=3e-3)
+        self.assertAlmostEqual(float(s["skin_friction"]) / (0.5 * area), 1, delta=1e-3)
+        self.assertAlmostEqual(float(s["bed_stress_x"]), 0.5, places=9)
+        self.assertAlmostEqual(float(s["driving_force"]), driving, places=9)
+        self.assertAlmostEqual(float(s["drag_over_driving"]), (form + 0.5 * area) / driving,
+                               delta=3e-3)
+        self.assertAlmostEqual(float(s["form_drag_share"]), form / (form + 0.5 * area),
+                               delta=3e-3)
+        self.assertNotIn("void", printed)
+        # The pressure at the bed less its hydrostatic part is the added part, exactly.
+        bed = np.genfromtxt(os.path.join(self.dir, "sine_bed.csv"), delimiter=",", names=True)
+        np.testing.assert_allclose(bed["p_bed_piezometric"], 500 + amp * np.cos(k * bed["x"] + 1),
+                                   atol=1e-9)
+
+    def test_separation_and_reattachment_where_the_bed_stress_changes_sign(self):
+        case, grid, _ = self.sine_case("turn")
+        x, y = grid[0][0], grid[1][0]
+        crest, sep, reat = 0.05, 0.0583, 0.1234  # the crest of a sine over one wavelength: L/4
+        # Negative between sep and reat, linear through both; a cross-stream part of zero span
+        # mean over the periodic nodes.
+        taux = 10 * (np.abs(x - (sep + reat) / 2) - (reat - sep) / 2) + np.cos(2 * np.pi * y / 0.05)
+        write_stats(os.path.join(self.dir, "turn_stats.cgns"), grid,
+                    {"MeanVelocityX": np.full(grid[0].shape, 0.3),
+                     "MeanPressure": -G * grid[2]}, 0.02,  # per unit density: not in Pa
+                    {"MeanBedShearStress": np.abs(taux), "MeanBedShearStressX": taux,
+                     "MeanBedShearStressY": 0 * taux})
+        printed, s = self.stats("turn", case)
+        self.assertAlmostEqual(float(s["stress_separation_x"]), sep, places=9)
+        self.assertAlmostEqual(float(s["stress_reattachment_x"]), reat, places=9)
+        self.assertAlmostEqual(float(s["stress_reattachment_length_over_H"]),
+                               (reat - crest) / (2 * SINE["amplitude"]), places=6)
+        self.assertIn("no separation: the near-bed mean U stays positive", printed)
+        self.assertIn("void, the mean pressure is not the pressure in Pa", printed)
+        self.assertEqual(s["form_drag"], "nan")
+        self.assertTrue(os.path.getsize(os.path.join(self.dir, "turn_bed.png")) > 1000)
+
+
+class ValidationReport(CaseTest):
+    def test_the_report_sets_each_case_beside_its_twin_with_the_model_on(self):
+        for case, ratio, ustar in (("flat-coarse", 58.06, 0.0079), ("flat-coarse-wm", 15.3, 0.03)):
+            with open(os.path.join(self.dir, case + "_summary.csv"), "w") as f:
+                f.write(f"quantity,value\nkind,flat\nU_bulk_over_ustar,{ratio}\n"
+                        f"ustar_balance,{ustar}\nustar_log_fit,nan\n")
+            with open(os.path.join(self.dir, case + ".stats.txt"), "w") as f:
+                f.write(f"printed for {case}\n")
+        report = os.path.join(self.dir, "report.md")
+        done = run([os.path.join(Paths.source, "validation", "run.sh")],
+                   env={**os.environ, "REPORT_ONLY": "1", "OUT": self.dir, "REPORT": report})
+        self.assertEqual(done.returncode, 0, done.stderr)
+        with open(report) as f:
+            text = f.read()
+        self.assertIn("| flat-coarse | off | 58.06 | – | 0.0079 |", text)
+        self.assertIn("| flat-coarse-wm | on | 15.3 | – | 0.03 |", text)
+        self.assertIn("| U_b/u* | 58.06 | 15.3 |", text)
+        self.assertIn("| u*, momentum balance (m/s) | 0.0079 | 0.03 |", text)
+        self.assertLess(text.index("printed for flat-coarse\n"),
+                        text.index("printed for flat-coarse-wm"))
+        self.assertNotIn("## dune", text)
 
 
 if __name__ == "__main__":
