@@ -80,6 +80,28 @@ class Restart(CaseTest):
         self.assertIn(" ERROR : Failed to read the saved results ...", out.stdout.splitlines())
         self.assertEqual(self.last(second)[0], t2)
 
+    def test_wall_layer_model_continues_bit_for_bit(self):
+        # The model keeps no state: a continued run evaluates the wall law afresh from the
+        # restored velocity and gets the friction velocities the run in one go carried over.
+        model = dict(iWallModelItm=1, StatisticsItm=0)
+        whole = self.case("wmwhole", endtimeItm=0.25 - 1e-9, OTimeItm=0.25, **model)
+        self.riffle(whole)
+        first = self.case("wmfirst", endtimeItm=0.125 - 1e-9, **model)
+        self.riffle(first)
+        second = self.case("wmsecond", endtimeItm=0.25 - 1e-9, OTimeItm=0.25, HotstartItm=1,
+                           StartfileItm="wmfirst.dat", TimeInitialItm=1, **model)
+        self.riffle(second)
+        t1, whole_v = self.last(whole)
+        t2, cont_v = self.last(second)
+        self.assertEqual(t1, t2)
+        plain = self.case("plain", endtimeItm=0.25 - 1e-9, OTimeItm=0.25, StatisticsItm=0)
+        self.riffle(plain)
+        differs = False
+        for a, b, c in zip(whole_v, cont_v, self.last(plain)[1]):
+            np.testing.assert_array_equal(a, b)
+            differs = differs or not np.array_equal(a, c)
+        self.assertTrue(differs, "the model changed nothing")
+
 
 if __name__ == "__main__":
     main()
