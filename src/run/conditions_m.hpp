@@ -25,7 +25,7 @@ struct KeySpec {
     bool optional = false;  // may be absent: the feature it switches is then off
 };
 
-inline constexpr std::array<KeySpec, 46> conditionkeys{{
+inline constexpr std::array<KeySpec, 47> conditionkeys{{
     {"kmaxItm", KeyType::integer, "kmax", "vertical cells as a power of two: kmax = 2^n (n outside 0..31 gives 0)"},
     {"zminItm", KeyType::real, "zmin", "bottom of the computational box (m)"},
     {"zmaxItm", KeyType::real, "zmax", "top of the box, the water surface (m)"},
@@ -64,6 +64,7 @@ inline constexpr std::array<KeySpec, 46> conditionkeys{{
     {"BedItm", KeyType::integer, "ibed", "1: bed roughness from the grain size; 2: from the roughness height"},
     {"SedimentItm", KeyType::real, "ks", "bed grain size (mm)", WhenOp::equal, "BedItm", 1},
     {"RoughItm", KeyType::real, "ks", "roughness height (mm); divided by 2.5 on reading", WhenOp::equal, "BedItm", 2},
+    {"iWallModelItm", KeyType::integer, "iwallmodel", "1: wall-layer model of the bed, whose shear stress the case file then holds on the bed surface, base /Bed (and the statistics file its time mean); optional, absent: off", WhenOp::always, {}, 0, true},
     {"smagorinskyItm", KeyType::real, "cs", "Smagorinsky constant"},
     {"iIBMItm", KeyType::integer, "iIBM", "immersed-boundary wall-law variant"},
     {"iCycleItm", KeyType::integer, "(local)", "1: V-cycle without reading igammaItm"},
