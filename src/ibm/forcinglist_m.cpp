@@ -691,8 +691,7 @@ void mapfaces(const std::array<PointList, 3>& velocity, const std::vector<EddyPo
     for (std::size_t m = 0; m < cells.size(); ++m) {
         const EddyPoint& e = cells[m];
         WallCell& w = out[m];
-        w.faces = {entryat(of(velocity[0]), e.i - 1, e.j, e.k), entryat(of(velocity[0]), e.i, e.j, e.k),
-                   entryat(of(velocity[1]), e.i, e.j - 1, e.k), entryat(of(velocity[1]), e.i, e.j, e.k),
+        w.faces = {entryat(of(velocity[0]), e.i, e.j, e.k), entryat(of(velocity[1]), e.i, e.j, e.k),
                    entryat(of(velocity[2]), e.i, e.j, e.k - 1), entryat(of(velocity[2]), e.i, e.j, e.k)};
         w.top = topk[col(e.i, e.j)] == e.k;
     }
@@ -701,25 +700,37 @@ void mapfaces(const std::array<PointList, 3>& velocity, const std::vector<EddyPo
 const std::vector<TrilinearPoint>& trilinearof(const PointList& l) { return l.trilinear; }
 const std::vector<IdwPoint>& idwof(const PointList& l) { return l.idw; }
 
-// The friction velocity and bed stress of a forcing cell from the velocity forcing points on its
-// faces that have a law.
+// What the law gives a forcing cell.
 struct CellLaw {
     double ustar = 0.0;  // mean u*
     double tau = 0.0;    // mean u*^2
     Point3 stress;       // mean u*^2 along the tangential direction
 };
+
+// The friction velocity and bed stress of a forcing cell from the velocity forcing points on the
+// faces it owns that have a law. The topmost forcing cell of a column leaves out its lower w face
+// where another face has a law: that point lies below the cell centre, where the image point
+// comes so close to the bed that ln(d/z0) is small and u* several times that of its neighbours,
+// while the faces at and above the centre bound the first fluid cell whose stress the cell sets.
 inline CellLaw celllaw(const WallCell& c, const WallLists& wl) {
+    constexpr std::array<std::size_t, 4> grid{0, 1, 2, 2}; // the list of each face
+    constexpr std::size_t lower = 2;                       // w(k-1)
+    const auto law = [&](std::size_t f) {
+        const std::int32_t m = c.faces[f];
+        return m < 0 ? -1.0 : wl.ustar[grid[f]][static_cast<std::size_t>(m)];
+    };
+    bool others = false;
+    for (std::size_t f = 0; f < c.faces.size(); ++f) others = others || (f != lower && law(f) >= 0.0);
     CellLaw out;
     int n = 0;
-    for (int f = 0; f < 6; ++f) {
-        const std::int32_t m = c.faces[static_cast<std::size_t>(f)];
-        if (m < 0) continue;
-        const auto g = static_cast<std::size_t>(f / 2);
-        const double us = wl.ustar[g][static_cast<std::size_t>(m)];
-        if (us < 0.0) continue; // within z0 of the bed: no law
+    for (std::size_t f = 0; f < c.faces.size(); ++f) {
+        const double us = law(f);
+        if (us < 0.0) continue; // no forcing point, or within z0 of the bed: no law
+        if (f == lower && c.top && others) continue;
+        const std::int32_t m = c.faces[f];
         out.ustar += us;
         out.tau += us * us;
-        out.stress = out.stress + (us * us) * wl.tdir[g][static_cast<std::size_t>(m)];
+        out.stress = out.stress + (us * us) * wl.tdir[grid[f]][static_cast<std::size_t>(m)];
         ++n;
     }
     if (n == 0) return out;

@@ -107,10 +107,12 @@ struct ClassificationInputs {
 // What the wall-layer model (wallmodel_m.hpp) keeps beside the lists: for each velocity forcing
 // point the friction velocity of the latest pass of the wall law (negative where the law gives
 // none: a point within z0 of the bed) and the unit direction of the tangential velocity at its
-// image point; for each forcing cell, the velocity forcing points on its six faces and whether
-// it is the topmost forcing cell of its column.
+// image point; for each forcing cell, the velocity forcing points on the faces it owns and
+// whether it is the topmost forcing cell of its column. A cell owns its east and north faces and
+// both of its w faces: all of them lie in its own block, so a cell's friction velocity is the
+// same however the box is divided among processes.
 struct WallCell {
-    std::array<std::int32_t, 6> faces{}; // u(i-1), u(i), v(j-1), v(j), w(k-1), w(k): entry or -1
+    std::array<std::int32_t, 4> faces{}; // u(i), v(j), w(k-1), w(k): entry or -1
     bool top = false;
 };
 struct WallLists {

@@ -14,7 +14,8 @@
 //
 // The friction velocity of each velocity forcing point is that of the run's wall-law variant at
 // its image point (the u* that sets the velocity the forcing imposes); a forcing cell centre takes
-// the mean u* of the velocity forcing points on its six faces. The bed shear stress under a cell
+// the mean u* of the velocity forcing points on the faces it owns, u(i), v(j), w(k-1) and w(k),
+// which lie in its own block however the box is divided. The bed shear stress under a cell
 // column is u*^2 of its topmost forcing cell along the tangential velocity there.
 #pragma once
 

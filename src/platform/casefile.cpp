@@ -98,6 +98,35 @@ void writecase(int fn, const std::string& path, const BedGrid& bed,
           path, "writing /Case/Bed/NodeAttributes/Elevation");
 }
 
+// Base /Bed of a results file: zone Surface under the box's columns, with the one time of the
+// box's solution, its pointer to FlowSolution1 (`pointer`, padded to 32) and its fields.
+void writesurface(int fn, const std::string& path, const BedSurface& s, double time,
+                  const std::string& pointer) {
+    int B = 0, Z = 0, C = 0, S = 0, F = 0;
+    check(cg_base_write(fn, cu::surface_base, 2, 3, &B), path, "writing base /Bed");
+    check(cg_biter_write(fn, B, cu::base_iter_node, 1), path, "writing the time of /Bed");
+    check(cg_goto(fn, B, "BaseIterativeData_t", 1, "end"), path, "writing the time of /Bed");
+    const cgsize_t one = 1;
+    check(cg_array_write(cu::time_values, RealDouble, 1, &one, &time), path, "the time of /Bed");
+    const cgsize_t size[6] = {s.ni, s.nj, s.ni - 1, s.nj - 1, 0, 0};
+    check(cg_zone_write(fn, B, cu::surface_zone, size, Structured, &Z), path,
+          "writing zone /Bed/Surface");
+    for (const auto& [name, values] : {std::pair{"CoordinateX", s.x}, {"CoordinateY", s.y},
+                                       {"CoordinateZ", s.z}})
+        check(cg_coord_write(fn, B, Z, RealDouble, name, values, &C), path,
+              std::string("writing /Bed/Surface ") + name);
+    check(cg_ziter_write(fn, B, Z, cu::zone_iter_node), path, "writing the /Bed pointers");
+    check(cg_goto(fn, B, "Zone_t", Z, "ZoneIterativeData_t", 1, "end"), path, "/Bed pointers");
+    const cgsize_t pdims[2] = {32, 1};
+    check(cg_array_write(cu::sol_pointers, Character, 2, pdims, pointer.data()), path,
+          "writing the /Bed pointers");
+    check(cg_sol_write(fn, B, Z, (std::string(cu::sol_prefix) + "1").c_str(), Vertex, &S), path,
+          "writing the /Bed solution");
+    for (const NodeField& f : s.fields)
+        check(cg_field_write(fn, B, Z, S, RealDouble, f.name.c_str(), f.values, &F), path,
+              "writing /Bed " + f.name);
+}
+
 // Opens an existing case file for reading; closes it on leaving the caller's scope.
 void openforreading(const std::string& path, OpenFile& file) {
     check(cu::openfile(path, CG_MODE_READ, file.fn), path, "opening");
@@ -141,7 +170,13 @@ void writecasefile(const std::string& path, const BedGrid& bed,
 void writeresultsfile(const std::string& path, int ni, int nj, int nk, const double* x,
                       const double* y, const double* z, double time,
                       const std::vector<NodeField>& fields, const std::string& notesnode,
-                      const std::vector<std::pair<std::string, double>>& notes) {
+                      const std::vector<std::pair<std::string, double>>& notes,
+                      const BedSurface* surface) {
+    if (surface != nullptr && (surface->ni != ni || surface->nj != nj)) {
+        fail(path, "checking the bed surface",
+             "it must have the box's " + std::to_string(ni) + " x " + std::to_string(nj) +
+                 " node columns");
+    }
     writeatomically(path, [&](int fn) {
         int B = 0, Z = 0, C = 0, S = 0, F = 0;
         check(cg_base_write(fn, cu::flow_base, 3, 3, &B), path, "writing base /Flow");
@@ -171,6 +206,7 @@ void writeresultsfile(const std::string& path, int ni, int nj, int nk, const dou
         check(cg_goto(fn, B, notesnode.c_str(), 0, "end"), path, "going to " + notesnode);
         for (const auto& [name, value] : notes)
             check(cg_array_write(name.c_str(), RealDouble, 1, &one, &value), path, name);
+        if (surface != nullptr) writesurface(fn, path, *surface, time, pointer);
     });
 }
 

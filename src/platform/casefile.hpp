@@ -41,15 +41,28 @@ struct NodeField {
     const double* values;
 };
 
+// The bed as a surface under the box of a results file: ni x nj nodes (the box's columns) with
+// coordinates x, y, z (z the bed elevation) and its node fields, ni*nj values each, i fastest.
+struct BedSurface {
+    int ni = 0, nj = 0;
+    const double* x = nullptr;
+    const double* y = nullptr;
+    const double* z = nullptr;
+    std::vector<NodeField> fields;
+};
+
 // Writes a results file at `path` (replacing any file there) in the layout of a case file's
 // results (base /Flow, zone Box of ni x nj x nk nodes with coordinates x, y, z, one solution
 // FlowSolution1 at `time` holding `fields`), so that viewers open it as they open a case. Each
-// of `notes` is stored as an R8(1) array under the UserDefinedData_t /Flow/`notesnode`. Written
-// to a temporary name beside `path` and renamed into place. Throws CaseFileError.
+// of `notes` is stored as an R8(1) array under the UserDefinedData_t /Flow/`notesnode`. With a
+// `surface`, a second base /Bed holds it as a case file does (zone Surface of ni x nj nodes, its
+// fields in its own FlowSolution1 at `time`); without, there is no such base. Written to a
+// temporary name beside `path` and renamed into place. Throws CaseFileError.
 void writeresultsfile(const std::string& path, int ni, int nj, int nk, const double* x,
                       const double* y, const double* z, double time,
                       const std::vector<NodeField>& fields, const std::string& notesnode,
-                      const std::vector<std::pair<std::string, double>>& notes);
+                      const std::vector<std::pair<std::string, double>>& notes,
+                      const BedSurface* surface = nullptr);
 
 // What is stored under a condition's key, for reports: its CGNS data type ("Integer",
 // "RealDouble", "Character", ...), its length and, where the type is one of the three, its value.

@@ -20,6 +20,10 @@ inline constexpr const char* flow_base = "Flow";
 inline constexpr const char* case_base = "Case";
 inline constexpr const char* bed_zone = "Bed";
 inline constexpr const char* box_zone = "Box";
+// The bed as a surface in 3-D space, for the bed's node fields over time: a base of its own (a
+// zone of fewer dimensions than its base is not valid CGNS), written after /Flow and /Case.
+inline constexpr const char* surface_base = "Bed";
+inline constexpr const char* surface_zone = "Surface";
 inline constexpr const char* conditions_node = "CalculationConditions";
 inline constexpr const char* conditions_path = "/Case/CalculationConditions";
 inline constexpr const char* attributes_node = "NodeAttributes";

@@ -6,8 +6,11 @@
 // reports through `ier` (0 success, 1 failure) and a failed call writes nothing to its outputs.
 // Results are appended step by step: each new time rewrites BaseIterativeData (NumberOfSteps,
 // TimeValues) and ZoneIterativeData/FlowSolutionPointers whole, which is what viewers need to
-// animate the solutions over time. CG_OPEN_F accepts the read and modify modes only, and never
-// hands a file that is not CGNS to the library's open.
+// animate the solutions over time. The bed surface (base /Bed: the bed's node fields) is part of
+// the grid: it is written before the first time and then gets its own solution, times and
+// pointers at every time, so its zone holds one solution per output time as Box does. CG_OPEN_F
+// accepts the read and modify modes only, and never hands a file that is not CGNS to the
+// library's open.
 //
 // Crashes. A file opened for modifying goes through the journaling file driver of
 // casejournal.hpp: whatever HDF5 writes in between, the file on disk keeps the state of the last
@@ -59,6 +62,11 @@ struct Selection {
     int flowbase = 0;
     int box = 0;
     int solution = 0;
+    // The bed surface (base /Bed, zone Surface) and its FlowSolution opened by that same time
+    // write; surfacesolution = 0 where the file has no surface or no solution of it is open.
+    int surfacebase = 0;
+    int surface = 0;
+    int surfacesolution = 0;
 };
 
 Selection selected;
@@ -131,6 +139,56 @@ std::string solutionpointers(int count) {
     return names;
 }
 
+// ZoneIterativeData/FlowSolutionPointers of zone Z naming FlowSolution1..nsteps. cg_ziter_write
+// replaces an existing node with its children, so the array is written whole each time.
+int writepointers(int fn, int B, int Z, int nsteps) {
+    if (const int rc = cg_ziter_write(fn, B, Z, cu::zone_iter_node); rc != CG_OK) return rc;
+    if (const int rc = cg_goto(fn, B, "Zone_t", Z, "ZoneIterativeData_t", 1, "end"); rc != CG_OK)
+        return rc;
+    const std::string pointers = solutionpointers(nsteps);
+    const cgsize_t pdims[2] = {pointer_width, nsteps};
+    return cg_array_write(cu::sol_pointers, Character, 2, pdims, pointers.data());
+}
+
+// The bed surface: base /Bed (2-D cells in 3-D space) in B and its zone Surface in Z, each 0
+// where the file has none. A base of that name with other dimensions is another program's: it
+// counts as none and is never written.
+int findsurface(int fn, int& B, int& Z) {
+    B = 0;
+    Z = 0;
+    int b = 0, z = 0;
+    const int found = cu::findbase(fn, cu::surface_base, b);
+    if (found == CG_NODE_NOT_FOUND) return CG_OK;
+    if (found != CG_OK) return found;
+    char name[33] = {};
+    int celldim = 0, physdim = 0;
+    if (const int rc = cg_base_read(fn, b, name, &celldim, &physdim); rc != CG_OK) return rc;
+    if (celldim != 2 || physdim != 3) return CG_OK;
+    B = b;
+    const int zone = cu::findzone(fn, b, cu::surface_zone, z);
+    if (zone == CG_OK) Z = z;
+    return zone == CG_NODE_NOT_FOUND ? CG_OK : zone;
+}
+
+// BaseIterativeData of base B: NumberOfSteps and TimeValues `times`, written whole.
+int writetimes(int fn, int B, const std::vector<double>& times) {
+    const int nsteps = static_cast<int>(times.size());
+    if (const int rc = cg_biter_write(fn, B, cu::base_iter_node, nsteps); rc != CG_OK) return rc;
+    if (const int rc = cg_goto(fn, B, "BaseIterativeData_t", 1, "end"); rc != CG_OK) return rc;
+    const cgsize_t ntimes = nsteps;
+    return cg_array_write(cu::time_values, RealDouble, 1, &ntimes, times.data());
+}
+
+// Removes zone `name` of base B where there is one.
+int removezone(int fn, int B, const char* name) {
+    int Z = 0;
+    const int found = cu::findzone(fn, B, name, Z);
+    if (found == CG_NODE_NOT_FOUND) return CG_OK;
+    if (found != CG_OK) return found;
+    if (const int rc = cg_goto(fn, B, "end"); rc != CG_OK) return rc;
+    return cg_delete_node(name);
+}
+
 int appendtime(double t) {
     const int fn = selected.fid;
     int B = 0, Z = 0;
@@ -148,29 +206,64 @@ int appendtime(double t) {
     const std::string solname = cu::sol_prefix + std::to_string(nsteps);
     int S = 0;
     if (const int rc = cg_sol_write(fn, B, Z, solname.c_str(), Vertex, &S); rc != CG_OK) return rc;
+    // The bed surface, where there is one, gets its solution of this time too.
+    int SB = 0, SZ = 0, SS = 0;
+    if (const int rc = findsurface(fn, SB, SZ); rc != CG_OK) return rc;
+    if (SZ != 0) {
+        if (const int rc = cg_sol_write(fn, SB, SZ, solname.c_str(), Vertex, &SS); rc != CG_OK)
+            return rc;
+    }
 
-    // cg_biter_write and cg_ziter_write replace an existing node with its children, so both
-    // arrays are written whole each time.
-    if (const int rc = cg_biter_write(fn, B, cu::base_iter_node, nsteps); rc != CG_OK) return rc;
-    if (const int rc = cg_goto(fn, B, "BaseIterativeData_t", 1, "end"); rc != CG_OK) return rc;
-    const cgsize_t ntimes = nsteps;
-    if (const int rc = cg_array_write(cu::time_values, RealDouble, 1, &ntimes, times.data());
-        rc != CG_OK)
-        return rc;
-
-    if (const int rc = cg_ziter_write(fn, B, Z, cu::zone_iter_node); rc != CG_OK) return rc;
-    if (const int rc = cg_goto(fn, B, "Zone_t", Z, "ZoneIterativeData_t", 1, "end"); rc != CG_OK)
-        return rc;
-    const std::string pointers = solutionpointers(nsteps);
-    const cgsize_t pdims[2] = {pointer_width, nsteps};
-    if (const int rc = cg_array_write(cu::sol_pointers, Character, 2, pdims, pointers.data());
-        rc != CG_OK)
-        return rc;
+    // cg_biter_write replaces an existing node with its children, so the times are written whole
+    // each time (as are the pointers).
+    if (const int rc = writetimes(fn, B, times); rc != CG_OK) return rc;
+    if (const int rc = writepointers(fn, B, Z, nsteps); rc != CG_OK) return rc;
+    if (SZ != 0) {
+        if (const int rc = writetimes(fn, SB, times); rc != CG_OK) return rc;
+        if (const int rc = writepointers(fn, SB, SZ, nsteps); rc != CG_OK) return rc;
+    }
 
     selected.flowbase = B;
     selected.box = Z;
     selected.solution = S;
+    selected.surfacebase = SB;
+    selected.surface = SZ;
+    selected.surfacesolution = SS;
     return CG_OK;
+}
+
+int writesurface(int ni, int nj, const double* x, const double* y, const double* z) {
+    const int fn = selected.fid;
+    int B = 0, Z = 0;
+    if (const int rc = locatebox(fn, B, Z); rc != CG_OK) return rc;
+    // The surface lies under the box's node columns, and exists from the first output time on,
+    // so that it holds a solution for every time.
+    char zname[33] = {};
+    cgsize_t box[9] = {};
+    if (const int rc = cg_zone_read(fn, B, Z, zname, box); rc != CG_OK) return rc;
+    if (box[0] != ni || box[1] != nj) return cu::bad_layout;
+    std::vector<double> times;
+    if (const int rc = readtimes(fn, B, times); rc != CG_OK) return rc;
+    if (!times.empty()) return cu::bad_layout;
+    // Another program's base of the name is left alone.
+    int SB = 0, SZ = 0, C = 0, other = 0;
+    if (const int rc = findsurface(fn, SB, SZ); rc != CG_OK) return rc;
+    if (SB == 0 && cu::findbase(fn, cu::surface_base, other) == CG_OK) return cu::bad_layout;
+    selected.surfacesolution = 0;
+
+    // A surface of 2-D cells in 3-D space; writing the base replaces any there (with what it
+    // held), so a surface written again in one session replaces the first.
+    if (const int rc = cg_base_write(fn, cu::surface_base, 2, 3, &SB); rc != CG_OK) return rc;
+    const cgsize_t size[6] = {ni, nj, ni - 1, nj - 1, 0, 0};
+    if (const int rc = cg_zone_write(fn, SB, cu::surface_zone, size, Structured, &SZ); rc != CG_OK)
+        return rc;
+    if (const int rc = cg_coord_write(fn, SB, SZ, RealDouble, "CoordinateX", x, &C); rc != CG_OK)
+        return rc;
+    if (const int rc = cg_coord_write(fn, SB, SZ, RealDouble, "CoordinateY", y, &C); rc != CG_OK)
+        return rc;
+    if (const int rc = cg_coord_write(fn, SB, SZ, RealDouble, "CoordinateZ", z, &C); rc != CG_OK)
+        return rc;
+    return flushfile(fn);
 }
 
 int writegrid(int ni, int nj, int nk, const double* x, const double* y, const double* z) {
@@ -190,12 +283,12 @@ int writegrid(int ni, int nj, int nk, const double* x, const double* y, const do
 
     // Remove the results of any earlier run, so that they never pile up in the file. (HDF5 does
     // not give the space back; the file keeps its size until it is repacked.)
-    int Z = 0;
-    if (const int rc = cu::findzone(fn, B, cu::box_zone, Z); rc == CG_OK) {
-        if (const int grc = cg_goto(fn, B, "end"); grc != CG_OK) return grc;
-        if (const int drc = cg_delete_node(cu::box_zone); drc != CG_OK) return drc;
-    } else if (rc != CG_NODE_NOT_FOUND) {
-        return rc;
+    if (const int rc = removezone(fn, B, cu::box_zone); rc != CG_OK) return rc;
+    // The library cannot remove a base: an earlier run's bed surface is replaced by an empty base.
+    int SB = 0, SZ = 0;
+    if (const int rc = findsurface(fn, SB, SZ); rc != CG_OK) return rc;
+    if (SB != 0) {
+        if (const int rc = cg_base_write(fn, cu::surface_base, 2, 3, &SB); rc != CG_OK) return rc;
     }
     char biname[33] = {};
     int nsteps = 0;
@@ -206,7 +299,9 @@ int writegrid(int ni, int nj, int nk, const double* x, const double* y, const do
         return rc;
     }
     selected.solution = 0;
+    selected.surfacesolution = 0;
 
+    int Z = 0;
     const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
     if (const int rc = cg_zone_write(fn, B, cu::box_zone, size, Structured, &Z); rc != CG_OK)
         return rc;
@@ -361,6 +456,7 @@ void CG_KAVEL_WRITE_SOL_TIME_F(double t, int& ier) {
     // A failed time leaves no solution open, so the fields that follow are refused rather than
     // written over the previous step's.
     selected.solution = 0;
+    selected.surfacesolution = 0;
     ier = flag(selected.fid != 0 && appendtime(t) == CG_OK);
 }
 
@@ -369,6 +465,20 @@ void CG_KAVEL_WRITE_SOL_REAL_F(const std::string& name, const double* values, in
     ier = flag(selected.fid != 0 && selected.solution != 0 && values != nullptr &&
                cg_field_write(selected.fid, selected.flowbase, selected.box, selected.solution,
                               RealDouble, name.c_str(), values, &F) == CG_OK);
+}
+
+void CG_KAVEL_WRITEBEDSURFACE_F(int ni, int nj, const double* x, const double* y, const double* z,
+                                int& ier) {
+    ier = flag(selected.fid != 0 && ni >= 1 && nj >= 1 && x != nullptr && y != nullptr &&
+               z != nullptr && writesurface(ni, nj, x, y, z) == CG_OK);
+}
+
+void CG_KAVEL_WRITE_BED_SOL_REAL_F(const std::string& name, const double* values, int& ier) {
+    int F = 0;
+    ier = flag(selected.fid != 0 && selected.surfacesolution != 0 && values != nullptr &&
+               cg_field_write(selected.fid, selected.surfacebase, selected.surface,
+                              selected.surfacesolution, RealDouble, name.c_str(), values,
+                              &F) == CG_OK);
 }
 
 void CG_KAVEL_FLUSH_F(int& ier) {

@@ -10,14 +10,23 @@
 //   /Case                      CGNSBase_t, cell dim 2, phys dim 2 (the case)
 //     CalculationConditions    UserDefinedData_t of DataArray_t named by key: I4(1), R8(1) or C1(len)
 //     Bed                      structured zone I x J: GridCoordinates (X, Y), NodeAttributes/Elevation
+//   /Bed                       CGNSBase_t, cell dim 2, phys dim 3 (the bed's fields over time; only
+//                              in a run that writes them)
+//     BaseIterativeData        NumberOfSteps N, TimeValues R8(N), as in /Flow
+//     Surface                  structured zone I x J: the bed as a surface under the box's columns
+//       GridCoordinates        CoordinateX/Y/Z R8(I,J), Z the bed elevation
+//       ZoneIterativeData      FlowSolutionPointers C1(32,N)
+//       FlowSolution<n>        Vertex fields of the bed (e.g. BedShearStress), R8(I,J)
+// (A zone of one node layer in /Flow would be invalid CGNS: a zone has the dimension of its base.)
 //
 // Every call reports through its last argument `ier`: 0 on success, non-zero otherwise. A failed
 // read leaves the output variable unchanged. The read and write calls act on the file selected by
 // CG_KAVEL_INIT_F.
 //
 // What a crash keeps: a run killed at any moment leaves a case file that opens, holding all that
-// was committed before the kill (the grid write commits itself, CG_KAVEL_FLUSH_F each solution),
-// every solution whole; the solution being written when it died is there whole or not at all. A
+// was committed before the kill (the grid and bed-surface writes commit themselves,
+// CG_KAVEL_FLUSH_F each solution, the bed's with the box's), every solution whole; the solution
+// being written when it died is there whole or not at all. A
 // kill in the middle of a commit leaves the journal `FILE.journal` beside the file, and the file
 // may not open until the journal is replayed into it, which the next CG_OPEN_F or `riffle-case
 // --check` does by itself. This holds for the death of the process; nothing is forced to the disk,
@@ -55,13 +64,26 @@ void CG_KAVEL_READ_REAL_F(const std::string& key, double& value, int& ier);
 void CG_KAVEL_READ_STRING_F(const std::string& key, std::string& value, int& ier);
 
 // Writes zone Box of /Flow with its node coordinates (each ni*nj*nk values, i fastest), first
-// removing the results of any earlier run so they never pile up.
+// removing the results of any earlier run (zone Box and the times; an earlier bed surface leaves
+// an empty base /Bed) so they never pile up.
 void CG_KAVEL_WRITEGRIDCOORD3D_F(int ni, int nj, int nk, const double* x, const double* y,
                                  const double* z, int& ier);
 // Appends a solution time: NumberOfSteps N+1, a new FlowSolution<N+1> at Vertex, pointers updated.
 void CG_KAVEL_WRITE_SOL_TIME_F(double t, int& ier);
 // Writes a node field (ni*nj*nk values of the Box zone) into the newest FlowSolution.
 void CG_KAVEL_WRITE_SOL_REAL_F(const std::string& name, const double* values, int& ier);
+
+// Writes the bed surface, base /Bed with its zone Surface: the ni x nj nodes under the box's
+// columns, with coordinates x, y and z (the bed elevation), ni*nj values each, i fastest; commits
+// itself as the grid write does. It belongs to the grid: written after
+// CG_KAVEL_WRITEGRIDCOORD3D_F and before the first time, it then gets the times and a
+// FlowSolution<n> of its own at each CG_KAVEL_WRITE_SOL_TIME_F, so its fields follow the output
+// times of the flow. Refused (ier != 0, nothing written) when /Flow holds no Box of ni x nj nodes
+// in plan or holds a time already, or when a base /Bed of other dimensions is in the file.
+void CG_KAVEL_WRITEBEDSURFACE_F(int ni, int nj, const double* x, const double* y, const double* z,
+                                int& ier);
+// Writes a node field of the bed (ni*nj values of /Bed/Surface) into its newest FlowSolution.
+void CG_KAVEL_WRITE_BED_SOL_REAL_F(const std::string& name, const double* values, int& ier);
 
 // Commits the calls made so far to the selected file on disk (the grid write does this by
 // itself): a crash at any later moment keeps them, a crash during the commit keeps them or none of

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <new>
+#include <vector>
 
 #include "platform/kavellib.hpp"
 #include "run/halo_m.hpp"
@@ -103,6 +104,21 @@ void writegrid(const Storage& st, const NodeArrays& nodes) {
     int ier = 0;
     pf::CG_KAVEL_WRITEGRIDCOORD3D_F(st.imax + 1, st.jmax + 1, st.kmax + 1, nodes.x3.data(),
                                     nodes.y3.data(), nodes.z3.data(), ier);
+}
+
+void writebedsurface(const Storage& st, const NodeArrays& nodes) {
+    // The whole grid's nodes, also on several ranks (rank 0 writes).
+    const int ni = st.iwhole() + 1, nj = st.jwhole() + 1;
+    const std::size_t count = static_cast<std::size_t>(ni) * static_cast<std::size_t>(nj);
+    std::vector<double> x(count), y(count);
+    for (int j = 0, at = 0; j < nj; ++j) {
+        for (int i = 0; i < ni; ++i, ++at) {
+            x[static_cast<std::size_t>(at)] = st.xmin + i * st.dx;
+            y[static_cast<std::size_t>(at)] = st.ymin + j * st.dy;
+        }
+    }
+    int ier = 0;
+    pf::CG_KAVEL_WRITEBEDSURFACE_F(ni, nj, x.data(), y.data(), nodes.elev.data(), ier);
 }
 
 void readphysics(Storage& st) {

@@ -55,8 +55,14 @@ void buildzb(Storage& st, const Field2d& elev);
 // "OTimeItm" .. "outfileItm": output intervals, switches and names.
 void readoutputsettings(Storage& st);
 
-// ks = 1.0, then "BedItm" and "SedimentItm" or "RoughItm".
+// ks = 1.0, then "BedItm" and "SedimentItm" or "RoughItm"; then "iWallModelItm", the switch of the
+// wall-layer model, whose bed fields the initial write already holds.
 void readroughness(Storage& st);
+
+// Writes the bed's surface, base /Bed of the case file, which holds the bed's node fields:
+// the whole grid's nodes at x = xmin + i dx, y = ymin + j dy and z = the bed elevation at the
+// nodes, as the run uses it (after any roughening). Rank 0, before the initial write.
+void writebedsurface(const Storage& st, const NodeArrays& nodes);
 
 // "smagorinskyItm" .. "epsItm": subgrid, immersed-boundary and Poisson-solver settings.
 void readsolversettings(Storage& st);

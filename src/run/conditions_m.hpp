@@ -64,7 +64,7 @@ inline constexpr std::array<KeySpec, 47> conditionkeys{{
     {"BedItm", KeyType::integer, "ibed", "1: bed roughness from the grain size; 2: from the roughness height"},
     {"SedimentItm", KeyType::real, "ks", "bed grain size (mm)", WhenOp::equal, "BedItm", 1},
     {"RoughItm", KeyType::real, "ks", "roughness height (mm); divided by 2.5 on reading", WhenOp::equal, "BedItm", 2},
-    {"iWallModelItm", KeyType::integer, "iwallmodel", "1: wall-layer model of the bed (the eddy viscosity next to the bed carries the wall law's stress) and the bed shear stress among the results; optional, absent: off", WhenOp::always, {}, 0, true},
+    {"iWallModelItm", KeyType::integer, "iwallmodel", "1: wall-layer model of the bed (the eddy viscosity next to the bed carries the wall law's stress); the case file then holds its shear stress on the bed surface, base /Bed, and the statistics file its time mean; optional, absent: off", WhenOp::always, {}, 0, true},
     {"smagorinskyItm", KeyType::real, "cs", "Smagorinsky constant"},
     {"iIBMItm", KeyType::integer, "iIBM", "immersed-boundary wall-law variant"},
     {"iCycleItm", KeyType::integer, "(local)", "1: V-cycle without reading igammaItm"},

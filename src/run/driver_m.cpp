@@ -229,8 +229,35 @@ void writeresults(const Storage& st, NodeArrays& nodes) {
         }
         if (root) pf::CG_KAVEL_WRITE_SOL_REAL_F(name, out->data(), ier);
     }
+    if (st.iwallmodel == 1) writebedshear(st);
     // The solution reaches the disk whole, or (if the run dies first) not at all.
     if (root) pf::CG_KAVEL_FLUSH_F(ier);
+}
+
+void writebedshear(const Storage& st) {
+    const bool blocks = st.dec.distributed(), root = myrank() == 0;
+    ibm::BedShearNodes b;
+    ibm::bedshearnodes(st, b);
+    // On several ranks each field goes through a plane of the block's nodes to rank 0's plane of
+    // the whole grid, as the box's fields do.
+    static Field3d mine, whole;
+    if (blocks && !mine.allocated()) {
+        mine.allocate(Range{0, st.imax}, Range{0, st.jmax}, Range{0, 0});
+        if (root) whole.allocate(Range{0, st.iwhole()}, Range{0, st.jwhole()}, Range{0, 0});
+    }
+    const std::pair<const char*, const std::vector<double>*> fields[] = {
+        {"BedShearStress", &b.tau}, {"BedShearStressX", &b.taux}, {"BedShearStressY", &b.tauy}};
+    int ier = 0;
+    for (const auto& [name, values] : fields) {
+        const double* out = values->data();
+        if (blocks) {
+            std::copy(values->begin(), values->end(), mine.data());
+            gather(mine, Range{0, st.imax}, Range{0, st.jmax}, st.dec.i0, st.dec.j0,
+                   root ? &whole : nullptr);
+            out = whole.data();
+        }
+        if (root) pf::CG_KAVEL_WRITE_BED_SOL_REAL_F(name, out, ier);
+    }
 }
 
 void stepreport(const Storage& st) {
@@ -284,6 +311,10 @@ void statisticsoutput(const Storage& st, const NodeArrays& nodes) {
     if (!wholenodes.z3.allocated()) {
         wholenodes.z3.allocate(Range{0, whole->imax}, Range{0, whole->jmax}, Range{0, st.kmax});
         nodeheights(st, wholenodes.z3);
+        // Every rank holds the bed of the whole grid at the nodes.
+        wholenodes.elev.allocate(nodes.elev.irange(), nodes.elev.jrange());
+        std::copy(nodes.elev.data(), nodes.elev.data() + nodes.elev.size(),
+                  wholenodes.elev.data());
     }
     writestatistics(*whole, wholenodes);
 }
@@ -344,8 +375,12 @@ void startup(Storage& st, NodeArrays& nodes) {
         // The bed shear stress of the initial flow, by the wall-law variant the run will use
         // (read again with the solver settings below, to the same value).
         readinteger("iIBMItm", st.iIBM);
+        // The law reads the velocity around the image points, across the block faces too.
+        velocityboundaries(st); // the ghost layers of the initial flow: neighbours, boundaries
         ibm::bedshear(st);
     }
+    // With the wall-layer model on, the bed's surface (base /Bed) for the bed's fields.
+    if (st.iwallmodel == 1 && myrank() == 0) writebedsurface(st, nodes);
     pressure::vorticity(st);
     writeresults(st, nodes);
 

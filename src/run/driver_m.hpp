@@ -114,8 +114,14 @@ enum class NodeField { unode, vnode, wnode, pnode, vortnode, qnode };
 // pressure is averaged everywhere.
 void nodeaveraging(const Storage& st, const NodeArrays& nodes, NodeField field, Field3d& out);
 
-// Writes the solution time and the six node fields to the open case file.
+// Writes the solution time and the six node fields to the open case file; with the wall-layer
+// model on, the bed shear stress on the bed's surface too (writebedshear).
 void writeresults(const Storage& st, NodeArrays& nodes);
+
+// Writes "BedShearStress", "BedShearStressX" and "BedShearStressY" (Pa, ibm::bedshearnodes from
+// st.bedshear as it stands) into the newest solution of the bed's surface; on several ranks rank
+// 0 writes them for the whole grid, gathered from the blocks.
+void writebedshear(const Storage& st);
 
 // Writes the statistics file (on several ranks: rank 0, from the sums of the whole grid).
 void statisticsoutput(const Storage& st, const NodeArrays& nodes);

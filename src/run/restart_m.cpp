@@ -255,10 +255,19 @@ public:
         if (st_.stats.enabled != 1) return;
         for (std::size_t m = 0; m < v.size(); ++m) st_.stats.sum[m](i, j, k) = v[m];
     }
-    // The pressure, which a run with statistics continues (the mean pressure goes on); a run
-    // without them starts it afresh from zero, as from any restart file.
+    // The pressure, which a run with statistics continues (so its case file's "Pressure" goes on
+    // as in one run); a run without them starts it afresh from zero, as from any restart file.
     void pressure(int i, int j, int k, double v) {
         if (st_.stats.enabled == 1) st_.p(i, j, k) = v;
+    }
+    // The sums of the bed shear stress, kept by a run with statistics (whether its wall-layer
+    // model is on is read only later; with it off they are never used).
+    void bedstatistics(long long samples) {
+        if (st_.stats.enabled == 1) st_.stats.bedsamples = samples;
+    }
+    void bednode(int i, int j, const std::array<double, 3>& v) {
+        if (st_.stats.enabled != 1) return;
+        for (std::size_t m = 0; m < v.size(); ++m) st_.stats.bedsum[m](i, j, 0) = v[m];
     }
 
 private:
@@ -276,6 +285,8 @@ struct DiscardValues {
     void statistics(long long, double, double, double) {}
     void statisticsnode(int, int, int, const std::array<double, 11>&) {}
     void pressure(int, int, int, double) {}
+    void bedstatistics(long long) {}
+    void bednode(int, int, const std::array<double, 3>&) {}
 };
 
 // The records of a restart file for the grid `g`, in the order restartwrite writes them, each
@@ -361,6 +372,22 @@ void parserecords(std::string_view text, const Layout& g, Sink& sink) {
                 for (int i = 0; i <= g.imax + 1; ++i) {
                     sink.pressure(i, j, k, in.real());
                     in.endrecord();
+                }
+            }
+        }
+        // The sums of the bed shear stress, when the run that wrote the file had the wall-layer
+        // model on too: their sample count, then three sums at each node of the bed.
+        if (!in.atend()) {
+            const int bedsamples = in.integer();
+            in.endrecord();
+            if (bedsamples < 0) in.fail(messages::restart_bad_count, std::to_string(bedsamples));
+            sink.bedstatistics(bedsamples);
+            std::array<double, 3> three{};
+            for (int j = 0; j <= g.jmax; ++j) {
+                for (int i = 0; i <= g.imax; ++i) {
+                    for (double& v : three) v = in.real();
+                    in.endrecord();
+                    sink.bednode(i, j, three);
                 }
             }
         }
@@ -475,6 +502,18 @@ void restartwrite(const Storage& st, int istep, double time, const std::string& 
         for (int k = 0; k <= kmax + 1; ++k) {
             for (int j = 0; j <= jmax + 1; ++j) {
                 for (int i = 0; i <= imax + 1; ++i) realrecord(buf, pressure(i, j, k));
+                out.maybeflush();
+            }
+        }
+        if (st.iwallmodel == 1) {
+            buf += ' ';
+            appendint(buf, static_cast<int>(s.bedsamples));
+            buf += '\n';
+            const auto& b = s.bedsum;
+            for (int j = 0; j <= jmax; ++j) {
+                for (int i = 0; i <= imax; ++i) {
+                    realrecord(buf, b[0](i, j, 0), b[1](i, j, 0), b[2](i, j, 0));
+                }
                 out.maybeflush();
             }
         }

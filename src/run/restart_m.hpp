@@ -10,8 +10,17 @@
 //   4. zb, one per record, j = 0..jmax+1 (outer), i = 0..imax+1
 //   5. npt
 //   6. the six point arrays at point n, six per record, n = 1..npt
+// then, from a run with the flow statistics on (statistics_m.hpp):
+//   7. samples first last sumfx
+//   8. the eleven sums at each node, eleven per record, k = 0..kmax, j, i = 0..imax
+//   9. p, one per record, k = 0..kmax+1, j, i = 0..imax+1
+// and, when its wall-layer model was on too:
+//  10. bedsamples
+//  11. the three sums of the bed shear stress at each bed node, three per record, j, i = 0..imax
 // The face arrays are saved from index 0: their extra ghost layer at -1 is not in the file, and
-// neither is the pressure (the next Poisson solve starts from the saved phi instead).
+// without statistics neither is the pressure (the next Poisson solve starts from the saved phi
+// instead). A run without statistics passes over 7 to 11; a run with them reads a file that
+// stops after 6 or after 9 and starts the sums it lacks afresh.
 //
 // Writing goes to a temporary file beside the final one, which is then renamed over
 // outpath/outfile.dat: a run stopped while writing never leaves a half-written file in place of

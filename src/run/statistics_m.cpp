@@ -2,8 +2,11 @@
 
 #include <stdexcept>
 
+#include "ibm/wallmodel_m.hpp"
 #include "platform/casefile.hpp"
 #include "run/driver_m.hpp"
+#include "run/halo_m.hpp"
+#include "run/parallel.hpp"
 #include "run/restart_m.hpp"
 
 namespace riffle {
@@ -20,7 +23,12 @@ void allocatestatistics(Storage& st) {
         a.allocate(ri, rj, rk);
         a.fill(0.0);
     }
+    for (Field3d& a : st.stats.bedsum) {
+        a.allocate(ri, rj, Range{0, 0});
+        a.fill(0.0);
+    }
     st.stats.samples = 0;
+    st.stats.bedsamples = 0;
     st.stats.sumfx = 0.0;
 }
 
@@ -31,9 +39,45 @@ void readstatistics(Storage& st) {
     allocatestatistics(st);
 }
 
+double fluidnodemean(const Storage& st, const NodeArrays& nodes, const Field3d& a) {
+    const int gi = st.ioffset(), gj = st.joffset();
+    // A block's last node in x (y) is the first of the block beyond its east (north) face: only
+    // the block on the face of the box counts it, so the whole grid's nodes count once each, as
+    // on one process.
+    const bool blocks = st.dec.distributed();
+    const int ilast = !blocks || st.dec.ownsface(east) ? st.imax : st.imax - 1;
+    const int jlast = !blocks || st.dec.ownsface(north) ? st.jmax : st.jmax - 1;
+    Partials sums(0.0), counts(0.0);
+#pragma omp parallel
+    {
+        double& sum = sums.mine();
+        double& count = counts.mine();
+#pragma omp for schedule(static)
+        for (int k = 0; k <= st.kmax; ++k) {
+            for (int j = 0; j <= jlast; ++j) {
+                for (int i = 0; i <= ilast; ++i) {
+                    if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) continue;
+                    sum += eightcells(a, i, j, k);
+                    count += 1.0;
+                }
+            }
+        }
+    }
+    const auto plus = [](double x, double y) { return x + y; };
+    double sum = sums.combine(0.0, plus), count = counts.combine(0.0, plus);
+    if (blocks) {
+        sum = allsum(sum);
+        count = allsum(count);
+    }
+    return count > 0.0 ? sum / count : 0.0;
+}
+
 void addsample(Storage& st, const NodeArrays& nodes) {
     Storage::StatisticSums& s = st.stats;
     if (s.enabled != 1 || !(st.time >= s.start)) return;
+    // The step's pressure, measured from its mean over the fluid (see statistics_m.hpp).
+    const Field3d& phi = st.mg(0).phi;
+    const double level = fluidnodemean(st, nodes, phi);
     // The node values as the case file gets them (see nodeaveraging), at the fluid nodes only.
     // Every node is summed on its own, so the planes can be shared among threads.
     const int gi = st.ioffset(), gj = st.joffset();
@@ -45,12 +89,24 @@ void addsample(Storage& st, const NodeArrays& nodes) {
                 if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) continue;
                 const double u = nodeu(st.u, i, j, k), v = nodev(st.v, i, j, k);
                 const double w = nodew(st.w, i, j, k);
-                const double add[11] = {u,     v,     w,     eightcells(st.p, i, j, k),
+                const double add[11] = {u,     v,     w,     eightcells(phi, i, j, k) - level,
                                         u * u, v * v, w * w, u * w,
                                         u * v, v * w, eightcells(st.nut, i, j, k)};
                 for (std::size_t m = 0; m < s.sum.size(); ++m) s.sum[m](i, j, k) += add[m];
             }
         }
+    }
+    if (st.iwallmodel == 1) {
+        // The bed's nodes: the stress as the step left it, in the layout of the sums' planes.
+        ibm::BedShearNodes b;
+        ibm::bedshearnodes(st, b);
+        const std::vector<double>* parts[3] = {&b.tau, &b.taux, &b.tauy};
+        for (std::size_t m = 0; m < s.bedsum.size(); ++m) {
+            double* sum = s.bedsum[m].data();
+            const std::vector<double>& add = *parts[m];
+            for (std::size_t at = 0; at < add.size(); ++at) sum[at] += add[at];
+        }
+        ++s.bedsamples;
     }
     if (s.samples == 0) s.first = st.time;
     s.last = st.time;
@@ -86,6 +142,20 @@ std::array<std::vector<double>, 11> statisticfields(const Storage& st) {
     return out;
 }
 
+std::array<std::vector<double>, 3> bedstatisticfields(const Storage& st) {
+    const Storage::StatisticSums& s = st.stats;
+    const std::size_t count = static_cast<std::size_t>(st.imax + 1) * (st.jmax + 1);
+    std::array<std::vector<double>, 3> out;
+    for (std::size_t m = 0; m < out.size(); ++m) {
+        out[m].assign(count, 0.0);
+        if (s.bedsamples == 0) continue;
+        const double n = static_cast<double>(s.bedsamples);
+        const double* sum = s.bedsum[m].data();
+        for (std::size_t at = 0; at < count; ++at) out[m][at] = sum[at] / n;
+    }
+    return out;
+}
+
 std::string statisticsfilename(const Storage& st) {
     return outputname(st.outpath, st.outfile, "_stats.cgns");
 }
@@ -107,13 +177,36 @@ void writestatistics(const Storage& st, const NodeArrays& nodes) {
     const std::string path = statisticsfilename(st);
     const double samples = static_cast<double>(st.stats.samples);
     const double meanforce = samples > 0.0 ? st.stats.sumfx / samples : 0.0;
+    std::vector<std::pair<std::string, double>> notes = {{"StartTime", st.stats.first},
+                                                         {"EndTime", st.stats.last},
+                                                         {"Samples", samples},
+                                                         {"MeanForceX", meanforce}};
+    // With the wall-layer model on, the mean bed shear stress on the bed's surface, base /Bed.
+    const bool bed = st.iwallmodel == 1;
+    std::array<std::vector<double>, 3> bedfields;
+    std::vector<double> bx, by, bz;
+    platform::BedSurface surface;
+    if (bed) {
+        bedfields = bedstatisticfields(st);
+        const std::size_t plane = bedfields[0].size();
+        bx.resize(plane);
+        by.resize(plane);
+        bz.resize(plane);
+        for (int j = 0, at = 0; j <= st.jmax; ++j)
+            for (int i = 0; i <= st.imax; ++i, ++at) {
+                bx[static_cast<std::size_t>(at)] = st.xmin + i * st.dx;
+                by[static_cast<std::size_t>(at)] = st.ymin + j * st.dy;
+                bz[static_cast<std::size_t>(at)] = nodes.elev(i, j);
+            }
+        surface = {st.imax + 1, st.jmax + 1, bx.data(), by.data(), bz.data(), {}};
+        for (std::size_t m = 0; m < bedfields.size(); ++m)
+            surface.fields.push_back({bedstatisticnames[m], bedfields[m].data()});
+        notes.emplace_back("BedShearSamples", static_cast<double>(st.stats.bedsamples));
+    }
     try {
         platform::writeresultsfile(path, st.imax + 1, st.jmax + 1, st.kmax + 1, x.data(),
-                                   y.data(), nodes.z3.data(), st.time, named, "Statistics",
-                                   {{"StartTime", st.stats.first},
-                                    {"EndTime", st.stats.last},
-                                    {"Samples", samples},
-                                    {"MeanForceX", meanforce}});
+                                   y.data(), nodes.z3.data(), st.time, named, "Statistics", notes,
+                                   bed ? &surface : nullptr);
     } catch (const platform::CaseFileError& e) {
         throw std::runtime_error(e.what());
     }

@@ -1,8 +1,17 @@
 // Running flow statistics at the grid nodes: time means of u, v, w, p and the eddy viscosity, and
 // the second moments u'u', v'v', w'w', u'w', u'v', v'w', over the steps that end at or after a
-// start time. Switched on by "StatisticsItm" = 1 ("StatStartItm" the start time); absent, the
+// start time; with the wall-layer model on, the time mean of the bed shear stress at the bed's
+// nodes too. Switched on by "StatisticsItm" = 1 ("StatStartItm" the start time); absent, the
 // run is exactly what it is without them. The sums carry over through restart files, so a
 // continued run goes on averaging.
+//
+// The pressure. The predictor carries no pressure gradient, so each step's projection solves for
+// the whole kinematic pressure: the step's pressure is level 0's phi of the multigrid (cell
+// centred, as p), while p, the sum of all the steps' phi, grows with the step count. A sample
+// takes the node value of phi less its mean over the fluid nodes of the whole grid, so that the
+// level of the pressure, which only the ghost rule at the bottom of the box sets and which
+// carries no physics, drops out, and the mean pressure has a fluid mean of zero:
+//     P = < phi_node - mean over the fluid nodes of phi_node >  (Pa; the hydrostatic part kept).
 #pragma once
 
 #include <array>
@@ -21,27 +30,47 @@ inline constexpr std::array<const char*, 11> statisticnames = {
     "ReynoldsStressXX", "ReynoldsStressYY", "ReynoldsStressZZ", "ReynoldsStressXZ",
     "ReynoldsStressXY", "ReynoldsStressYZ", "MeanEddyViscosity"};
 
+// Names of the fields of the bed surface of a statistics file (wall-layer model on), in Pa, in
+// the order of Storage::StatisticSums::bedsum.
+inline constexpr std::array<const char*, 3> bedstatisticnames = {
+    "MeanBedShearStress", "MeanBedShearStressX", "MeanBedShearStressY"};
+
 // Reads "StatisticsItm" and, when it is 1, "StatStartItm"; allocates the sums at the nodes
-// (0..imax x 0..jmax x 0..kmax), zero.
+// (0..imax x 0..jmax x 0..kmax) and at the bed's nodes, zero.
 void readstatistics(Storage& st);
 
 // Allocates zero sums for the grid of `st` (the statistics switched on).
 void allocatestatistics(Storage& st);
 
 // Adds the flow of this moment to the sums when the statistics are on and st.time has reached
-// the start time: the node values of u, v, w and p (as written to the case file) and the
-// eight-cell mean of the eddy viscosity, at the nodes above the bed only.
+// the start time: the node values of u, v, w (as written to the case file), of the step's
+// pressure less its fluid mean (see above) and the eight-cell mean of the eddy viscosity, at the
+// nodes above the bed only; with the wall-layer model on, the bed shear stress at every node of
+// the bed (ibm::bedshearnodes, from st.bedshear as the step left it).
 void addsample(Storage& st, const NodeArrays& nodes);
+
+// The mean over the fluid nodes (above the bed) of the whole grid of the eight-cell node values
+// of a cell-centred field of the block: on several ranks every node counted once, though the
+// blocks on either side of a block face both hold it, and summed over the ranks.
+[[nodiscard]] double fluidnodemean(const Storage& st, const NodeArrays& nodes, const Field3d& a);
 
 // The means and moments at the nodes from the sums, one array of (imax+1)(jmax+1)(kmax+1) values
 // (i fastest) per name of statisticnames; zero everywhere before the first sample.
 [[nodiscard]] std::array<std::vector<double>, 11> statisticfields(const Storage& st);
 
+// The time means of the bed shear stress at the bed's nodes, one array of (imax+1)(jmax+1) values
+// (i fastest) per name of bedstatisticnames; zero everywhere before the first sample.
+[[nodiscard]] std::array<std::vector<double>, 3> bedstatisticfields(const Storage& st);
+
 // The file name trim(outpath)/trim(outfile) + "_stats.cgns".
 [[nodiscard]] std::string statisticsfilename(const Storage& st);
 
 // Writes the statistics file (see statisticfields), with the averaging window, the sample count
-// and the mean driving acceleration in x (MeanForceX, m/s^2) under /Flow/Statistics. Throws std::runtime_error naming the file when it cannot.
+// and the mean driving acceleration in x (MeanForceX, m/s^2) under /Flow/Statistics; with the
+// wall-layer model on, also the bed surface zone Bed (the bed's nodes at x = xmin + i dx,
+// y = ymin + j dy, z = nodes.elev) with the fields of bedstatisticfields, and its sample count
+// (BedShearSamples) under /Flow/Statistics. Throws std::runtime_error naming the file when it
+// cannot.
 void writestatistics(const Storage& st, const NodeArrays& nodes);
 
 }  // namespace riffle

@@ -121,8 +121,15 @@ struct Storage {
         double first = 0.0, last = 0.0; // times of the first and the last sample
         double sumfx = 0.0;             // the driving acceleration fx, summed over the samples
         // u v w p uu vv ww uw uv vw nut, summed node by node over the samples (0 where the
-        // node is at or below the bed, where nothing is added)
+        // node is at or below the bed, where nothing is added); p is the step's pressure less
+        // its mean over the fluid nodes (statistics_m.hpp)
         std::array<Field3d, 11> sum;
+        // With the wall-layer model on: the bed shear stress at the bed's nodes (magnitude, x and
+        // y components, Pa) summed over its own count of samples, which differs from `samples`
+        // only after a restart file without these sums. Planes over (0:imax, 0:jmax, 0:0),
+        // allocated with the sums above (the model's switch is read after a restart file).
+        long long bedsamples = 0;
+        std::array<Field3d, 3> bedsum;
     } stats;
 
     // The bed shear stress under each cell column, over (0:imax+1, 0:jmax+1) and three planes

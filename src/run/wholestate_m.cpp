@@ -88,6 +88,8 @@ void gatherstate(const Storage& st, Part part) {
         w->stats.first = st.stats.first;
         w->stats.last = st.stats.last;
         w->stats.sumfx = st.stats.sumfx;
+        w->stats.bedsamples = st.stats.bedsamples;
+        w->iwallmodel = st.iwallmodel;  // whether the files carry the bed's sums
     }
     const Decomposition& d = st.dec;
     // The bed is the whole box's on every rank: rank 0 copies its own.
@@ -126,6 +128,12 @@ void gatherstate(const Storage& st, Part part) {
     if ((part == Part::restart || part == Part::statistics) && st.stats.enabled == 1) {
         for (std::size_t m = 0; m < st.stats.sum.size(); ++m) {
             gathernodes(d, st.stats.sum[m], st.imax, st.jmax, w ? &w->stats.sum[m] : nullptr);
+        }
+        if (st.iwallmodel == 1) {
+            for (std::size_t m = 0; m < st.stats.bedsum.size(); ++m) {
+                gathernodes(d, st.stats.bedsum[m], st.imax, st.jmax,
+                            w ? &w->stats.bedsum[m] : nullptr);
+            }
         }
     }
 }
@@ -176,21 +184,28 @@ void scatterrestart(Storage& st) {
     broadcast(bed.data(), bed.size());
     std::copy(bed.data(), bed.data() + bed.size(), st.zb.data());
     if (st.stats.enabled == 1) {
-        double scalars[4] = {0.0, 0.0, 0.0, 0.0};
+        double scalars[5] = {0.0, 0.0, 0.0, 0.0, 0.0};
         if (w != nullptr) {
             scalars[0] = static_cast<double>(w->stats.samples);
             scalars[1] = w->stats.first;
             scalars[2] = w->stats.last;
             scalars[3] = w->stats.sumfx;
+            scalars[4] = static_cast<double>(w->stats.bedsamples);
         }
-        broadcast(scalars, 4);
+        broadcast(scalars, 5);
         st.stats.samples = static_cast<long long>(scalars[0]);
         st.stats.first = scalars[1];
         st.stats.last = scalars[2];
         st.stats.sumfx = scalars[3];
+        st.stats.bedsamples = static_cast<long long>(scalars[4]);
         for (std::size_t m = 0; m < st.stats.sum.size(); ++m) {
             scatter(st.stats.sum[m], Range{0, st.imax}, Range{0, st.jmax}, d.i0, d.j0,
                     w ? &w->stats.sum[m] : nullptr);
+        }
+        // The bed's sums too: the model's switch is read only after the restart file.
+        for (std::size_t m = 0; m < st.stats.bedsum.size(); ++m) {
+            scatter(st.stats.bedsum[m], Range{0, st.imax}, Range{0, st.jmax}, d.i0, d.j0,
+                    w ? &w->stats.bedsum[m] : nullptr);
         }
     }
     // The step continues from the saved previous level, ghost layers included.

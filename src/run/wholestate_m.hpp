@@ -28,8 +28,8 @@ enum class Part { restart, flow, statistics };
 [[nodiscard]] const Storage* filesource(const Storage& st, Part part);
 
 // Hands the restart state of rank 0's whole box out to the blocks (collective): multigrid phi,
-// previous-level velocities, momentum terms, eddy viscosity, statistics sums and pressure; the
-// step continues from the previous level.
+// previous-level velocities, momentum terms, eddy viscosity, statistics sums (the bed's too) and
+// pressure; the step continues from the previous level.
 void scatterrestart(Storage& st);
 
 }  // namespace riffle

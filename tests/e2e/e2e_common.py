@@ -12,6 +12,10 @@ import tempfile
 import unittest
 
 
+# The exit status of a test file whose every test was skipped (CTest's SKIP_RETURN_CODE).
+SKIPPED = 77
+
+
 class Paths:
     riffle = None
     riffle_case = None
@@ -59,4 +63,9 @@ def main():
     Paths.mpiexec = shlex.split(args.mpiexec)
     Paths.riffle, Paths.riffle_case, Paths.source = args.riffle, args.riffle_case, args.source
     Paths.build_type, Paths.kill_shim = args.build_type, args.kill_shim
-    unittest.main(argv=[sys.argv[0]] + rest)
+    result = unittest.main(argv=[sys.argv[0]] + rest, exit=False).result
+    if not result.wasSuccessful():
+        sys.exit(1)
+    # Every test skipped (a tool that is not installed): CTest reports the file as skipped.
+    if result.testsRun > 0 and len(result.skipped) == result.testsRun:
+        sys.exit(SKIPPED)

@@ -1,8 +1,8 @@
 """End to end: a run killed at any moment leaves a case file that opens (h5py, cgnscheck,
-riffle-case --check) with every output completed before the kill as an uninterrupted run wrote it,
-the one under way whole or absent, and whole restart files. Kills before sampled changes to the
-case file or its journal (a preloaded library counts them, from a random first one), and in a
-restart write."""
+riffle-case --check) with every output completed before the kill as an uninterrupted run wrote it
+(the bed shear stress of the wall-layer model on the bed's surface included), the one under way
+whole or absent, and whole restart files. Kills before sampled changes to the case file or its
+journal (a preloaded library counts them, from a random first one), and in a restart write."""
 
 import contextlib
 import glob
@@ -24,8 +24,9 @@ from e2e_common import Paths, main, run
 RECIPE = {"xmax": 0.4, "ymax": 0.1, "ni": 17, "nj": 5, "bed": "dunes", "height": 0.02,
           "length": 0.4, "kmaxItm": 3, "zmaxItm": 0.1, "velocity": 0.3, "timetypeItm": 1,
           "timestepItm": 0.0078125, "endtimeItm": 0.25, "OTimeItm": 0.03125, "HotoutItm": 1,
-          "dtHotoutItm": 0.0234375, "outpathItm": ".", "outfileItm": "crash"}
+          "dtHotoutItm": 0.0234375, "outpathItm": ".", "outfileItm": "crash", "iWallModelItm": 1}
 FIELDS = ("VelocityX", "VelocityY", "VelocityZ", "Pressure", "Vorticity", "Coherent")
+BED_FIELDS = ("BedShearStress", "BedShearStressX", "BedShearStressY")
 
 
 def results(path):
@@ -42,7 +43,14 @@ def results(path):
         assert [p.tobytes().decode().rstrip() for p in pointers] == names
         fields = [[d(f"Box/{s}/{c}") for c in FIELDS] for s in names]
         assert all(a.shape == grid and np.isfinite(a).all() for s in fields for a in s)
-        return times, fields
+        # The bed's surface, written with the grid, has every time of the box and its fields.
+        b = lambda p: f["Bed/" + p][" data"][()]
+        assert list(b("BaseIterativeData/TimeValues")) == times
+        pointers = b("Surface/ZoneIterativeData/FlowSolutionPointers")
+        assert [p.tobytes().decode().rstrip() for p in pointers] == names
+        bed = [[b(f"Surface/{s}/{c}") for c in BED_FIELDS] for s in names]
+        assert all(a.shape == grid[1:] and np.isfinite(a).all() for s in bed for a in s)
+        return times, [box + surface for box, surface in zip(fields, bed)]
 
 
 class Crash(unittest.TestCase):

@@ -2,7 +2,9 @@
 and a bed with side walls on 1, 2, 3 and 4 ranks take the steps of the one-process run, write
 at the same times, carry the same discharge and agree with it about as closely as two threads
 agree with one (both measured and printed); a restart file written on 2 ranks continues on 1
-and one written on 1 continues on 2, as the one-process continuation does."""
+and one written on 1 continues on 2, as the one-process continuation does; with the statistics
+and the wall-layer model on, rank 0 writes the bed's surface and the statistics of the whole
+grid as one process does."""
 
 import os
 import shutil
@@ -144,6 +146,39 @@ class Ranks(CaseTest):
             self.assertEqual(n, steps)
             np.testing.assert_allclose(t, times, rtol=1e-6)
             self.assertLess(difference(reference, sols), 1e-6, key)
+
+    def test_statistics_and_bed_surface_of_the_whole_grid(self):
+        case = self.make("stats", dict(WALLS, endtimeItm=0.05, StatisticsItm=1, StatStartItm=0.0,
+                                       iWallModelItm=1))
+        files = {}
+        for ranks in (1, 2):
+            path, _ = self.riffle(case, f"stats{ranks}", ranks=ranks)
+            stats = os.path.join(os.path.dirname(path), "walls_stats.cgns")
+            with h5py.File(path, "r") as f, h5py.File(stats, "r") as g:
+                read = lambda h, p: h[p][" data"][()]
+                files[ranks] = {
+                    "times": read(f, "Bed/BaseIterativeData/TimeValues"),
+                    "z": read(f, "Bed/Surface/GridCoordinates/CoordinateZ"),
+                    "tau": [read(f, f"Bed/Surface/{s}/BedShearStress")
+                            for s in f["Bed/Surface"] if s.startswith("FlowSolution")],
+                    "mean tau": read(g, "Bed/Surface/FlowSolution1/MeanBedShearStress"),
+                    "samples": read(g, "Flow/Statistics/BedShearSamples")[0],
+                    "pressure": read(g, "Flow/Box/FlowSolution1/MeanPressure"),
+                    "u": read(g, "Flow/Box/FlowSolution1/MeanVelocityX")}
+        one, two = files[1], files[2]
+        self.assertEqual(one["samples"], two["samples"])
+        np.testing.assert_array_equal(one["z"], two["z"])
+        np.testing.assert_allclose(one["times"], two["times"], rtol=1e-6)  # CFL steps
+        self.assertEqual(len(one["tau"]), len(one["times"]))
+        self.assertEqual(len(two["tau"]), len(one["times"]))
+        for a, b in zip(one["tau"] + [one["mean tau"]], two["tau"] + [two["mean tau"]]):
+            self.assertEqual(a.shape, one["z"].shape)
+            np.testing.assert_allclose(a, b, rtol=0, atol=1e-6 * max(np.abs(a).max(), 1e-300))
+        for name in ("pressure", "u"):
+            scale = np.abs(one[name]).max()
+            worst = np.abs(one[name] - two[name]).max() / scale
+            print(f"statistics on 2 ranks - one: {name} {worst:.1e} of {scale:.3g}")
+            self.assertLess(worst, 1e-6, name)
 
 
 if __name__ == "__main__":

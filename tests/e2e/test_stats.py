@@ -1,9 +1,12 @@
-"""End to end for riffle-stats: a short flat-bed run with the statistics on gives a profile table
-whose velocity rises from the bed, the friction velocity of the momentum balance as the files give
-it, and the figures; a file without statistics is refused in one line. Statistics files written
-here in the same layout, on case files made by riffle-case, with fields whose answers are known by
-hand: the total shear stress profile, the mean bed shear stress, the form drag, skin friction and
-driving force over a sinusoidal bed, and the points where the bed shear stress changes sign."""
+"""End to end for the statistics and riffle-stats: the mean pressure of a flat-bed run is measured
+from its fluid mean, falls by the hydrostatic rho g per metre and does not grow with the number of
+steps (while the case file's summed "Pressure" does); riffle-stats on a short flat-bed run gives a
+profile table whose velocity rises from the bed, the friction velocity of the momentum balance as
+the files give it, and the figures; a file without statistics is refused in one line. Statistics
+files written here in the same layout, on case files made by riffle-case, with fields whose answers
+are known by hand: the total shear stress profile, the mean bed shear stress, the form drag, skin
+friction and driving force over a sinusoidal bed, and the points where the bed shear stress
+changes sign."""
 
 import csv
 import glob
@@ -26,6 +29,42 @@ def riffle_stats(*args):
 
 
 class Stats(CaseTest):
+    def test_mean_pressure_is_hydrostatic_about_a_zero_fluid_mean_and_does_not_grow(self):
+        # The first step's pressure carries 1.5 g (the two-level scheme starts from a zero
+        # previous level), so the sampling starts after it.
+        spread, summed = [], []
+        for name, end in (("short", 0.2), ("long", 0.4)):
+            case = self.make(name, {**FLAT, "endtimeItm": end, "OTimeItm": end,
+                                    "StatStartItm": 0.03, "outfileItm": name})
+            ran = run([Paths.riffle, case], cwd=self.dir,
+                      env={**os.environ, "OMP_NUM_THREADS": "1"})
+            self.assertEqual(ran.returncode, 0, ran.stderr)
+            with h5py.File(os.path.join(self.dir, name + "_stats.cgns"), "r") as f:
+                p = f["Flow/Box/FlowSolution1/MeanPressure"][" data"][()]
+                z = f["Flow/Box/GridCoordinates/CoordinateZ"][" data"][()]
+                samples = f["Flow/Statistics/Samples"][" data"][0]
+            with h5py.File(case, "r") as f:
+                bed = f["Case/Bed/NodeAttributes/Elevation"][" data"][()]
+                rho = f["Case/CalculationConditions/densItm"][" data"][0]
+                g = f["Case/CalculationConditions/gravityItm"][" data"][0]
+                last = len(f["Flow/BaseIterativeData/TimeValues"][" data"][()])
+                total = f[f"Flow/Box/FlowSolution{last}/Pressure"][" data"][()]
+            fluid = z > bed[np.newaxis]
+            self.assertGreater(samples, 5)
+            self.assertLess(abs(p[fluid].mean()), 1e-9 * np.abs(p[fluid]).max())
+            # Layer means over the flat bed, away from the bed and the top's zero-gradient ghost:
+            # a drop of rho g dz from each layer to the next.
+            layers = [p[k][fluid[k]].mean() for k in range(p.shape[0]) if fluid[k].all()]
+            dz = z[1, 0, 0] - z[0, 0, 0]
+            drops = -np.diff(layers[1:-1]) / dz
+            np.testing.assert_allclose(drops, rho * g, rtol=0.01)
+            spread.append(np.sqrt(np.mean(p[fluid] ** 2)))
+            summed.append(np.sqrt(np.mean(total[fluid] ** 2)))
+        print(f"rms mean pressure {spread[0]:.1f} and {spread[1]:.1f} Pa; case-file Pressure "
+              f"{summed[0]:.0f} and {summed[1]:.0f} Pa")
+        self.assertLess(abs(spread[1] / spread[0] - 1), 0.1)
+        self.assertGreater(summed[1] / summed[0], 1.5)  # twice the steps: the sum about doubles
+
     def test_flat_bed_profiles_friction_velocity_and_figures(self):
         case = self.make("flat", FLAT)
         ran = run([Paths.riffle, case], cwd=self.dir, env={**os.environ, "OMP_NUM_THREADS": "1"})

@@ -88,7 +88,7 @@ constexpr std::array<ConditionDefault, conditionkeys.size()> conditiondefaults{{
     {"BedItm", {1}},
     {"SedimentItm", {1.0}},
     {"RoughItm", {2.5}}, // 2.5 mm / 2.5 = the same 1 mm grain
-    {"iWallModelItm", {0}},
+    {"iWallModelItm", {0}}, // the plain solver's eddy viscosity at the bed
     {"smagorinskyItm", {0.1}},
     {"iIBMItm", {1}},
     {"iCycleItm", {1}},
