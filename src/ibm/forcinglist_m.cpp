@@ -819,11 +819,13 @@ void forcewall(Storage& st, int layers) {
             nut(e.i, e.j, e.k) = std::max(0.0, kappa * law.ustar * e.dp - visc);
             continue;
         }
-        // The wall layer above: kappa u* z where that exceeds the Smagorinsky viscosity.
+        // The wall layer above: its share of kappa u* z where that exceeds the Smagorinsky
+        // viscosity.
         const int last = std::min(kmax, e.k + layers);
         for (int k = e.k + 1; k <= last; ++k) {
             const double z = e.dp + (k - e.k) * dz * e.ez;
-            nut(e.i, e.j, k) = std::max(nut(e.i, e.j, k), layerviscosity(law.ustar, z, visc));
+            nut(e.i, e.j, k) =
+                std::max(nut(e.i, e.j, k), layerviscosity(law.ustar, z, visc, k - e.k));
         }
         // The forcing cell: the face between it and the cell above, which the momentum stencils
         // give the mean of the two, carries the wall law's stress. Where the forcing cell lies so

@@ -46,7 +46,9 @@ TEST(WallModel, FaceViscosityCarriesTheLogLawStress) {
     EXPECT_DOUBLE_EQ(facetotal(ustar, ustar * ustar, 0.004, 0.006, -0.1), face_cap * loglaw);
     EXPECT_DOUBLE_EQ(facetotal(ustar, ustar * ustar, 0.004, 0.006, 0.1), 9e-4 * 0.006 / 0.1);
     EXPECT_DOUBLE_EQ(facetotal(0.0, 0.0, 0.004, 0.006, 0.1), 0.0);
-    EXPECT_DOUBLE_EQ(layerviscosity(0.03, 0.01, visc), 0.4 * 0.03 * 0.01 - visc);
+    // The wall layer's share of kappa u* z: all of it in the first cell, a third in the last.
+    EXPECT_DOUBLE_EQ(layerviscosity(0.03, 0.01, visc, 1), 0.4 * 0.03 * 0.01 - visc);
+    EXPECT_DOUBLE_EQ(layerviscosity(0.03, 0.01, visc, 3), 0.4 * 0.03 * 0.01 / 3.0 - visc);
 }
 
 // A box of 8 x 4 x 16 cells of 10 x 10 x 5 mm over a flat bed at z = 12 mm (2.4 cells above the
@@ -93,19 +95,20 @@ TEST(WallModel, FirstFaceCarriesTheBedStressOfEveryColumn) {
             EXPECT_LT(relerr(tau, ustar * ustar * (1.0 + 0.01)), 0.03);
             EXPECT_LT(relerr(st.bedshear(i, j, 1), tau / tangential), 1e-9);
             EXPECT_LT(relerr(st.bedshear(i, j, 2), 0.1 * tau / tangential), 1e-9);
-            // The wall layer: kappa u* z where that exceeds the Smagorinsky value (a log law's
-            // strain gives cs^2 delta^2 u*/(kappa z), far less), except that the first cell
-            // gives way to the face below it, whose forcing cell lies only 0.5 mm above the bed.
+            // The wall layer: its share of kappa u* z where that exceeds the Smagorinsky value (a
+            // log law's strain gives cs^2 delta^2 u*/(kappa z), far less), except that the first
+            // cell gives way to the face below it, whose forcing cell lies 0.5 mm above the bed.
             const double us = std::sqrt(tau);
             EXPECT_GE(st.nut(i, j, 3), 0.0);
-            EXPECT_LE(st.nut(i, j, 4), layerviscosity(us, 0.0055, st.visc));
+            EXPECT_LE(st.nut(i, j, 4), layerviscosity(us, 0.0055, st.visc, 1));
             for (int k = 5; k <= 3 + wall_layers; ++k) {
                 const double z = st.zmin + (k - 0.5) * st.dz - zbed;
-                EXPECT_LT(relerr(st.nut(i, j, k), layerviscosity(us, z, st.visc)), 0.02) << k;
+                const double share = (wall_layers + 4.0 - k) / wall_layers; // 2/3, 1/3
+                EXPECT_LT(relerr(st.nut(i, j, k), share * 0.4 * us * z - st.visc), 0.02) << k;
             }
             const int beyond = 4 + wall_layers;
             EXPECT_LT(st.nut(i, j, beyond),
-                      0.1 * layerviscosity(us, st.zmin + (beyond - 0.5) * st.dz - zbed, st.visc));
+                      0.03 * 0.4 * us * (st.zmin + (beyond - 0.5) * st.dz - zbed));
             ++checked;
         }
     }

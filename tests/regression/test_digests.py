@@ -31,9 +31,12 @@ W_CYCLE = {"iCycleItm": 2, "igammaItm": 2}
 
 # name, bundled recipe (or None), overrides
 CASES = [
+    # The bundled recipes without the wall-layer model: these pin the plain solver.
     ("dune", "dune.recipe", {"ni": 65, "nj": 5, "kmaxItm": 4, "endtimeItm": 0.12,
-                             "OTimeItm": 0.04, "dtHotoutItm": 0.05, "dtTecplotItm": 0.05}),
-    ("flat", "flat.recipe", {"ni": 33, "nj": 9, "endtimeItm": 0.3, "OTimeItm": 0.15}),
+                             "OTimeItm": 0.04, "dtHotoutItm": 0.05, "dtTecplotItm": 0.05,
+                             "iWallModelItm": 0}),
+    ("flat", "flat.recipe", {"ni": 33, "nj": 9, "endtimeItm": 0.3, "OTimeItm": 0.15,
+                             "iWallModelItm": 0}),
     # Wall laws: trilinear (iIBMItm 0) or inverse-distance image point, smooth (BedItm 0) or
     # rough (1: grain size, 2: roughness height); CFL or fixed step, V or W cycles, side walls
     # and a no-slip lid in some, and a 40 x 6 grid on which the multigrid stops coarsening early.
@@ -44,6 +47,10 @@ CASES = [
                                zBoundItm=1)),
     ("ibm1-rough", None, dict(BED, iIBMItm=1, BedItm=2, RoughItm=5.0, yBoundItm=1,
                               cflItm=0.4)),
+    # The wall-layer model (its bed shear stress among the results) with both image points and
+    # both wall laws.
+    ("wm-ibm0-smooth", None, dict(BED, **FIXED, iIBMItm=0, BedItm=0, iWallModelItm=1)),
+    ("wm-ibm1-rough", None, dict(BED, iIBMItm=1, BedItm=1, yBoundItm=1, iWallModelItm=1)),
 ]
 
 
