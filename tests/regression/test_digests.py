@@ -67,22 +67,28 @@ def sha(data):
 
 
 def result_digests(path):
-    """One digest per node of the results base down to the solution level (Flow/Box/FlowSolution3,
-    Flow/Box/GridCoordinates, Flow/BaseIterativeData/TimeValues, ...), over its arrays."""
+    """One digest per node of the results bases down to the solution level (Flow/Box/FlowSolution3,
+    Flow/Box/GridCoordinates, Flow/BaseIterativeData/TimeValues, ..., and with the wall-layer
+    model Bed/Surface/FlowSolution3, ...), over its arrays."""
     groups = {}
     with h5py.File(path, "r") as f:
-        def visit(name, obj):
-            if isinstance(obj, h5py.Dataset):
-                node = ("Flow/" + name).split("/")
-                node = node[:-1] if node[-1] == " data" else node
-                groups.setdefault("/".join(node[:3]), []).append(name)
-        f["Flow"].visititems(visit)
+        for base in ("Flow", "Bed"):
+            if base not in f:
+                continue
+
+            def visit(name, obj, base=base):
+                if isinstance(obj, h5py.Dataset):
+                    node = (base + "/" + name).split("/")
+                    node = node[:-1] if node[-1] == " data" else node
+                    groups.setdefault("/".join(node[:3]), []).append(base + "/" + name)
+            f[base].visititems(visit)
         out = {}
         for group, names in groups.items():
             h = hashlib.sha256()
             for name in sorted(names):
-                a = np.ascontiguousarray(f["Flow"][name][()])
-                h.update(f"{name} {a.dtype.str} {a.shape}\n".encode())
+                a = np.ascontiguousarray(f[name][()])
+                # the name as within its base, as the digests of the plain solver were made
+                h.update(f"{name.split('/', 1)[1]} {a.dtype.str} {a.shape}\n".encode())
                 h.update(a.tobytes())
             out[group] = h.hexdigest()
     return out
