@@ -3,6 +3,8 @@
 #   dunes-1M   two periodic dunes, 256 x 64 x 64 cells  (1 048 576)
 #   dunes-2M   the same dunes,      256 x 128 x 64 cells (2 097 152)
 #   flat-74k   flat rough bed one cell above the bottom, 96 x 48 x 16 cells, periodic in x and y
+#   dunes-1M-wm, flat-74k-wm   the same with the wall-layer model of the bed ("iWallModelItm" = 1):
+#              its cost is the difference in the smagorinsky routine, where it runs
 # and runs each on 1 thread and on every power of two up to the number of cores, printing the
 # time per step, ns per cell per step, peak memory (MiB and bytes per cell) and each routine's
 # share of the loop. A second run with more than one thread, with a passive OpenMP wait policy so
@@ -72,11 +74,13 @@ while (( t <= $(nproc) )); do threads+=("$t"); t=$(( t * 2 )); done
 
 {
     echo "Riffle benchmark, $(date -u +%Y-%m-%d), $(nproc) cores: $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ *//')"
-    for c in "dunes-1M" "dunes-2M" "flat-74k"; do
+    for c in "dunes-1M" "dunes-1M-wm" "dunes-2M" "flat-74k" "flat-74k-wm"; do
         case $c in
             dunes-1M) dunes 65 0.4 12 > "$out/$c.recipe" ;;
+            dunes-1M-wm) { dunes 65 0.4 12; echo "iWallModelItm = 1"; } > "$out/$c.recipe" ;;
             dunes-2M) dunes 129 0.8 8 > "$out/$c.recipe" ;;
             flat-74k) flat 120 > "$out/$c.recipe" ;;
+            flat-74k-wm) { flat 120; echo "iWallModelItm = 1"; } > "$out/$c.recipe" ;;
         esac
         "$build/tools/casebuilder/riffle-case" "$out/$c.recipe" -o "$out/$c.cgns" > /dev/null 2>&1
         for n in "${threads[@]}"; do

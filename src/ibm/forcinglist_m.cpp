@@ -807,7 +807,8 @@ void forcewall(Storage& st, int layers) {
     const EddyPoint* cells = fl.eddy.eddy.data();
     const View3<double> nut = st.nut.view();
     const View3<double> shear = st.bedshear.view();
-    const double visc = st.visc, dz = st.dz;
+    const double visc = st.visc, dz = st.dz, zmin = st.zmin, zmax = st.zmax;
+    const Field2d& zb = st.zb;
     const int kmax = st.kmax;
     const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
     const Block mine = staticblock(0, static_cast<int>(fl.eddy.eddy.size()) - 1);
@@ -839,7 +840,11 @@ void forcewall(Storage& st, int layers) {
                              centrevelocity(u, v, w, e.i, e.j, e.k),
                          dir);
             }
-            const double room = std::max(0.0, 2.0 * (facetotal(law.ustar, law.tau, e.dp, dz * e.ez, du) - visc));
+            // The face carries the stress of its height in the column's depth.
+            const double bed = zb(e.i, e.j), face = zmin + e.k * dz;
+            const double tau = law.tau * stressshare(face - bed, zmax - bed);
+            const double room =
+                std::max(0.0, 2.0 * (facetotal(law.ustar, tau, e.dp, dz * e.ez, du) - visc));
             double& above = nut(e.i, e.j, e.k + 1);
             above = std::min(above, room);
             nut(e.i, e.j, e.k) = room - above;

@@ -9,8 +9,9 @@
 // which is kappa u* z where z1 = z2. The Smagorinsky viscosity with a filter width of the cell
 // size is a small fraction of that next to the bed, so without the model the bed takes only part
 // of the wall law's stress. With the model on, the forcing cells and the cells of a thin layer
-// above them take the viscosity of the wall law from the friction velocity the forcing finds,
-// and the Smagorinsky viscosity takes over above that layer.
+// above them take the viscosity of the wall law from the friction velocity the forcing finds
+// (the first face the stress of its height in the linear profile of open-channel flow,
+// stressshare), and the Smagorinsky viscosity takes over above that layer.
 //
 // The friction velocity of each velocity forcing point is that of the run's wall-law variant at
 // its image point (the u* that sets the velocity the forcing imposes); a forcing cell centre takes
@@ -69,6 +70,16 @@ inline constexpr double face_cap = 4.0;
     const double loglaw = 0.4 * ustar * logmean(z1, z1 + h);
     const double most = face_cap * loglaw;
     return du > 0.0 ? std::min(most, tau * h / du) : most;
+}
+
+// The share of the bed's stress that crosses a face h above the bed in a flow of depth D: the
+// total shear stress of uniform open-channel flow falls linearly, u*^2 (1 - h/D). The first face
+// lies a cell above the bed: the driving force on the flow below it is taken out by the forcing
+// and never crosses the face, so a face that carried the full u*^2 would leave the bed taking
+// u*^2 + f h in all, and the wall law's u* short of the momentum balance's by h/(2D).
+[[nodiscard]] inline double stressshare(double h, double depth) {
+    if (!(depth > 0.0)) return 1.0;
+    return std::clamp(1.0 - h / depth, 0.0, 1.0);
 }
 
 // The eddy viscosity of the forcing cells and of the wall layer above them, and the bed shear
