@@ -47,7 +47,7 @@ if [ "${REPORT_ONLY:-0}" != 1 ]; then
             start=$(date +%s)
             (cd "$out" && "$riffle" "$c.cgns" > "$c.log")
             seconds=$(( $(date +%s) - start ))
-            echo "$seconds s on $OMP_NUM_THREADS threads of $(nproc) cores, $machine" > "$done"
+            echo "$seconds s on $OMP_NUM_THREADS threads of $(nproc --all) cores, $machine" > "$done"
         fi
         if [ -f "$root/tools/riffle-stats" ]; then
             echo "== $c: statistics"
