@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <string>
 #include <type_traits>
@@ -25,7 +26,12 @@ namespace cu = cgnsutil;
 }
 
 void check(int rc, const std::string& path, const std::string& step) {
-    if (rc != CG_OK) fail(path, step, cu::describe(rc));
+    if (rc == CG_OK) return;
+    // The library reports a refused write as its own error; the system's reason is in errno.
+    const int err = errno;
+    const bool disk = err == ENOSPC || err == EDQUOT || err == EFBIG || err == EIO || err == EROFS;
+    throw CaseFileError("case file " + path + ": " + step + ": " + cu::describe(rc),
+                        disk ? err : 0);
 }
 
 // Closes a file on every way out of a scope; a close that matters is made by hand and checked.
@@ -140,8 +146,14 @@ void writeatomically(const std::string& path, Write write) {
     TemporaryFile temporary{path + ".tmp" + std::to_string(::getpid())};
     {
         OpenFile file;
-        check(cg_open(temporary.path.c_str(), CG_MODE_WRITE, &file.fn), path,
-              "creating " + temporary.path);
+        errno = 0;
+        if (cg_open(temporary.path.c_str(), CG_MODE_WRITE, &file.fn) != CG_OK) {
+            // A folder that is missing or closed to us: the system's reason.
+            const int err = errno;
+            throw CaseFileError("case file " + path + ": creating " + temporary.path + ": " +
+                                    cu::describe(CG_ERROR),
+                                err == ENOENT || err == ENOTDIR || err == EACCES ? err : 0);
+        }
         write(file.fn);
         const int fn = file.fn;
         file.fn = 0;

@@ -14,6 +14,13 @@ namespace riffle::platform {
 class CaseFileError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+    CaseFileError(const std::string& what, int disk) : std::runtime_error(what), disk_(disk) {}
+    // The errno of a disk that refused the write (no space, quota, file size limit, I/O error,
+    // read-only file system); 0 for any other failure.
+    [[nodiscard]] int diskerror() const { return disk_; }
+
+private:
+    int disk_ = 0;
 };
 
 // One calculation condition as stored: an integer (I4), a real (R8) or a string (C1).

@@ -114,11 +114,17 @@ bool decode(const Bytes& in, std::uint64_t& target, std::vector<Span>& spans) {
 
 // ---- plain file I/O ----------------------------------------------------------------------------
 
+// The errno of the driver's last failed write to the disk (0: none yet).
+int lastfailure = 0;
+
 bool writeall(int fd, const unsigned char* p, std::uint64_t n, std::uint64_t at) {
     while (n > 0) {
         const ssize_t w = ::pwrite(fd, p, n, static_cast<off_t>(at));
         if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) return false;
+        if (w <= 0) {
+            lastfailure = w < 0 ? errno : ENOSPC;  // a write of nothing: no room
+            return false;
+        }
         p += w;
         n -= static_cast<std::uint64_t>(w);
         at += static_cast<std::uint64_t>(w);
@@ -131,7 +137,9 @@ bool resize(int fd, std::uint64_t size) {
     struct stat info {};
     if (::fstat(fd, &info) != 0) return false;
     if (static_cast<std::uint64_t>(info.st_size) == size) return true;
-    return ::ftruncate(fd, static_cast<off_t>(size)) == 0;
+    if (::ftruncate(fd, static_cast<off_t>(size)) == 0) return true;
+    lastfailure = errno;
+    return false;
 }
 
 // The whole of a file; false (errno set) when it cannot be read.
@@ -159,10 +167,21 @@ bool readwhole(const std::string& path, Bytes& out) {
 bool writejournal(const std::string& journal, haddr_t target, const Regions& regions) {
     const std::string partial = journal + ".tmp";  // CASE.journal.tmp
     const int fd = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return false;
+    if (fd < 0) {
+        lastfailure = errno;
+        return false;
+    }
     const Bytes bytes = encode(target, regions);
-    const bool written = writeall(fd, bytes.data(), bytes.size(), 0);
-    if (::close(fd) != 0 || !written || ::rename(partial.c_str(), journal.c_str()) != 0) {
+    bool written = writeall(fd, bytes.data(), bytes.size(), 0);
+    if (::close(fd) != 0 && written) {
+        lastfailure = errno;
+        written = false;
+    }
+    if (written && ::rename(partial.c_str(), journal.c_str()) != 0) {
+        lastfailure = errno;
+        written = false;
+    }
+    if (!written) {
         ::unlink(partial.c_str());
         return false;
     }
@@ -182,7 +201,14 @@ struct JournalFile : H5FD_t {
     haddr_t committed = 0;    // size of the file on disk at the last commit
     haddr_t cut = 0;          // lowest truncation since then (= committed when none)
     Regions staged;           // writes below `committed` since then
+    // Set by the first write or truncation the disk refused: HDF5's view no longer matches what
+    // reached the disk, so no commit may follow; abandon() keeps the last one.
+    bool failed = false;
+    bool abandoned = false;   // given up: the disk is no longer touched
 };
+
+// The files the driver has open (the solver holds one case).
+std::vector<JournalFile*> openfiles;
 
 JournalFile& self(H5FD_t* file) { return *static_cast<JournalFile*>(file); }
 const JournalFile& self(const H5FD_t* file) { return *static_cast<const JournalFile*>(file); }
@@ -226,7 +252,7 @@ void clip(Regions& staged, haddr_t size) {
 
 // Brings the file on disk to the state HDF5 sees: the journal is written, then its regions and the
 // new size into the file, then the journal is removed.
-bool commit(JournalFile& f) {
+bool writecommit(JournalFile& f) {
     if (f.staged.empty() && f.cut == f.committed) {
         f.committed = f.cut = f.eof;  // only new space was written
         return true;
@@ -259,6 +285,15 @@ bool commit(JournalFile& f) {
     return true;
 }
 
+// A commit, refused once the disk has refused anything: a failed commit may have left the file's
+// state and HDF5's apart too.
+bool commit(JournalFile& f) {
+    if (f.failed || f.abandoned) return false;
+    if (writecommit(f)) return true;
+    f.failed = true;
+    return false;
+}
+
 H5FD_t* dopen(const char* name, unsigned flags, hid_t /*fapl*/, haddr_t maxaddr) {
     if (name == nullptr || *name == '\0' || maxaddr == 0 || maxaddr == HADDR_UNDEF ||
         maxaddr > max_address)
@@ -287,6 +322,7 @@ H5FD_t* dopen(const char* name, unsigned flags, hid_t /*fapl*/, haddr_t maxaddr)
         f->inode = info.st_ino;
         f->journal = journal;
         f->eof = f->committed = f->cut = static_cast<haddr_t>(info.st_size);
+        openfiles.push_back(f);
         return f;
     } catch (const std::exception&) {
         return nullptr;
@@ -301,6 +337,7 @@ herr_t dclose(H5FD_t* file) {
     } catch (const std::exception&) {
     }
     if (::close(f->fd) != 0) ok = false;
+    std::erase(openfiles, f);
     delete f;
     return ok ? 0 : -1;
 }
@@ -382,7 +419,7 @@ herr_t dread(H5FD_t* file, H5FD_mem_t /*type*/, hid_t /*dxpl*/, haddr_t addr, si
 herr_t dwrite(H5FD_t* file, H5FD_mem_t /*type*/, hid_t /*dxpl*/, haddr_t addr, size_t size,
               const void* buffer) {
     JournalFile& f = self(file);
-    if (!inrange(f, addr, size) || buffer == nullptr) return -1;
+    if (!inrange(f, addr, size) || buffer == nullptr || f.abandoned) return -1;
     if (size == 0) return 0;
     const auto* in = static_cast<const unsigned char*>(buffer);
     const haddr_t end = addr + size;
@@ -393,7 +430,10 @@ herr_t dwrite(H5FD_t* file, H5FD_mem_t /*type*/, hid_t /*dxpl*/, haddr_t addr, s
     }
     if (end > f.committed) {
         const haddr_t from = std::max(addr, f.committed);
-        if (!writeall(f.fd, in + (from - addr), end - from, from)) return -1;
+        if (!writeall(f.fd, in + (from - addr), end - from, from)) {
+            f.failed = true;
+            return -1;
+        }
     }
     f.eof = std::max(f.eof, end);
     return 0;
@@ -410,12 +450,20 @@ herr_t dflush(H5FD_t* file, hid_t /*dxpl*/, hbool_t /*closing*/) {
 // HDF5 sets the file's size to its allocated end before each flush.
 herr_t dtruncate(H5FD_t* file, hid_t /*dxpl*/, hbool_t /*closing*/) {
     JournalFile& f = self(file);
+    if (f.abandoned) return -1;
     if (f.eoa == f.eof) return 0;
     if (f.eoa >= f.committed) {
-        if (::ftruncate(f.fd, static_cast<off_t>(f.eoa)) != 0) return -1;
+        if (::ftruncate(f.fd, static_cast<off_t>(f.eoa)) != 0) {
+            lastfailure = errno;
+            f.failed = true;
+            return -1;
+        }
     } else {
         // The committed file keeps its bytes until the commit; what lay past its end goes now.
-        if (!resize(f.fd, f.committed)) return -1;
+        if (!resize(f.fd, f.committed)) {
+            f.failed = true;
+            return -1;
+        }
         f.cut = std::min(f.cut, f.eoa);
         clip(f.staged, f.eoa);
     }
@@ -530,6 +578,20 @@ void arm(const std::string& casepath) {
 }
 
 void disarm() { armed = Armed{}; }
+
+int lastwritefailure() { return lastfailure; }
+
+void abandon() {
+    for (JournalFile* f : openfiles) {
+        if (f->abandoned) continue;
+        f->abandoned = true;
+        f->staged.clear();
+        // A whole journal left by a commit that failed half-way carries the newer state, which
+        // the next open writes in; without one, what lies past the committed end is dropped.
+        struct stat info {};
+        if (::stat(f->journal.c_str(), &info) != 0) resize(f->fd, f->committed);
+    }
+}
 
 hid_t driver() {
     if (driverid < 0 || H5Iget_type(driverid) != H5I_VFL) driverid = H5FDregister(&journal_class);

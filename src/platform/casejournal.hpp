@@ -57,6 +57,15 @@ Replay replay(const std::string& casepath, int lockedfd);
 void arm(const std::string& casepath);
 void disarm();
 
+// The errno of the driver's last failed write, truncation or journal creation (0: none).
+int lastwritefailure();
+
+// Gives up every file open through the driver after a failure: what was staged since the last
+// commit is dropped, the file is cut back to its committed size (unless a whole journal of a
+// commit that failed half-way is waiting to be replayed), and no later call of HDF5 writes to it
+// again, a close at the process's exit included. The committed state is what remains.
+void abandon();
+
 // The driver's HDF5 identifier (registered on first use), for tests that set it on a fapl.
 hid_t driver();
 

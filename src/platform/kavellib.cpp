@@ -31,6 +31,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <cmath>
 #include <string>
 #include <type_traits>
@@ -483,6 +484,18 @@ void CG_KAVEL_WRITE_BED_SOL_REAL_F(const std::string& name, const double* values
 
 void CG_KAVEL_FLUSH_F(int& ier) {
     ier = flag(selected.fid != 0 && flushfile(selected.fid) == CG_OK);
+}
+
+std::string lastwriteproblem() {
+    if (const int err = casejournal::lastwritefailure(); err != 0) return std::strerror(err);
+    return cu::describe(CG_ERROR);
+}
+
+void CG_KAVEL_ABANDON_F() {
+    casejournal::abandon();
+    for (const RunLock& l : runlocks) ::close(l.fd);
+    runlocks.clear();
+    selected = Selection{};
 }
 
 }  // namespace riffle::platform

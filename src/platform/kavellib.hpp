@@ -91,4 +91,12 @@ void CG_KAVEL_WRITE_BED_SOL_REAL_F(const std::string& name, const double* values
 // and its fields: a crash never leaves a solution with some fields only.
 void CG_KAVEL_FLUSH_F(int& ier);
 
+// Why the last failed write to the selected case did not reach the disk: the system's reason
+// ("No space left on device") where the disk refused it, otherwise the CGNS library's message.
+[[nodiscard]] std::string lastwriteproblem();
+// Gives the selected case up after a failed write, instead of closing it: the file keeps its
+// last commit (every solution flushed before), nothing later is written to it, the process's
+// exit included, and the run lock is released. The selection is gone after.
+void CG_KAVEL_ABANDON_F();
+
 }  // namespace riffle::platform

@@ -1,6 +1,11 @@
 #include "run/casecheck_m.hpp"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <cstdio>
 #include <tuple>
 #include <new>
@@ -9,6 +14,7 @@
 #include "platform/kavellib.hpp"
 #include "run/casefile_m.hpp"
 #include "run/console_m.hpp"
+#include "run/restart_m.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle {
@@ -196,6 +202,39 @@ std::vector<std::string> caseproblems(const CaseInput& in) {
     return p.lines_;
 }
 
+std::vector<std::string> outputproblems(const CaseInput& in) {
+    Problems p(in);
+    const bool restart = p.held("HotoutItm", true) == 1;
+    const bool tecplot = p.held("TecplotItm", true) == 1;
+    const bool statistics = p.held("StatisticsItm", true) == 1;
+    if (!restart && !tecplot && !statistics) return {};
+    const std::string outpath =
+        in.text ? in.text("outpathItm").value_or(std::string()) : std::string();
+    // The files are named outpath/outfile...: the folder is what comes before the name.
+    const std::string folder = outputname(outpath, "", "");
+    const std::string key = quoted("outpathItm") + " = " + quoted(outpath) + ": ";
+    struct stat info {};
+    if (::stat(folder.c_str(), &info) != 0) {
+        p.add(key + "the output folder cannot be used (" + std::strerror(errno) + ")");
+    } else if (!S_ISDIR(info.st_mode)) {
+        p.add(key + "the output folder is not a folder");
+    } else if (::access(folder.c_str(), W_OK | X_OK) != 0) {
+        p.add(key + "the output folder cannot be written (" + std::strerror(errno) + ")");
+    }
+    return p.lines_;
+}
+
+std::string restartfileproblem(const std::string& startfile) {
+    const std::string key = quoted("StartfileItm") + " = " + quoted(startfile) + ": ";
+    struct stat info {};
+    if (::stat(startfile.c_str(), &info) != 0)
+        return key + "the restart file cannot be read (" + std::strerror(errno) + ")";
+    if (S_ISDIR(info.st_mode)) return key + "the restart file is a folder";
+    if (::access(startfile.c_str(), R_OK) != 0)
+        return key + "the restart file cannot be read (" + std::strerror(errno) + ")";
+    return {};
+}
+
 CaseInput readcaseinput() {
     CaseInput in;
     int ni = 0, nj = 0, ier = 0;
@@ -229,6 +268,13 @@ CaseInput readcaseinput() {
             pf::CG_KAVEL_READ_REAL_F(std::string(key), v, rc);
             if (rc == 0) return v;
         }
+        return std::nullopt;
+    };
+    in.text = [](std::string_view key) -> std::optional<std::string> {
+        int rc = 0;
+        std::string v;
+        pf::CG_KAVEL_READ_STRING_F(std::string(key), v, rc);
+        if (rc == 0) return v;
         return std::nullopt;
     };
     return in;

@@ -32,12 +32,24 @@ struct CaseInput {
     // the key is absent or stored with another type than the solver reads (`integer`: the
     // solver reads the key as an integer).
     std::function<std::optional<double>(std::string_view key, bool integer)> condition;
+    // A text condition as stored, or nothing when it is absent or not text.
+    std::function<std::optional<std::string>(std::string_view key)> text;
     // Memory the grid may take; 0: this machine's physical memory.
     std::uint64_t memory = 0;
 };
 
 // Every problem found, in the order the solver reads its input; empty when the case can run.
 [[nodiscard]] std::vector<std::string> caseproblems(const CaseInput& in);
+
+// The files a run would meet only after it has started, checked from the current folder, in the
+// same words: the output folder ("outpathItm") must be a folder this process can write into
+// wherever restart, Tecplot or statistics files are due. Empty when there is nothing to say.
+[[nodiscard]] std::vector<std::string> outputproblems(const CaseInput& in);
+
+// Why the restart file of a hot start cannot be read (it is missing, not a file, or not
+// readable), e.g. "StartfileItm" = "run.dat": the restart file cannot be read (No such file or
+// directory); empty when it can be opened.
+[[nodiscard]] std::string restartfileproblem(const std::string& startfile);
 
 // Reads what caseproblems needs through the platform calls from the case file selected by
 // CG_KAVEL_INIT_F. Nothing is written.

@@ -4,10 +4,13 @@
 #include <cmath>
 #include <cstdint>
 #include <new>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "platform/kavellib.hpp"
 #include "run/halo_m.hpp"
+#include "run/messages.hpp"
 
 namespace riffle {
 
@@ -104,6 +107,14 @@ void writegrid(const Storage& st, const NodeArrays& nodes) {
     int ier = 0;
     pf::CG_KAVEL_WRITEGRIDCOORD3D_F(st.imax + 1, st.jmax + 1, st.kmax + 1, nodes.x3.data(),
                                     nodes.y3.data(), nodes.z3.data(), ier);
+    casewritten(st, ier);
+}
+
+void casewritten(const Storage& st, int ier) {
+    if (ier == 0) return;
+    throw std::runtime_error(std::string(messages::error_write) +
+                             (st.casename.empty() ? std::string("of the case") : st.casename) +
+                             " (" + pf::lastwriteproblem() + ")");
 }
 
 void writebedsurface(const Storage& st, const NodeArrays& nodes) {
@@ -119,6 +130,7 @@ void writebedsurface(const Storage& st, const NodeArrays& nodes) {
     }
     int ier = 0;
     pf::CG_KAVEL_WRITEBEDSURFACE_F(ni, nj, x.data(), y.data(), nodes.elev.data(), ier);
+    casewritten(st, ier);
 }
 
 void readphysics(Storage& st) {

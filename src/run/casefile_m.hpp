@@ -40,6 +40,10 @@ void gridsetup(Storage& st, NodeArrays& nodes);
 // earlier run: the first write of a run.
 void writegrid(const Storage& st, const NodeArrays& nodes);
 
+// After a write to the case file: a failed one (ier != 0) throws std::runtime_error with the
+// line "ERROR : Cannot write the file CASE (REASON)", REASON the system's where the disk refused.
+void casewritten(const Storage& st, int ier);
+
 // "viscItm" .. "zBoundItm": physical parameters, time-step mode and boundary-type codes.
 void readphysics(Storage& st);
 

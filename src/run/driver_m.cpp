@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <ctime>
 #include <cmath>
 #include <cstdio>
@@ -29,6 +30,7 @@
 #include "pressure/vorticity_m.hpp"
 #include "run/casecheck_m.hpp"
 #include "run/console_m.hpp"
+#include "run/guard_m.hpp"
 #include "run/halo_m.hpp"
 #include "run/initial_m.hpp"
 #include "run/messages.hpp"
@@ -54,6 +56,18 @@ constexpr double zerosolidstep = 0.0008;
     console::clearprogress();
     std::fprintf(stderr, "%s\n", message);
     std::exit(EXIT_FAILURE);
+}
+
+// After a failed write: the case file is given up at its last commit (a close would try to
+// write again, on a full disk too) and the process ends without the libraries' exit handlers,
+// which would close it.
+[[noreturn]] void abandonwith(const char* message) {
+    std::fflush(stdout);
+    console::clearprogress();
+    std::fprintf(stderr, "%s\n", message);
+    std::fflush(stderr);
+    pf::CG_KAVEL_ABANDON_F();
+    std::_Exit(EXIT_FAILURE);
 }
 
 }  // namespace
@@ -215,6 +229,7 @@ void writeresults(const Storage& st, NodeArrays& nodes) {
     }
     int ier = 0;
     if (root) pf::CG_KAVEL_WRITE_SOL_TIME_F(st.time, ier);
+    casewritten(st, ier);
     const std::pair<const char*, NodeField> fields[] = {
         {"VelocityX", NodeField::unode}, {"VelocityY", NodeField::vnode},
         {"VelocityZ", NodeField::wnode}, {"Pressure", NodeField::pnode},
@@ -228,10 +243,12 @@ void writeresults(const Storage& st, NodeArrays& nodes) {
             out = &whole;
         }
         if (root) pf::CG_KAVEL_WRITE_SOL_REAL_F(name, out->data(), ier);
+        casewritten(st, ier);
     }
     if (st.iwallmodel == 1) writebedshear(st);
     // The solution reaches the disk whole, or (if the run dies first) not at all.
     if (root) pf::CG_KAVEL_FLUSH_F(ier);
+    casewritten(st, ier);
 }
 
 void writebedshear(const Storage& st) {
@@ -257,6 +274,7 @@ void writebedshear(const Storage& st) {
             out = whole.data();
         }
         if (root) pf::CG_KAVEL_WRITE_BED_SOL_REAL_F(name, out, ier);
+        casewritten(st, ier);
     }
 }
 
@@ -449,13 +467,87 @@ void advance(Storage& st, RoutineTimers* timers) {
     t.time("storeold", [&] { storeold(st); });
 }
 
+namespace {
+
+// What the run has written at the current step.
+struct Written {
+    bool results = false, restart = false;
+};
+
+void restartoutput(const Storage& st) {
+    const Storage* from = filesource(st, Part::restart);
+    if (from) restartwrite(*from, st.istep, st.time, st.outpath, st.outfile);
+}
+
+void resultsoutput(Storage& st, NodeArrays& nodes) {
+    pressure::vorticity(st);
+    writeresults(st, nodes);
+    if (st.stats.enabled == 1) statisticsoutput(st, nodes);
+}
+
+// The step's outputs on their schedules.
+Written scheduledoutputs(Storage& st, NodeArrays& nodes, double told, RoutineTimers& t) {
+    Written done;
+    if (crossed(st.time, told, st.otime)) {
+        t.time("case-file output", [&] { resultsoutput(st, nodes); });
+        done.results = true;
+    }
+    // On several ranks rank 0 writes these files from the whole box gathered.
+    if (st.hotout == 1 && crossed(st.time, told, st.dthotout)) {
+        t.time("restart output", [&] { restartoutput(st); });
+        done.restart = true;
+    }
+    if (st.tecplot == 1 && crossed(st.time, told, st.dttecplot)) {
+        t.time("tecplot output", [&] {
+            pressure::vorticity(st);
+            const Storage* from = filesource(st, Part::flow);
+            if (from) tecplotflow(*from, st.outpath, st.outfile, trunc32(st.time / st.dttecplot));
+        });
+    }
+    return done;
+}
+
+// Asked by a signal: the restart file and the results of this time, unless the schedule wrote
+// them at this step already. One line says so.
+void writeonrequest(Storage& st, NodeArrays& nodes, const Written& done, const std::string& why) {
+    if (!done.restart) restartoutput(st);
+    if (!done.results) resultsoutput(st, nodes);
+    if (myrank() != 0) return;
+    console::clearprogress();
+    console::writeline(why + " at step " + std::to_string(st.istep) + ", time " +
+                       console::shorttext(st.time) + ": restart file " +
+                       outputname(st.outpath, st.outfile, ".dat") +
+                       " and the results of this time written");
+    std::fflush(stdout);
+}
+
+// Refuses, before the case file is opened for writing, a case whose outputs or restart file
+// the run would meet only later: the output folder and the restart file of a hot start.
+void checkfiles(const CaseInput& input) {
+    const std::vector<std::string> outputs = outputproblems(input);
+    if (!outputs.empty()) errorreport(1, outputs.front());
+    int hotstart = 0, exponent = 0, rc = 0;
+    std::string startfile;
+    pf::CG_KAVEL_READ_INTEGER_F("HotstartItm", hotstart, rc);
+    if (hotstart != 1) return;
+    pf::CG_KAVEL_READ_STRING_F("StartfileItm", startfile, rc);
+    pf::CG_KAVEL_READ_INTEGER_F("kmaxItm", exponent, rc);
+    if (const std::string problem = restartfileproblem(startfile); !problem.empty())
+        errorreport(3, problem);
+    // A restart file that cannot serve this grid is refused now too, while the results of the
+    // last run are still in the case file.
+    restartcheck(input.ni - 1, input.nj - 1, kmaxfromexponent(exponent), startfile);
+}
+
+}  // namespace
+
 int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     if (argc != 2) stopwith(messages::no_input_file);
     std::string casename(argv[1]);
     if (casename.size() > textlength) casename.resize(textlength);
 
     // The case is first read without write access and refused, with the file untouched, when it
-    // cannot be computed (infinities, NaN, or a run that never ends).
+    // cannot be computed (infinities, NaN, or a run that never ends) or its files are not there.
     // On several ranks rank 0 alone opens the case file; the others wait for what it reads.
     const bool root = myrank() == 0;
     int fid = 0, ier = 0;
@@ -465,19 +557,12 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
         pf::CG_KAVEL_INIT_F(fid, ier);
         const CaseInput input = readcaseinput();
         const std::vector<std::string> problems = caseproblems(input);
-        // A restart file that cannot serve this grid is refused now too, while the results of
-        // the last run are still in the case file.
-        int hotstart = 0, exponent = 0;
-        std::string startfile;
-        int rc = 0;
-        pf::CG_KAVEL_READ_INTEGER_F("HotstartItm", hotstart, rc);
-        if (hotstart == 1) pf::CG_KAVEL_READ_STRING_F("StartfileItm", startfile, rc);
-        pf::CG_KAVEL_READ_INTEGER_F("kmaxItm", exponent, rc);
-        pf::CG_CLOSE_F(fid, ier);
-        if (!problems.empty()) errorreport(1, problems.front());
-        if (hotstart == 1) {
-            restartcheck(input.ni - 1, input.nj - 1, kmaxfromexponent(exponent), startfile);
+        if (!problems.empty()) {
+            pf::CG_CLOSE_F(fid, ier);
+            errorreport(1, problems.front());
         }
+        checkfiles(input);
+        pf::CG_CLOSE_F(fid, ier);
 
         pf::CG_OPEN_F(casename, pf::mode_modify, fid, ier);
         if (ier != 0) stopwith(messages::open_error);
@@ -485,56 +570,54 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     }
 
     Storage st;
+    st.casename = casename;
     NodeArrays nodes;
-    startup(st, nodes);
-
     RoutineTimers none(false);
     RoutineTimers& t = timers ? *timers : none;
-    // The whole box's cells, also on several ranks: the time per cell is that of the run.
-    t.cells = st.dec.distributed()
-                  ? static_cast<long long>(st.dec.imaxg) * st.dec.jmaxg * st.kmax
-                  : static_cast<long long>(st.imax) * st.jmax * st.kmax;
-    // An output file that cannot be written ends the run with a one-line message.
+    int status = EXIT_SUCCESS;
+    // A file that cannot be written ends the run with a one-line message; the case file keeps
+    // every output committed before.
     try {
+        startup(st, nodes);
+        // The whole box's cells, also on several ranks: the time per cell is that of the run.
+        t.cells = st.dec.distributed()
+                      ? static_cast<long long>(st.dec.imaxg) * st.dec.jmaxg * st.kmax
+                      : static_cast<long long>(st.imax) * st.jmax * st.kmax;
+        guard::catchsignals();
         console::ProgressLine progress(st.time, st.endtime);
         double told = st.time;
         for (;;) {
             advance(st, &t);
             ++t.steps;
+            // A flow that is no longer finite ends the run before this step's outputs.
+            if (!guard::finite(st)) {
+                const std::string report = guard::nonfinitereport(st);
+                if (root) {
+                    console::clearprogress();
+                    std::fprintf(stderr, "%s\n", report.c_str());
+                }
+                status = EXIT_FAILURE;
+                break;
+            }
             if (st.stats.enabled == 1) t.time("statistics", [&] { addsample(st, nodes); });
             if (root) progress.beforereport();
             stepreport(st);
             if (root) progress.afterreport(st.istep, st.time);
-            if (crossed(st.time, told, st.otime)) {
-                t.time("case-file output", [&] {
-                    pressure::vorticity(st);
-                    writeresults(st, nodes);
-                    if (st.stats.enabled == 1) statisticsoutput(st, nodes);
-                });
+            const Written done = scheduledoutputs(st, nodes, told, t);
+            const guard::Request request = guard::takerequest(st);
+            if (request.stop != 0) {
+                writeonrequest(st, nodes, done, "Stopped by " + guard::signalname(request.stop));
+                status = guard::stopped_status;
+                break;
             }
-            // On several ranks rank 0 writes these files from the whole box gathered.
-            if (st.hotout == 1 && crossed(st.time, told, st.dthotout)) {
-                t.time("restart output", [&] {
-                    const Storage* from = filesource(st, Part::restart);
-                    if (from) restartwrite(*from, st.istep, st.time, st.outpath, st.outfile);
-                });
-            }
-            if (st.tecplot == 1 && crossed(st.time, told, st.dttecplot)) {
-                t.time("tecplot output", [&] {
-                    pressure::vorticity(st);
-                    const Storage* from = filesource(st, Part::flow);
-                    if (from) {
-                        tecplotflow(*from, st.outpath, st.outfile, trunc32(st.time / st.dttecplot));
-                    }
-                });
-            }
+            if (request.write) writeonrequest(st, nodes, done, guard::signalname(SIGUSR1));
             told = st.time;
             if (st.endtime <= st.time) break;
         }
     } catch (const std::runtime_error& e) {
-        if (root) pf::CG_CLOSE_F(fid, ier);
-        stopwith(e.what());
+        abandonwith(e.what());
     }
+    guard::releasesignals();
     if (root) pf::CG_CLOSE_F(fid, ier);
     for (std::size_t n = 0; n < 4; ++n) {
         const ibm::PointList& l = n < 3 ? st.forcing.velocity[n] : st.forcing.eddy;
@@ -542,7 +625,7 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
             static_cast<long long>(l.trilinear.size() + l.idw.size() + l.eddy.size());
     }
     t.listbytes = static_cast<long long>(ibm::listbytes(st.forcing));
-    return EXIT_SUCCESS;
+    return status;
 }
 
 }  // namespace riffle

@@ -21,6 +21,8 @@ inline constexpr const char* restart_left_over = "text after the last record (a 
 // An output file (restart or Tecplot) that cannot be written; the file name and the system's
 // reason follow on the same line.
 inline constexpr const char* error_write = "ERROR : Cannot write the file ";
+// A velocity, the pressure or the time step that became NaN or infinite; where follows.
+inline constexpr const char* error_nonfinite = "ERROR : The flow is no longer finite";
 
 // The bed point search. Operators' scripts match these lines as they stand: the misspellings
 // are kept on purpose.

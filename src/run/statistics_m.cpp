@@ -1,11 +1,13 @@
 #include "run/statistics_m.hpp"
 
+#include <cstring>
 #include <stdexcept>
 
 #include "ibm/wallmodel_m.hpp"
 #include "platform/casefile.hpp"
 #include "run/driver_m.hpp"
 #include "run/halo_m.hpp"
+#include "run/messages.hpp"
 #include "run/parallel.hpp"
 #include "run/restart_m.hpp"
 
@@ -208,7 +210,10 @@ void writestatistics(const Storage& st, const NodeArrays& nodes) {
                                    y.data(), nodes.z3.data(), st.time, named, "Statistics", notes,
                                    bed ? &surface : nullptr);
     } catch (const platform::CaseFileError& e) {
-        throw std::runtime_error(e.what());
+        // A disk that refused the file is named as for every other output file.
+        if (e.diskerror() == 0) throw std::runtime_error(e.what());
+        throw std::runtime_error(std::string(messages::error_write) + path + " (" +
+                                 std::strerror(e.diskerror()) + ")");
     }
 }
 

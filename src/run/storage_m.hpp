@@ -89,6 +89,7 @@ struct Storage {
     double otime = 0.0, dthotout = 0.0, dttecplot = 0.0;
     int hotout = 0, tecplot = 0;
     std::string outpath, outfile, startfile;
+    std::string casename;  // the case file, as named on the command line
 
     // ---- fields -------------------------------------------------------------------------------
     Field3d u, v, w, p;

@@ -50,16 +50,21 @@ inline double nodebed(const Field2d& zb, int i, int j) {
                              std::strerror(err) + ")");
 }
 
+// A text file written under a temporary name beside its own and renamed into place by close():
+// a write that fails, or a run that dies, never leaves an empty or partial file under the name.
 class TextFile {
 public:
-    explicit TextFile(std::string name) : name_(std::move(name)) {
-        f_ = std::fopen(name_.c_str(), "w");
+    explicit TextFile(std::string name) : name_(std::move(name)), partial_(name_ + ".tmp") {
+        f_ = std::fopen(partial_.c_str(), "w");
         if (f_ == nullptr) writeerror(name_, errno);
     }
     TextFile(const TextFile&) = delete;
     TextFile& operator=(const TextFile&) = delete;
     ~TextFile() {
-        if (f_ != nullptr) std::fclose(f_);
+        if (f_ != nullptr) {  // left by a failure: drop the partial file
+            std::fclose(f_);
+            std::remove(partial_.c_str());
+        }
     }
     void write(std::string_view text) {
         if (std::fwrite(text.data(), 1, text.size(), f_) != text.size()) writeerror(name_, errno);
@@ -71,11 +76,16 @@ public:
     void close() {
         std::FILE* f = f_;
         f_ = nullptr;
-        if (std::fclose(f) != 0) writeerror(name_, errno);
+        int err = std::fclose(f) != 0 ? errno : 0;
+        if (err == 0 && std::rename(partial_.c_str(), name_.c_str()) != 0) err = errno;
+        if (err != 0) {
+            std::remove(partial_.c_str());
+            writeerror(name_, err);
+        }
     }
 
 private:
-    std::string name_;
+    std::string name_, partial_;
     std::FILE* f_ = nullptr;
 };
 

@@ -4,10 +4,14 @@ at the same times, carry the same discharge and agree with it about as closely a
 agree with one (both measured and printed); a restart file written on 2 ranks continues on 1
 and one written on 1 continues on 2, as the one-process continuation does; with the statistics
 and the wall-layer model on, rank 0 writes the bed's surface and the statistics of the whole
-grid as one process does."""
+grid as one process does; SIGTERM sent to rank 1 alone stops every rank at the same step with a
+restart file of that step."""
 
 import os
+import re
 import shutil
+import signal
+import subprocess
 import unittest
 
 import h5py
@@ -179,6 +183,47 @@ class Ranks(CaseTest):
             worst = np.abs(one[name] - two[name]).max() / scale
             print(f"statistics on 2 ranks - one: {name} {worst:.1e} of {scale:.3g}")
             self.assertLess(worst, 1e-6, name)
+
+
+def rankpid(rank, case):
+    """The process id of `rank` of the run of `case` (its environment names its rank)."""
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{pid}/cmdline", "rb") as f:
+                if case.encode() not in f.read().split(b"\0"):
+                    continue
+            with open(f"/proc/{pid}/environ", "rb") as f:
+                if f"OMPI_COMM_WORLD_RANK={rank}".encode() in f.read().split(b"\0"):
+                    return int(pid)
+        except OSError:
+            continue
+    return None
+
+
+class Signals(CaseTest):
+    def test_a_signal_to_one_rank_stops_every_rank_at_the_same_step(self):
+        if not Paths.mpiexec:
+            self.skipTest("a build without MPI")
+        self.make("sig", dict(WALLS, endtimeItm=100.0, HotoutItm=1, dtHotoutItm=100.0))
+        env = dict(os.environ, OMP_NUM_THREADS="1")
+        with open(os.path.join(self.dir, "stderr"), "w") as err, subprocess.Popen(
+                Paths.mpiexec + ["-np", "2", Paths.riffle, "sig.cgns"], cwd=self.dir, env=env,
+                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=err, text=True) as p:
+            lines = []
+            for line in p.stdout:
+                lines.append(line)
+                if line == " Step Number        = 5\n":
+                    os.kill(rankpid(1, "sig.cgns"), signal.SIGTERM)
+            rc = p.wait(timeout=120)
+        out = "".join(lines)
+        stops = re.findall(r"^ Stopped by SIGTERM at step (\d+), time \S+: restart file "
+                           r"\./walls\.dat", out, re.M)
+        self.assertEqual(len(stops), 1, out[-1000:])
+        self.assertEqual(rc, 75)
+        step = int(stops[0])
+        self.assertEqual(out.count("Step Number"), step)
+        with open(os.path.join(self.dir, "walls.dat")) as f:
+            self.assertEqual(int(f.readline().split()[0]), step)
 
 
 if __name__ == "__main__":

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <numeric>
 #include <ostream>
 
 #include "messages.hpp"
@@ -121,6 +122,20 @@ std::vector<std::string> warnings(const Held& held, const Report& report) {
         *std::max_element(bed.elevation.begin(), bed.elevation.end()) > zmin + 0.5 * dz) {
         w.push_back(msg::warn_free_solid(dt));
     }
+    // A fixed step that carries the bulk flow across more than one cell.
+    if (const double dt = held.real("timestepItm"); held.integer("timetypeItm") == 1 && dt > 0.0 &&
+                                                    hasbed && bed.ni >= 2 && bed.nj >= 2 &&
+                                                    bed.x.size() == bed.elevation.size() &&
+                                                    bed.y.size() == bed.elevation.size()) {
+        const double mean = std::accumulate(bed.elevation.begin(), bed.elevation.end(), 0.0) /
+                            static_cast<double>(bed.elevation.size());
+        const double width = bed.y.back() - bed.y.front();
+        const double dx = (bed.x.back() - bed.x.front()) / (bed.ni - 1);
+        const double velocity = held.real("dischargeItm") / (width * (zmax - mean));
+        const double courant = velocity * dt / dx;
+        if (std::isfinite(courant) && courant > 1.0 && velocity > 0.0)
+            w.push_back(msg::warn_courant(dt, courant, velocity, dx));
+    }
 
     // Real-valued switches whose int32 view hides their value.
     for (const KeyReport& k : report.keys) {
@@ -144,7 +159,7 @@ int Report::problems() const {
 }
 
 Report checkcase(const std::vector<platform::StoredCondition>& stored,
-                 const platform::BedGrid& bed) {
+                 const platform::BedGrid& bed, bool files) {
     Report report;
     report.bed = bed;
     Held held;
@@ -203,7 +218,22 @@ Report checkcase(const std::vector<platform::StoredCondition>& stored,
         }
         return std::nullopt;
     };
+    in.text = [&report](std::string_view key) -> std::optional<std::string> {
+        for (const KeyReport& k : report.keys) {
+            if (k.condition->key != key || !k.readable || !k.value) continue;
+            if (const auto* t = std::get_if<std::string>(&*k.value)) return *t;
+        }
+        return std::nullopt;
+    };
     report.errors = caseproblems(in);
+    if (files) {
+        for (std::string& e : outputproblems(in)) report.errors.push_back(std::move(e));
+        if (held.integer("HotstartItm") == 1) {
+            const std::string startfile = in.text("StartfileItm").value_or(std::string());
+            if (std::string e = restartfileproblem(startfile); !e.empty())
+                report.errors.push_back(std::move(e));
+        }
+    }
     return report;
 }
 

@@ -39,8 +39,10 @@ struct Report {
     [[nodiscard]] int problems() const;
 };
 
+// With `files`, the files a run from the current folder would meet only later count among the
+// errors too, in the solver's words: the output folder and the restart file of a hot start.
 [[nodiscard]] Report checkcase(const std::vector<platform::StoredCondition>& stored,
-                               const platform::BedGrid& bed);
+                               const platform::BedGrid& bed, bool files = false);
 
 // The conditions as a case file stores them, so the builder can check a case before writing it.
 [[nodiscard]] std::vector<platform::StoredCondition>

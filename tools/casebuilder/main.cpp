@@ -68,7 +68,7 @@ int check(const std::string& casepath) {
         std::cerr << "riffle-case: " << e.what() << "\n";
         readall = false;
     }
-    const cb::Report report = cb::checkcase(stored, bed);
+    const cb::Report report = cb::checkcase(stored, bed, true);
     std::cout << "Case " << casepath << "\n";
     cb::printreport(std::cout, report);
     return readall && report.problems() == 0 ? ok : failed;

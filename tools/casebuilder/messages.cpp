@@ -1,6 +1,7 @@
 #include "messages.hpp"
 
 #include <cmath>
+#include <cstdio>
 
 #include "run/console_m.hpp"
 
@@ -136,6 +137,18 @@ std::string warn_free_solid(double timestep) {
     return "timestepItm = " + n(timestep) +
            " is not below 0.0008: the flow inside the bed is then not set to zero each step, and "
            "on a fine grid it can grow until the run diverges";
+}
+
+std::string warn_courant(double timestep, double courant, double velocity, double dx) {
+    const auto two = [](double v) {  // two significant digits
+        char text[32];
+        std::snprintf(text, sizeof text, "%.2g", v);
+        return std::string(text);
+    };
+    return "timestepItm = " + n(timestep) + " gives a Courant number of " + two(courant) +
+           " at the bulk velocity " + two(velocity) + " m/s over cells " + two(dx) +
+           " m long: above 1 the flow blows up within a few steps; a fixed step below " +
+           two(dx / velocity) + " s, or timetypeItm = 0 with cflItm, keeps it below 1";
 }
 
 std::string warn_few_cells(char axis, int cells) {

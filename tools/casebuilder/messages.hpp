@@ -68,6 +68,7 @@ inline constexpr const char* no_bed_points = "no x, y, z rows";
 [[nodiscard]] std::string warn_bed_reaches_top(double zbmax, double zmax);
 [[nodiscard]] std::string warn_endtime(double starttime, double endtime);
 [[nodiscard]] std::string warn_free_solid(double timestep);
+[[nodiscard]] std::string warn_courant(double timestep, double courant, double velocity, double dx);
 [[nodiscard]] std::string warn_few_cells(char axis, int cells);
 [[nodiscard]] std::string warn_switch_view(std::string_view key, double value);
 [[nodiscard]] std::string warn_discharge(double discharge);
