@@ -43,7 +43,8 @@ void readstatistics(Storage& st);
 void allocatestatistics(Storage& st);
 
 // Adds the flow of this moment to the sums when the statistics are on and st.time has reached
-// the start time: the node values of u, v, w (as written to the case file), of the step's
+// the start time: the node values of u, v, w (as written to the case file), their products (u w
+// on the x-z edges through the node, where the momentum equations exchange them), of the step's
 // pressure less its fluid mean (see above) and the eight-cell mean of the eddy viscosity, at the
 // nodes above the bed only; with the wall-layer model on, the bed shear stress at every node of
 // the bed (ibm::bedshearnodes, from st.bedshear as the step left it).

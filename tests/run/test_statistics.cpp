@@ -106,6 +106,30 @@ TEST(Statistics, MeansAndMomentsOfAHandMadeSequence) {
     EXPECT_EQ(r.st.stats.bedsamples, 0);  // the model off: no bed stress summed
 }
 
+TEST(Statistics, ShearStressXZIsTheCovarianceOnTheEdgesWhereTheStencilsCarryIt) {
+    // One sample of u = 2 j, w = 3 j, v = 5 j (j of the face or cell). The node means are
+    // 2 (j + 1/2), 3 (j + 1/2), 5 (j + 1/2). On the two x-z edges through node (i, j, k), at
+    // cells j and j + 1, u w = 6 j^2 and 6 (j + 1)^2: their mean less the product of the node
+    // means is 6 (j^2 + j + 1/2) - 6 (j + 1/2)^2 = 1.5, which a product of node values (0)
+    // would miss. u v stays a product of node values: 0.
+    Sampled r(1);
+    r.st.time = 1.0;
+    const auto byj = [](Field3d& f, double a) {
+        for (int k = f.krange().lo; k <= f.krange().hi; ++k)
+            for (int j = f.jrange().lo; j <= f.jrange().hi; ++j)
+                for (int i = f.irange().lo; i <= f.irange().hi; ++i) f(i, j, k) = a * j;
+    };
+    byj(r.st.u, 2.0);
+    byj(r.st.w, 3.0);
+    byj(r.st.v, 5.0);
+    addsample(r.st, r.nodes);
+    const auto f = statisticfields(r.st);
+    for (const std::size_t at : {std::size_t{0}, std::size_t{7 + 20}, std::size_t{19 + 40}}) {
+        EXPECT_EQ(f[7][at], 1.5) << at;  // ReynoldsStressXZ
+        EXPECT_EQ(f[8][at], 0.0) << at;  // ReynoldsStressXY
+    }
+}
+
 TEST(Statistics, MeanBedShearStressOfTheWallLayerModel) {
     Sampled r(1);
     r.st.dens = 2.0;
