@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "run/halo_m.hpp"
+#include "run/loops.hpp"
 
 namespace riffle::flow {
 
@@ -18,19 +19,14 @@ void timestep(Storage& st) {
 
     // The step never exceeds 1.0 time unit: 1.0 is the start of the minimum. A cell at rest with
     // no viscosity gives cfl/0 = +inf and so never sets the step.
-    double dtmin = 1.0;
-#pragma omp parallel for schedule(static) reduction(min : dtmin)
-    for (int k = 1; k <= kmax; ++k) {
-        for (int j = 1; j <= jmax; ++j) {
-            for (int i = 1; i <= imax; ++i) {
-                const double a = std::max(std::abs(u(i - 1, j, k)), std::abs(u(i, j, k))) / dx +
-                                 viscous +
-                                 std::max(std::abs(v(i, j - 1, k)), std::abs(v(i, j, k))) / dy +
-                                 std::max(std::abs(w(i, j, k - 1)), std::abs(w(i, j, k))) / dz;
-                dtmin = std::min(dtmin, cfl / a);
-            }
-        }
-    }
+    const double dtmin =
+        loops::minbox({{1, imax}, {1, jmax}, {1, kmax}}, 1.0, [=](int i, int j, int k) {
+            const double a = std::max(std::abs(u(i - 1, j, k)), std::abs(u(i, j, k))) / dx +
+                             viscous +
+                             std::max(std::abs(v(i, j - 1, k)), std::abs(v(i, j, k))) / dy +
+                             std::max(std::abs(w(i, j, k - 1)), std::abs(w(i, j, k))) / dz;
+            return cfl / a;
+        });
     st.dt = st.dec.distributed() ? allmin(dtmin) : dtmin;  // the smallest of every block's
 }
 

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "run/halo_m.hpp"
+#include "run/loops.hpp"
 
 namespace riffle::pressure {
 
@@ -76,47 +77,30 @@ void vorticity(Storage& st) {
     const CView u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
     const View vort = st.vort.view(), qc = st.qc.view();
 
-#pragma omp parallel
-    {
-#pragma omp for schedule(static)
-        for (int k = 1; k <= kmax; ++k) {
-            for (int j = 1; j <= jmax; ++j) {
-                for (int i = 1; i <= imax; ++i) {
-                    const Gradient g = gradient(u, v, w, i, j, k, dx, dy, dz);
-                    vort(i, j, k) = vorticitymagnitude(g);
-                    qc(i, j, k) = qcriterion(g);
-                }
-            }
-        }
-        // Ghost passes: each covers the whole layer left by the passes before it.
-#pragma omp for schedule(static)
-        for (int k = 0; k <= kmax + 1; ++k) {
-            for (int j = 0; j <= jmax + 1; ++j) {
-                vort(0, j, k) = ghost(tw, vort(1, j, k), vort(imax, j, k));
-                vort(imax + 1, j, k) = ghost(te, vort(imax, j, k), vort(1, j, k));
-                qc(0, j, k) = ghost(tw, qc(1, j, k), qc(imax, j, k));
-                qc(imax + 1, j, k) = ghost(te, qc(imax, j, k), qc(1, j, k));
-            }
-        }
-#pragma omp for schedule(static)
-        for (int k = 0; k <= kmax + 1; ++k) {
-            for (int i = 0; i <= imax + 1; ++i) {
-                vort(i, 0, k) = ghost(ts, vort(i, 1, k), vort(i, jmax, k));
-                vort(i, jmax + 1, k) = ghost(tn, vort(i, jmax, k), vort(i, 1, k));
-                qc(i, 0, k) = ghost(ts, qc(i, 1, k), qc(i, jmax, k));
-                qc(i, jmax + 1, k) = ghost(tn, qc(i, jmax, k), qc(i, 1, k));
-            }
-        }
-#pragma omp for schedule(static)
-        for (int j = 0; j <= jmax + 1; ++j) {
-            for (int i = 0; i <= imax + 1; ++i) {
-                vort(i, j, 0) = ghost(tb, vort(i, j, 1), vort(i, j, kmax));
-                vort(i, j, kmax + 1) = ghost(tt, vort(i, j, kmax), vort(i, j, 1));
-                qc(i, j, 0) = ghost(tb, qc(i, j, 1), qc(i, j, kmax));
-                qc(i, j, kmax + 1) = ghost(tt, qc(i, j, kmax), qc(i, j, 1));
-            }
-        }
-    }
+    loops::forbox({{1, imax}, {1, jmax}, {1, kmax}}, [=](int i, int j, int k) {
+        const Gradient g = gradient(u, v, w, i, j, k, dx, dy, dz);
+        vort(i, j, k) = vorticitymagnitude(g);
+        qc(i, j, k) = qcriterion(g);
+    });
+    // Ghost passes: each covers the whole layer left by the passes before it.
+    loops::forbox({{0, 0}, {0, jmax + 1}, {0, kmax + 1}}, [=](int, int j, int k) {
+        vort(0, j, k) = ghost(tw, vort(1, j, k), vort(imax, j, k));
+        vort(imax + 1, j, k) = ghost(te, vort(imax, j, k), vort(1, j, k));
+        qc(0, j, k) = ghost(tw, qc(1, j, k), qc(imax, j, k));
+        qc(imax + 1, j, k) = ghost(te, qc(imax, j, k), qc(1, j, k));
+    });
+    loops::forbox({{0, imax + 1}, {0, 0}, {0, kmax + 1}}, [=](int i, int, int k) {
+        vort(i, 0, k) = ghost(ts, vort(i, 1, k), vort(i, jmax, k));
+        vort(i, jmax + 1, k) = ghost(tn, vort(i, jmax, k), vort(i, 1, k));
+        qc(i, 0, k) = ghost(ts, qc(i, 1, k), qc(i, jmax, k));
+        qc(i, jmax + 1, k) = ghost(tn, qc(i, jmax, k), qc(i, 1, k));
+    });
+    loops::forbox({{0, imax + 1}, {0, jmax + 1}, {0, 0}}, [=](int i, int j, int) {
+        vort(i, j, 0) = ghost(tb, vort(i, j, 1), vort(i, j, kmax));
+        vort(i, j, kmax + 1) = ghost(tt, vort(i, j, kmax), vort(i, j, 1));
+        qc(i, j, 0) = ghost(tb, qc(i, j, 1), qc(i, j, kmax));
+        qc(i, j, kmax + 1) = ghost(tt, qc(i, j, kmax), qc(i, j, 1));
+    });
     // Blocks: the halo from the neighbours (the side ghost passes above hold only at box faces).
     if (st.dec.distributed()) {
         exchange(st.dec, st.vort, imax, jmax);

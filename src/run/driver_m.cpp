@@ -33,6 +33,7 @@
 #include "run/guard_m.hpp"
 #include "run/halo_m.hpp"
 #include "run/initial_m.hpp"
+#include "run/loops.hpp"
 #include "run/messages.hpp"
 #include "run/restart_m.hpp"
 #include "run/statistics_m.hpp"
@@ -130,19 +131,13 @@ void zerosolid(Storage& st) {
     const auto fu = st.iflagu.cview(), fv = st.iflagv.cview(), fw = st.iflagw.cview();
     const auto fp = st.iflagp.cview();
     const auto u = st.u.view(), v = st.v.view(), w = st.w.view(), nut = st.nut.view();
-    // Every point is set from its own flag alone, so the planes can be shared among threads.
-#pragma omp parallel for schedule(static)
-    for (int k = 0; k <= kmax + 1; ++k) {
-        for (int j = 0; j <= jmax + 1; ++j) {
-#pragma omp simd
-            for (int i = 0; i <= imax + 1; ++i) {
-                if (fu(i, j, k) == -1) u(i, j, k) = 0.0;
-                if (fv(i, j, k) == -1) v(i, j, k) = 0.0;
-                if (fw(i, j, k) == -1) w(i, j, k) = 0.0;
-                if (fp(i, j, k) == -1) nut(i, j, k) = 0.0;
-            }
-        }
-    }
+    // Every point is set from its own flag alone.
+    loops::forbox({{0, imax + 1}, {0, jmax + 1}, {0, kmax + 1}}, [=](int i, int j, int k) {
+        if (fu(i, j, k) == -1) u(i, j, k) = 0.0;
+        if (fv(i, j, k) == -1) v(i, j, k) = 0.0;
+        if (fw(i, j, k) == -1) w(i, j, k) = 0.0;
+        if (fp(i, j, k) == -1) nut(i, j, k) = 0.0;
+    });
 }
 
 void storeold(Storage& st) {
@@ -154,23 +149,18 @@ void storeold(Storage& st) {
     // The old flags already hold the flags of an unchanged classification: only the velocities
     // need copying then.
     const bool copyflags = !(st.forcing.enabled && st.oldflagsof == st.forcing.classification);
-#pragma omp parallel for schedule(static)
-    for (int k = 0; k <= kmax + 1; ++k) {
-        for (int j = 0; j <= jmax + 1; ++j) {
-#pragma omp simd
-            for (int i = 0; i <= imax + 1; ++i) {
-                uo(i, j, k) = u(i, j, k);
-                vo(i, j, k) = v(i, j, k);
-                wo(i, j, k) = w(i, j, k);
-            }
-            if (!copyflags) continue;
-#pragma omp simd
-            for (int i = 0; i <= imax + 1; ++i) {
-                fuo(i, j, k) = fu(i, j, k);
-                fvo(i, j, k) = fv(i, j, k);
-                fwo(i, j, k) = fw(i, j, k);
-            }
-        }
+    const loops::Box all{{0, imax + 1}, {0, jmax + 1}, {0, kmax + 1}};
+    loops::forbox(all, [=](int i, int j, int k) {
+        uo(i, j, k) = u(i, j, k);
+        vo(i, j, k) = v(i, j, k);
+        wo(i, j, k) = w(i, j, k);
+    });
+    if (copyflags) {
+        loops::forbox(all, [=](int i, int j, int k) {
+            fuo(i, j, k) = fu(i, j, k);
+            fvo(i, j, k) = fv(i, j, k);
+            fwo(i, j, k) = fw(i, j, k);
+        });
     }
     st.oldflagsof = st.forcing.enabled ? st.forcing.classification : ~std::uint64_t{0};
 }
@@ -184,16 +174,11 @@ void averagenodes(const Storage& st, const NodeArrays& nodes, bool inbedzero, Va
                   Field3d& out) {
     // The bed at the nodes covers the whole grid; a block reads it at its offset.
     const int gi = st.ioffset(), gj = st.joffset();
-    // Every node is averaged on its own, so the planes can be shared among threads.
-#pragma omp parallel for schedule(static)
-    for (int k = 0; k <= st.kmax; ++k) {
-        for (int j = 0; j <= st.jmax; ++j) {
-            for (int i = 0; i <= st.imax; ++i) {
-                const bool fluid = !inbedzero || nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k);
-                out(i, j, k) = fluid ? value(i, j, k) : 0.0;
-            }
-        }
-    }
+    // Every node is averaged on its own.
+    loops::forbox({{0, st.imax}, {0, st.jmax}, {0, st.kmax}}, [&](int i, int j, int k) {
+        const bool fluid = !inbedzero || nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k);
+        out(i, j, k) = fluid ? value(i, j, k) : 0.0;
+    });
 }
 
 }  // namespace

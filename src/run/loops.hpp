@@ -1,0 +1,85 @@
+// The loop layer: how a kernel is driven over the grid. A kernel is the arithmetic at one point,
+// written once as an inline function (or lambda) of its indices and of views and scalars it
+// captures; the functions below run it over an index box or a list of points. This OpenMP
+// definition is the only place that opens parallel regions for such loops, and a back end for
+// another machine replaces these drivers, never the kernels.
+//
+// Order and bits. A kernel that writes only its own point gives the same bits whatever the
+// partition, so the drivers are free to share the work out. A reduction is combined from one
+// partial per thread in thread order (Partials), so a given thread count gives the same bits on
+// every run; one thread sums in the loop order (k, then j, then i).
+#pragma once
+
+#include <omp.h>
+
+#include "run/field3.hpp"
+#include "run/parallel.hpp"
+
+// Marks a kernel function for every back end (host and device code under a CUDA compiler).
+#if defined(__CUDACC__)
+#define RIFFLE_HD __host__ __device__
+#else
+#define RIFFLE_HD
+#endif
+
+namespace riffle::loops {
+
+// An index box, each range inclusive.
+struct Box {
+    Range i, j, k;
+};
+
+// Runs f(i, j, k) over the box: k outermost, i innermost. The k planes are shared among the
+// threads in static blocks; f must write only what belongs to its own point.
+template <class Kernel>
+void forbox(const Box& b, Kernel&& f) {
+#pragma omp parallel for schedule(static)
+    for (int k = b.k.lo; k <= b.k.hi; ++k) {
+        for (int j = b.j.lo; j <= b.j.hi; ++j) {
+#pragma omp simd
+            for (int i = b.i.lo; i <= b.i.hi; ++i) f(i, j, k);
+        }
+    }
+}
+
+// Runs f(n) for n = 0..count-1, shared among the threads in static blocks; f must write only
+// what belongs to its own point.
+template <class Kernel>
+void forpoints(long long count, Kernel&& f) {
+#pragma omp parallel for schedule(static)
+    for (long long n = 0; n < count; ++n) f(n);
+}
+
+// f(i, j, k) over the box combined by op from `start`: each thread combines its k planes in loop
+// order from `start`, and the partial results are combined in thread order from `start`.
+template <class Kernel, class Combine>
+[[nodiscard]] double reducebox(const Box& b, double start, Kernel&& f, Combine op) {
+    Partials partials(start);
+#pragma omp parallel
+    {
+        double r = start;
+#pragma omp for schedule(static)
+        for (int k = b.k.lo; k <= b.k.hi; ++k)
+            for (int j = b.j.lo; j <= b.j.hi; ++j)
+                for (int i = b.i.lo; i <= b.i.hi; ++i) r = op(r, f(i, j, k));
+        partials.mine() = r;
+    }
+    return partials.combine(start, op);
+}
+
+// The sum, the smallest and the largest of f(i, j, k) over the box (see reducebox). A NaN value
+// never wins a minimum or a maximum.
+template <class Kernel>
+[[nodiscard]] double sumbox(const Box& b, Kernel&& f) {
+    return reducebox(b, 0.0, f, [](double a, double x) { return a + x; });
+}
+template <class Kernel>
+[[nodiscard]] double minbox(const Box& b, double start, Kernel&& f) {
+    return reducebox(b, start, f, [](double a, double x) { return x < a ? x : a; });
+}
+template <class Kernel>
+[[nodiscard]] double maxbox(const Box& b, double start, Kernel&& f) {
+    return reducebox(b, start, f, [](double a, double x) { return x > a ? x : a; });
+}
+
+}  // namespace riffle::loops
