@@ -6,7 +6,7 @@
 
 #include "ibm/flagdeter_m.hpp"
 #include "run/halo_m.hpp"
-#include "run/parallel.hpp"
+#include "run/loops.hpp"
 
 namespace riffle::flow {
 
@@ -30,23 +30,13 @@ void forces(Storage& st) {
     const ConstView3<std::int32_t> flagu = st.iflagu.cview();
     const Field2d& zb = st.zb;
 
-    // Each thread sums its rows from zero; the partials are added in thread order. With the
-    // dynamic schedule the rows a thread gets, and so the last bits of Q, may vary run to run.
-    Partials partials(0.0);
-#pragma omp parallel
-    {
-        double q = 0.0;
-#pragma omp for schedule(dynamic, 1)
-        for (int j = 1; j <= jmax; ++j) {
-            const double bed = 0.5 * (zb(0, j) + zb(1, j));
-            for (int k = 1; k <= kmax; ++k) {
-                if (flagu(0, j, k) == ibm::solid) continue;
-                q += uo(0, j, k) * dy * wetheight(k, dz, zmin, bed);
-            }
-        }
-        partials.mine() = q;
-    }
-    double flowrate = partials.combine(0.0, std::plus<>());
+    // The flow through the west face, row j by row j and k innermost within a row (the loop's
+    // outer index carries j, its inner one k).
+    double flowrate = loops::sumbox({{1, kmax}, {0, 0}, {1, jmax}}, [&](int k, int, int j) {
+        if (flagu(0, j, k) == ibm::solid) return 0.0;
+        const double bed = 0.5 * (zb(0, j) + zb(1, j));
+        return uo(0, j, k) * dy * wetheight(k, dz, zmin, bed);
+    });
     // On several ranks the blocks on the west face of the box carry the flow through it; the
     // others count nothing, and the rates are added in rank order.
     if (st.dec.distributed()) flowrate = allsum(st.dec.ownsface(west) ? flowrate : 0.0);

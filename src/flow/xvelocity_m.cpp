@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "flow/momentum.hpp"
+#include "run/loops.hpp"
 
 namespace riffle::flow {
 
@@ -58,17 +59,11 @@ void xvelocity(Storage& st) {
     const double dt = st.dt;
     const auto uo = st.uo.cview(), vo = st.vo.cview(), wo = st.wo.cview(), nut = st.nut.cview();
     const auto u = st.u.view(), fu = st.fu.view(), fuo = st.fuo.view();
-#pragma omp parallel for schedule(static)
-    for (int k = 1; k <= kmax; ++k) {
-        for (int j = 1; j <= jmax; ++j) {
-            // Distinct arrays are written and read: no dependence between the i points.
-#pragma omp simd
-            for (int i = 1; i <= ilast; ++i) {
-                const double h = rhsu(uo, vo, wo, nut, c, i, j, k);
-                u(i, j, k) = abstep(h, fu(i, j, k), fuo(i, j, k), uo(i, j, k), dt);
-            }
-        }
-    }
+    // Each point is independent: distinct arrays are written and read.
+    loops::forbox({{1, ilast}, {1, jmax}, {1, kmax}}, [=](int i, int j, int k) {
+        const double h = rhsu(uo, vo, wo, nut, c, i, j, k);
+        u(i, j, k) = abstep(h, fu(i, j, k), fuo(i, j, k), uo(i, j, k), dt);
+    });
 }
 
 }  // namespace riffle::flow

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "flow/momentum.hpp"
+#include "run/loops.hpp"
 #include "run/parallel.hpp"
 
 namespace riffle::flow {
@@ -56,22 +57,11 @@ void yvelocity(Storage& st) {
     const double dt = st.dt;
     const auto uo = st.uo.cview(), vo = st.vo.cview(), wo = st.wo.cview(), nut = st.nut.cview();
     const auto v = st.v.view(), fv = st.fv.view(), fvo = st.fvo.view();
-    // The threads share out i in static blocks; each point is independent, so the k-j-i order
-    // inside a block keeps unit stride without changing any result.
-#pragma omp parallel
-    {
-        const Block ib = staticblock(1, imax);
-        for (int k = 1; k <= kmax; ++k) {
-            for (int j = 1; j <= jlast; ++j) {
-                // Distinct arrays are written and read: no dependence between the i points.
-#pragma omp simd
-                for (int i = ib.lo; i <= ib.hi; ++i) {
-                    const double h = rhsv(uo, vo, wo, nut, c, i, j, k);
-                    v(i, j, k) = abstep(h, fv(i, j, k), fvo(i, j, k), vo(i, j, k), dt);
-                }
-            }
-        }
-    }
+    // Each point is independent: distinct arrays are written and read.
+    loops::forbox({{1, imax}, {1, jlast}, {1, kmax}}, [=](int i, int j, int k) {
+        const double h = rhsv(uo, vo, wo, nut, c, i, j, k);
+        v(i, j, k) = abstep(h, fv(i, j, k), fvo(i, j, k), vo(i, j, k), dt);
+    });
 }
 
 }  // namespace riffle::flow

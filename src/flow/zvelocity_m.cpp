@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "flow/momentum.hpp"
+#include "run/loops.hpp"
 #include "run/parallel.hpp"
 
 namespace riffle::flow {
@@ -56,21 +57,11 @@ void zvelocity(Storage& st) {
     const double dt = st.dt;
     const auto uo = st.uo.cview(), vo = st.vo.cview(), wo = st.wo.cview(), nut = st.nut.cview();
     const auto w = st.w.view(), fw = st.fw.view(), fwo = st.fwo.view();
-    // i shared out in static blocks, as in yvelocity.
-#pragma omp parallel
-    {
-        const Block ib = staticblock(1, imax);
-        for (int k = 1; k <= klast; ++k) {
-            for (int j = 1; j <= jmax; ++j) {
-                // Distinct arrays are written and read: no dependence between the i points.
-#pragma omp simd
-                for (int i = ib.lo; i <= ib.hi; ++i) {
-                    const double h = rhsw(uo, vo, wo, nut, c, i, j, k);
-                    w(i, j, k) = abstep(h, fw(i, j, k), fwo(i, j, k), wo(i, j, k), dt);
-                }
-            }
-        }
-    }
+    // Each point is independent: distinct arrays are written and read.
+    loops::forbox({{1, imax}, {1, jmax}, {1, klast}}, [=](int i, int j, int k) {
+        const double h = rhsw(uo, vo, wo, nut, c, i, j, k);
+        w(i, j, k) = abstep(h, fw(i, j, k), fwo(i, j, k), wo(i, j, k), dt);
+    });
 }
 
 }  // namespace riffle::flow
