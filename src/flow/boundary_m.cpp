@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "run/halo_m.hpp"
+#include "run/loops.hpp"
 
 namespace riffle::flow {
 
@@ -42,13 +43,10 @@ void tangentialface(const View3<double>& f, Plane pl, bool low, int c, double va
     const int ghost = low ? 0 : n + 1;
     const int inner = low ? 1 : n;
     const int partner = low ? n : 1;
-#pragma omp for schedule(static)
-    for (int b = 0; b <= pl.nb + 1; ++b) {
-        for (int a2 = 0; a2 <= pl.na + 1; ++a2) {
-            at<Dir>(f, ghost, a2, b) =
-                cc * at<Dir>(f, inner, a2, b) + a * at<Dir>(f, partner, a2, b) + bterm;
-        }
-    }
+    loops::forplane({0, pl.na + 1}, {0, pl.nb + 1}, [&](int a2, int b) {
+        at<Dir>(f, ghost, a2, b) =
+            cc * at<Dir>(f, inner, a2, b) + a * at<Dir>(f, partner, a2, b) + bterm;
+    });
 }
 
 // A face normal to the component. Low face: target -((c+1)/2) (the face 0, or the layer -1 for a
@@ -61,24 +59,18 @@ void normalface(const View3<double>& f, Plane pl, bool low, int c, double val, d
         const int d = -((c + 1) / 2);
         const int target = d;
         const double bterm = ((1 - c) / 2 + 2.0 * d * h) * val;
-#pragma omp for schedule(static)
-        for (int b = 0; b <= pl.nb + 1; ++b) {
-            for (int a2 = 0; a2 <= pl.na + 1; ++a2) {
-                at<Dir>(f, target, a2, b) =
-                    a * at<Dir>(f, n, a2, b) + bterm - d * at<Dir>(f, 1, a2, b);
-            }
-        }
+        loops::forplane({0, pl.na + 1}, {0, pl.nb + 1}, [&](int a2, int b) {
+            at<Dir>(f, target, a2, b) =
+                a * at<Dir>(f, n, a2, b) + bterm - d * at<Dir>(f, 1, a2, b);
+        });
     } else {
         const int e = (c + 1) / 2;
         const int target = n + (c + 2) / 2;
         const double bterm = (1 - (c + 2) / 2 + 2.0 * e * h) * val;
-#pragma omp for schedule(static)
-        for (int b = 0; b <= pl.nb + 1; ++b) {
-            for (int a2 = 0; a2 <= pl.na + 1; ++a2) {
-                at<Dir>(f, target, a2, b) =
-                    a * at<Dir>(f, 1, a2, b) + bterm + e * at<Dir>(f, n - 1, a2, b);
-            }
-        }
+        loops::forplane({0, pl.na + 1}, {0, pl.nb + 1}, [&](int a2, int b) {
+            at<Dir>(f, target, a2, b) =
+                a * at<Dir>(f, 1, a2, b) + bterm + e * at<Dir>(f, n - 1, a2, b);
+        });
     }
 }
 
@@ -92,19 +84,16 @@ bool applies(const Storage& st, int face, int code) {
 template <int Dir>
 void outerghosts(const View3<double>& f, Plane pl, int clow, int chigh, bool low, bool high) {
     const int n = pl.n;
-#pragma omp for schedule(static)
-    for (int b = 0; b <= pl.nb + 1; ++b) {
-        for (int a2 = 0; a2 <= pl.na + 1; ++a2) {
-            if (low && clow == -1) {
-                // Linear extrapolation through the prescribed face value.
-                at<Dir>(f, -1, a2, b) = 2.0 * at<Dir>(f, 0, a2, b) - at<Dir>(f, 1, a2, b);
-            }
-            if (high && chigh == -1) {
-                at<Dir>(f, n + 1, a2, b) = 2.0 * at<Dir>(f, n, a2, b) - at<Dir>(f, n - 1, a2, b);
-            }
-            if (low && clow == 0) at<Dir>(f, -1, a2, b) = at<Dir>(f, n - 1, a2, b);
+    loops::forplane({0, pl.na + 1}, {0, pl.nb + 1}, [&](int a2, int b) {
+        if (low && clow == -1) {
+            // Linear extrapolation through the prescribed face value.
+            at<Dir>(f, -1, a2, b) = 2.0 * at<Dir>(f, 0, a2, b) - at<Dir>(f, 1, a2, b);
         }
-    }
+        if (high && chigh == -1) {
+            at<Dir>(f, n + 1, a2, b) = 2.0 * at<Dir>(f, n, a2, b) - at<Dir>(f, n - 1, a2, b);
+        }
+        if (low && clow == 0) at<Dir>(f, -1, a2, b) = at<Dir>(f, n - 1, a2, b);
+    });
 }
 
 // Applies the faces of one direction pair (low then high), normal or tangential to the component.
@@ -125,8 +114,8 @@ void facepair(const Storage& st, const View3<double>& f, bool normal, const std:
 }
 
 // One component: the pair of faces normal to it, then the two tangential pairs in the order
-// given, then its outer ghost layers. Each face is a work-shared loop with its implied barrier,
-// so faces follow strictly in order.
+// given, then its outer ghost layers. Each face is a loop of its own, so faces follow strictly
+// in order.
 // On several ranks the halo then comes from the neighbour blocks, corners included.
 template <int Normal, int Second, int Third>
 void component(Storage& st, Field3d& field, const std::array<int, 7>& code,
@@ -135,13 +124,10 @@ void component(Storage& st, Field3d& field, const std::array<int, 7>& code,
     const View3<double> f = field.view();
     const int low = 2 * Normal + 1, high = 2 * Normal + 2;
     const bool outerlow = applies(st, low, code[low]), outerhigh = applies(st, high, code[high]);
-#pragma omp parallel
-    {
-        facepair<Normal>(st, f, true, code, val, h[Normal]);
-        facepair<Second>(st, f, false, code, val, h[Second]);
-        facepair<Third>(st, f, false, code, val, h[Third]);
-        outerghosts<Normal>(f, plane<Normal>(st), code[low], code[high], outerlow, outerhigh);
-    }
+    facepair<Normal>(st, f, true, code, val, h[Normal]);
+    facepair<Second>(st, f, false, code, val, h[Second]);
+    facepair<Third>(st, f, false, code, val, h[Third]);
+    outerghosts<Normal>(f, plane<Normal>(st), code[low], code[high], outerlow, outerhigh);
     if (st.dec.distributed()) exchange(st.dec, field, st.imax, st.jmax);
 }
 
@@ -154,12 +140,9 @@ void boundaryw(Storage& st) { component<2, 0, 1>(st, st.w, st.ibw, st.wbval); }
 void boundaryp(Storage& st) {
     const View3<double> p = st.p.view();
     static constexpr std::array<double, 7> novalue{};
-#pragma omp parallel
-    {
-        facepair<0>(st, p, false, st.ibp, novalue, st.dx);
-        facepair<2>(st, p, false, st.ibp, novalue, st.dz);
-        facepair<1>(st, p, false, st.ibp, novalue, st.dy);
-    }
+    facepair<0>(st, p, false, st.ibp, novalue, st.dx);
+    facepair<2>(st, p, false, st.ibp, novalue, st.dz);
+    facepair<1>(st, p, false, st.ibp, novalue, st.dy);
     if (st.dec.distributed()) exchange(st.dec, st.p, st.imax, st.jmax);
 }
 

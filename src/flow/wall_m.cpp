@@ -1,9 +1,11 @@
-// Side-wall log law. Each routine is one parallel region with two statically scheduled loops
-// over k (u, then w); the implied barrier separates them. Every point writes its own first-row
-// value and reads only the second row, so the loops are free of conflicts.
+// Side-wall log law. Each routine is two loops over the wall's (i, k) plane, u then w. Every
+// point writes its own first-row value and reads only the second row, so the points are free of
+// conflicts.
 #include "flow/wall_m.hpp"
 
 #include <cmath>
+
+#include "run/loops.hpp"
 
 namespace riffle::flow {
 
@@ -45,28 +47,19 @@ void sidewall(Storage& st, int wall, int row, const ConstView3<double>& cross) {
     const View3<double> u = st.u.view();
     const View3<double> w = st.w.view();
 
-#pragma omp parallel
-    {
-#pragma omp for schedule(static)
-        for (int k = 1; k <= kmax; ++k) {
-            for (int i = 1; i <= imax; ++i) {
-                const double wbar = average4(w(i, row, k), w(i + 1, row, k), w(i, row, k - 1),
-                                             w(i + 1, row, k - 1));
-                const double speed = std::sqrt(u(i, row, k) * u(i, row, k) + wbar * wbar);
-                u(i, wall, k) = firstrow(u(i, row, k), speed, law);
-            }
-        }
-#pragma omp for schedule(static)
-        for (int k = 1; k <= kmax; ++k) {
-            for (int i = 1; i <= imax; ++i) {
-                const double ubar = average4(u(i - 1, row, k), u(i, row, k), u(i - 1, row, k + 1),
-                                             u(i, row, k + 1));
-                const double c = cross(i, row, k);
-                const double speed = std::sqrt(ubar * ubar + c * c);
-                w(i, wall, k) = firstrow(c, speed, law);
-            }
-        }
-    }
+    loops::forplane({1, imax}, {1, kmax}, [&](int i, int k) {
+        const double wbar =
+            average4(w(i, row, k), w(i + 1, row, k), w(i, row, k - 1), w(i + 1, row, k - 1));
+        const double speed = std::sqrt(u(i, row, k) * u(i, row, k) + wbar * wbar);
+        u(i, wall, k) = firstrow(u(i, row, k), speed, law);
+    });
+    loops::forplane({1, imax}, {1, kmax}, [&](int i, int k) {
+        const double ubar = average4(u(i - 1, row, k), u(i, row, k), u(i - 1, row, k + 1),
+                                     u(i, row, k + 1));
+        const double c = cross(i, row, k);
+        const double speed = std::sqrt(ubar * ubar + c * c);
+        w(i, wall, k) = firstrow(c, speed, law);
+    });
 }
 
 }  // namespace

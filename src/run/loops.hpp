@@ -42,6 +42,15 @@ void forbox(const Box& b, Kernel&& f) {
     }
 }
 
+// Runs f(a, b) over a plane, b outermost: the b rows are shared among the threads in static
+// blocks (faces of the box, ghost layers); f must write only what belongs to its own point.
+template <class Kernel>
+void forplane(Range a, Range b, Kernel&& f) {
+#pragma omp parallel for schedule(static)
+    for (int y = b.lo; y <= b.hi; ++y)
+        for (int x = a.lo; x <= a.hi; ++x) f(x, y);
+}
+
 // Runs f(n) for n = 0..count-1, shared among the threads in static blocks; f must write only
 // what belongs to its own point.
 template <class Kernel>
