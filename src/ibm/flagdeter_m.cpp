@@ -1,7 +1,7 @@
 // Classification of the staggered points against the bed, and the hand-over of newly emerged
-// points to the point search. Loop structure: one parallel region per routine; every loop is
-// work-shared over its outermost index with a dynamic schedule of chunk one and ends with the
-// implied barrier, because each fill reads what the loop before wrote on other threads.
+// points to the point search. Every loop shares its outermost index among the threads one at a
+// time as they come free, and ends before the next begins, because each fill reads what the loop
+// before wrote on other threads.
 #include "ibm/flagdeter_m.hpp"
 
 #include <array>
@@ -11,6 +11,7 @@
 #include "ibm/forcinglist_m.hpp"
 #include "ibm/pointsearch_m.hpp"
 #include "run/halo_m.hpp"
+#include "run/loops.hpp"
 
 namespace riffle::ibm {
 
@@ -36,14 +37,9 @@ inline std::int32_t classify(double height, double bed) { return height < bed ? 
 // loop reads from memory could alias the view's own int bounds and stop the vectoriser.
 template <class Height, class Bed>
 void classifybox(Flags f, Range ri, Range rj, Range rk, Height height, Bed bed) {
-#pragma omp for schedule(dynamic, 1)
-    for (int k = rk.lo; k <= rk.hi; ++k) {
-        const double z = height(k);
-        for (int j = rj.lo; j <= rj.hi; ++j) {
-            for (int i = ri.lo; i <= ri.hi; ++i)
-                f(i, j, k) = classify(z, bed(i, j));
-        }
-    }
+    loops::forbox(
+        {ri, rj, rk}, [&](int i, int j, int k) { f(i, j, k) = classify(height(k), bed(i, j)); },
+        loops::Share::free);
 }
 
 // Element (m, a, b) of a flag array, m normal to direction Dir (0 x, 1 y, 2 z) and (a, b) in the
@@ -76,9 +72,9 @@ void ghostfill(const Flags& f, const Fill& g) {
     const int lowinner = lowghost + 1;
     const int lowfar = g.face ? n - 1 : n;
     const Range ra = g.a, rb = g.b;
-#pragma omp for schedule(dynamic, 1)
-    for (int b = rb.lo; b <= rb.hi; ++b) {
-        for (int a = ra.lo; a <= ra.hi; ++a) {
+    loops::forplane(
+        ra, rb,
+        [&](int a, int b) {
             if (g.low) {
                 at<Dir>(f, lowghost, a, b) =
                     wl * at<Dir>(f, lowinner, a, b) + (1 - wl) * at<Dir>(f, lowfar, a, b);
@@ -86,8 +82,8 @@ void ghostfill(const Flags& f, const Fill& g) {
             if (g.high) {
                 at<Dir>(f, n + 1, a, b) = wh * at<Dir>(f, n, a, b) + (1 - wh) * at<Dir>(f, 1, a, b);
             }
-        }
-    }
+        },
+        loops::Share::free);
 }
 
 // The three directions in the array's own order.
@@ -108,22 +104,18 @@ inline std::int32_t shared(std::int32_t& f) {
 // A fluid point with a solid face neighbour becomes a forcing point. Only -1 is looked for and
 // only a 1 is changed, so the array can be updated in place in any order.
 void markforcing(const Flags& f, Range ri, Range rj, Range rk) {
-#pragma omp for schedule(dynamic, 1)
-    for (int k = rk.lo; k <= rk.hi; ++k) {
-        for (int j = rj.lo; j <= rj.hi; ++j) {
-            for (int i = ri.lo; i <= ri.hi; ++i) {
-                if (f(i, j, k) != fluid) continue;
-                const bool nearbed = f(i - 1, j, k) == solid || f(i + 1, j, k) == solid ||
-                                     f(i, j - 1, k) == solid || f(i, j + 1, k) == solid ||
-                                     shared(f(i, j, k - 1)) == solid ||
-                                     shared(f(i, j, k + 1)) == solid;
-                if (nearbed) {
-                    std::atomic_ref<std::int32_t>(f(i, j, k))
-                        .store(forcing, std::memory_order_relaxed);
-                }
-            }
-        }
-    }
+    loops::forbox(
+        {ri, rj, rk},
+        [&](int i, int j, int k) {
+            if (f(i, j, k) != fluid) return;
+            const bool nearbed = f(i - 1, j, k) == solid || f(i + 1, j, k) == solid ||
+                                 f(i, j - 1, k) == solid || f(i, j + 1, k) == solid ||
+                                 shared(f(i, j, k - 1)) == solid ||
+                                 shared(f(i, j, k + 1)) == solid;
+            if (nearbed)
+                std::atomic_ref<std::int32_t>(f(i, j, k)).store(forcing, std::memory_order_relaxed);
+        },
+        loops::Share::free);
 }
 
 }  // namespace
@@ -180,7 +172,6 @@ void flagdeter(Storage& st) {
     const int uwrap = uplus == 1 && st.dec.ownsface(east) ? st.dec.imaxg : 0;
     const int vwrap = vplus == 1 && st.dec.ownsface(north) ? st.dec.jmaxg : 0;
 
-#pragma omp parallel
     {
         // u points: x faces at cell-centre height, bed midway between the columns i and i+1.
         // Layers k = 0 and kmax+1 are classified and then overwritten by the z fill (copies of
@@ -233,19 +224,17 @@ void flagmove(Storage& st) {
     const View3<double> wo = st.wo.view();
     const Storage& state = st;  // the search reads the current fields and writes only its value
 
-#pragma omp parallel for schedule(dynamic, 1)
-    for (int k = 1; k <= kmax; ++k) {
-        for (int j = 1; j <= jmax; ++j) {
-            for (int i = 1; i <= imax; ++i) {
-                if (fuo(i, j, k) == solid && fu(i, j, k) == forcing)
-                    searchu(state, i, j, k, uo(i, j, k));
-                if (fvo(i, j, k) == solid && fv(i, j, k) == forcing)
-                    searchv(state, i, j, k, vo(i, j, k));
-                if (fwo(i, j, k) == solid && fw(i, j, k) == forcing)
-                    searchw(state, i, j, k, wo(i, j, k));
-            }
-        }
-    }
+    loops::forbox(
+        {{1, imax}, {1, jmax}, {1, kmax}},
+        [&](int i, int j, int k) {
+            if (fuo(i, j, k) == solid && fu(i, j, k) == forcing)
+                searchu(state, i, j, k, uo(i, j, k));
+            if (fvo(i, j, k) == solid && fv(i, j, k) == forcing)
+                searchv(state, i, j, k, vo(i, j, k));
+            if (fwo(i, j, k) == solid && fw(i, j, k) == forcing)
+                searchw(state, i, j, k, wo(i, j, k));
+        },
+        loops::Share::free);
 }
 
 }  // namespace riffle::ibm

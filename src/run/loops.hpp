@@ -29,26 +29,42 @@ struct Box {
     Range i, j, k;
 };
 
-// Runs f(i, j, k) over the box: k outermost, i innermost. The k planes are shared among the
-// threads in static blocks; f must write only what belongs to its own point.
+// How the outer index of a loop is shared among the threads: in contiguous blocks (the rule), in
+// turn one at a time (where the work gathers in a few layers: those near the bed), or handed out
+// one at a time as threads come free (where the work per layer varies).
+enum class Share { blocks, turns, free };
+
+// Runs f(i, j, k) over the box: k outermost, i innermost, the k planes shared as `share` says;
+// f must write only what belongs to its own point.
 template <class Kernel>
-void forbox(const Box& b, Kernel&& f) {
-#pragma omp parallel for schedule(static)
-    for (int k = b.k.lo; k <= b.k.hi; ++k) {
+void forbox(const Box& b, Kernel&& f, Share share = Share::blocks) {
+    const auto plane = [&](int k) {
         for (int j = b.j.lo; j <= b.j.hi; ++j) {
 #pragma omp simd
             for (int i = b.i.lo; i <= b.i.hi; ++i) f(i, j, k);
         }
+    };
+    switch (share) {
+    case Share::blocks:
+#pragma omp parallel for schedule(static)
+        for (int k = b.k.lo; k <= b.k.hi; ++k) plane(k);
+        break;
+    case Share::turns:
+#pragma omp parallel for schedule(static, 1)
+        for (int k = b.k.lo; k <= b.k.hi; ++k) plane(k);
+        break;
+    case Share::free:
+#pragma omp parallel for schedule(dynamic, 1)
+        for (int k = b.k.lo; k <= b.k.hi; ++k) plane(k);
+        break;
     }
 }
 
-// Runs f(a, b) over a plane, b outermost: the b rows are shared among the threads in static
-// blocks (faces of the box, ghost layers); f must write only what belongs to its own point.
+// Runs f(a, b) over a plane, b outermost, the b rows shared as `share` says (faces of the box,
+// ghost layers); f must write only what belongs to its own point.
 template <class Kernel>
-void forplane(Range a, Range b, Kernel&& f) {
-#pragma omp parallel for schedule(static)
-    for (int y = b.lo; y <= b.hi; ++y)
-        for (int x = a.lo; x <= a.hi; ++x) f(x, y);
+void forplane(Range a, Range b, Kernel&& f, Share share = Share::blocks) {
+    forbox({a, Range{0, 0}, b}, [&](int x, int, int y) { f(x, y); }, share);
 }
 
 // Runs f(n) for n = 0..count-1, shared among the threads in static blocks; f must write only
