@@ -77,12 +77,12 @@ void forpoints(long long count, Kernel&& f) {
 
 // f(i, j, k) over the box combined by op from `start`: each thread combines its k planes in loop
 // order from `start`, and the partial results are combined in thread order from `start`.
-template <class Kernel, class Combine>
-[[nodiscard]] double reducebox(const Box& b, double start, Kernel&& f, Combine op) {
-    Partials partials(start);
+template <class T, class Kernel, class Combine>
+[[nodiscard]] T reducebox(const Box& b, T start, Kernel&& f, Combine op) {
+    PartialsOf<T> partials(start);
 #pragma omp parallel
     {
-        double r = start;
+        T r = start;
 #pragma omp for schedule(static)
         for (int k = b.k.lo; k <= b.k.hi; ++k)
             for (int j = b.j.lo; j <= b.j.hi; ++j)

@@ -40,23 +40,25 @@ namespace riffle {
 // Per-thread partial results of a reduction, combined in thread order after the parallel region,
 // so that a given thread count gives the same bits on every run (an OpenMP reduction clause may
 // combine in the order the threads arrive).
-class Partials {
+template <class T>
+class PartialsOf {
 public:
-    explicit Partials(double start) : slots_(static_cast<std::size_t>(omp_get_max_threads()), Slot{start}) {}
+    explicit PartialsOf(T start) : slots_(static_cast<std::size_t>(omp_get_max_threads()), Slot{start}) {}
     // The calling thread's slot.
-    [[nodiscard]] double& mine() { return slots_[static_cast<std::size_t>(omp_get_thread_num())].value; }
+    [[nodiscard]] T& mine() { return slots_[static_cast<std::size_t>(omp_get_thread_num())].value; }
     template <class Combine>
-    [[nodiscard]] double combine(double start, Combine op) const {
-        double r = start;
+    [[nodiscard]] T combine(T start, Combine op) const {
+        T r = start;
         for (const Slot& s : slots_) r = op(r, s.value);
         return r;
     }
 
 private:
     struct alignas(64) Slot {
-        double value;
+        T value;
     };
     std::vector<Slot> slots_;
 };
+using Partials = PartialsOf<double>;
 
 }  // namespace riffle

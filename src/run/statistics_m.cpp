@@ -7,6 +7,7 @@
 #include "platform/casefile.hpp"
 #include "run/driver_m.hpp"
 #include "run/halo_m.hpp"
+#include "run/loops.hpp"
 #include "run/messages.hpp"
 #include "run/parallel.hpp"
 #include "run/restart_m.hpp"
@@ -63,24 +64,17 @@ double fluidnodemean(const Storage& st, const NodeArrays& nodes, const Field3d& 
     const bool blocks = st.dec.distributed();
     const int ilast = !blocks || st.dec.ownsface(east) ? st.imax : st.imax - 1;
     const int jlast = !blocks || st.dec.ownsface(north) ? st.jmax : st.jmax - 1;
-    Partials sums(0.0), counts(0.0);
-#pragma omp parallel
-    {
-        double& sum = sums.mine();
-        double& count = counts.mine();
-#pragma omp for schedule(static)
-        for (int k = 0; k <= st.kmax; ++k) {
-            for (int j = 0; j <= jlast; ++j) {
-                for (int i = 0; i <= ilast; ++i) {
-                    if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) continue;
-                    sum += eightcells(a, i, j, k);
-                    count += 1.0;
-                }
-            }
-        }
-    }
-    const auto plus = [](double x, double y) { return x + y; };
-    double sum = sums.combine(0.0, plus), count = counts.combine(0.0, plus);
+    struct SumCount {
+        double sum, count;
+    };
+    const SumCount total = loops::reducebox(
+        loops::Box{{0, ilast}, {0, jlast}, {0, st.kmax}}, SumCount{0.0, 0.0},
+        [&](int i, int j, int k) {
+            if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) return SumCount{0.0, 0.0};
+            return SumCount{eightcells(a, i, j, k), 1.0};
+        },
+        [](SumCount x, SumCount y) { return SumCount{x.sum + y.sum, x.count + y.count}; });
+    double sum = total.sum, count = total.count;
     if (blocks) {
         sum = allsum(sum);
         count = allsum(count);
@@ -97,21 +91,16 @@ void addsample(Storage& st, const NodeArrays& nodes) {
     // The node values as the case file gets them (see nodeaveraging), at the fluid nodes only.
     // Every node is summed on its own, so the planes can be shared among threads.
     const int gi = st.ioffset(), gj = st.joffset();
-#pragma omp parallel for schedule(static)
-    for (int k = 0; k <= st.kmax; ++k) {
-        for (int j = 0; j <= st.jmax; ++j) {
-            for (int i = 0; i <= st.imax; ++i) {
-                // At or below the bed (the bed of the whole grid, at the block's offset).
-                if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) continue;
-                const double u = nodeu(st.u, i, j, k), v = nodev(st.v, i, j, k);
-                const double w = nodew(st.w, i, j, k);
-                const double add[11] = {u,     v,     w,     eightcells(phi, i, j, k) - level,
-                                        u * u, v * v, w * w, edgeuw(st.u, st.w, i, j, k),
-                                        u * v, v * w, eightcells(st.nut, i, j, k)};
-                for (std::size_t m = 0; m < s.sum.size(); ++m) s.sum[m](i, j, k) += add[m];
-            }
-        }
-    }
+    loops::forbox({{0, st.imax}, {0, st.jmax}, {0, st.kmax}}, [&](int i, int j, int k) {
+        // At or below the bed (the bed of the whole grid, at the block's offset).
+        if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) return;
+        const double u = nodeu(st.u, i, j, k), v = nodev(st.v, i, j, k);
+        const double w = nodew(st.w, i, j, k);
+        const double add[11] = {u,     v,     w,     eightcells(phi, i, j, k) - level,
+                                u * u, v * v, w * w, edgeuw(st.u, st.w, i, j, k),
+                                u * v, v * w, eightcells(st.nut, i, j, k)};
+        for (std::size_t m = 0; m < s.sum.size(); ++m) s.sum[m](i, j, k) += add[m];
+    });
     if (st.iwallmodel == 1) {
         // The bed's nodes: the stress as the step left it, in the layout of the sums' planes.
         ibm::BedShearNodes b;

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "run/console_m.hpp"
+#include "run/loops.hpp"
 #include "run/messages.hpp"
 #include "run/restart_m.hpp"
 
@@ -171,8 +172,8 @@ void tecplotflow(const Storage& st, const std::string& outpath, const std::strin
     char* const first = plane.data();
     for (int k = 0; k <= kmax; ++k) {
         const double z = k * dz + zmin;
-#pragma omp parallel for schedule(static)
-        for (int j = 0; j <= jmax; ++j) {
+        loops::forpoints(jmax + 1, [&](long long row) {
+            const int j = static_cast<int>(row);
             const double y = j * dy + ymin;
             char* p = first + static_cast<std::size_t>(j) * rowlength;
             for (int i = 0; i <= imax; ++i) {
@@ -195,7 +196,7 @@ void tecplotflow(const Storage& st, const std::string& outpath, const std::strin
                 }
                 *p++ = '\n';
             }
-        }
+        });
         out.write(plane);
     }
     out.close();
