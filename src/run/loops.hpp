@@ -12,6 +12,10 @@
 
 #include <omp.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
 #include "run/field3.hpp"
 #include "run/parallel.hpp"
 
@@ -105,6 +109,46 @@ template <class Kernel>
 template <class Kernel>
 [[nodiscard]] double maxbox(const Box& b, double start, Kernel&& f) {
     return reducebox(b, start, f, [](double a, double x) { return x > a ? x : a; });
+}
+
+// A reduction over the box in the order of its columns: the i columns shared among the threads
+// in static blocks, and each thread taking its columns (i, j) in order with k innermost:
+// take(acc, f(i, j, k), i, j, k) into its own accumulator, which starts as `start`. The values
+// are formed a few columns at a time along i (unit stride) before they are taken. Returns the
+// accumulators in thread order, for the caller to combine.
+template <class Acc, class Kernel, class Take>
+[[nodiscard]] std::vector<Acc> forcolumns(const Box& b, const Acc& start, Kernel&& f, Take&& take) {
+    constexpr int width = 8;  // columns formed together
+    std::vector<Acc> accs(static_cast<std::size_t>(omp_get_max_threads()), start);
+    const int nj = b.j.hi - b.j.lo + 1, nk = b.k.hi - b.k.lo + 1;
+    const std::size_t plane = static_cast<std::size_t>(width) * (nj > 0 ? nj : 0);
+    const std::size_t size = plane * (nk > 0 ? nk : 0);
+#pragma omp parallel
+    {
+        Acc& acc = accs[static_cast<std::size_t>(omp_get_thread_num())];
+        thread_local std::vector<double> tile;
+        if (tile.size() < size) tile.resize(size);
+        double* const t = tile.data();
+        const Block own = staticblock(b.i.lo, b.i.hi);
+        for (int i0 = own.lo; i0 <= own.hi; i0 += width) {
+            const int n = std::min(width, own.hi - i0 + 1);
+            // f(i0 + m, j, k) at t[m + width (j - jlo) + plane (k - klo)].
+            for (int k = b.k.lo; k <= b.k.hi; ++k) {
+                for (int j = b.j.lo; j <= b.j.hi; ++j) {
+                    double* const row = t + width * (j - b.j.lo) + plane * (k - b.k.lo);
+#pragma omp simd
+                    for (int m = 0; m < n; ++m) row[m] = f(i0 + m, j, k);
+                }
+            }
+            for (int m = 0; m < n; ++m) {
+                for (int j = b.j.lo; j <= b.j.hi; ++j) {
+                    const double* col = t + m + width * (j - b.j.lo);
+                    for (int k = b.k.lo; k <= b.k.hi; ++k, col += plane) take(acc, *col, i0 + m, j, k);
+                }
+            }
+        }
+    }
+    return accs;
 }
 
 }  // namespace riffle::loops
