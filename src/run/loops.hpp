@@ -40,26 +40,34 @@ enum class Share { blocks, turns, free };
 
 // Runs f(i, j, k) over the box: k outermost, i innermost, the k planes shared as `share` says;
 // f must write only what belongs to its own point.
+namespace detail {
+
+// One k plane of a box. The kernel is a copy local to the calling thread, so the compiler knows
+// that the stores of the kernel cannot change the views it holds, and vectorises the i loop.
+template <class Kernel>
+inline void plane(const Box& b, Kernel f, int k) {
+    for (int j = b.j.lo; j <= b.j.hi; ++j) {
+#pragma omp simd
+        for (int i = b.i.lo; i <= b.i.hi; ++i) f(i, j, k);
+    }
+}
+
+}  // namespace detail
+
 template <class Kernel>
 void forbox(const Box& b, Kernel&& f, Share share = Share::blocks) {
-    const auto plane = [&](int k) {
-        for (int j = b.j.lo; j <= b.j.hi; ++j) {
-#pragma omp simd
-            for (int i = b.i.lo; i <= b.i.hi; ++i) f(i, j, k);
-        }
-    };
     switch (share) {
     case Share::blocks:
 #pragma omp parallel for schedule(static)
-        for (int k = b.k.lo; k <= b.k.hi; ++k) plane(k);
+        for (int k = b.k.lo; k <= b.k.hi; ++k) detail::plane(b, f, k);
         break;
     case Share::turns:
 #pragma omp parallel for schedule(static, 1)
-        for (int k = b.k.lo; k <= b.k.hi; ++k) plane(k);
+        for (int k = b.k.lo; k <= b.k.hi; ++k) detail::plane(b, f, k);
         break;
     case Share::free:
 #pragma omp parallel for schedule(dynamic, 1)
-        for (int k = b.k.lo; k <= b.k.hi; ++k) plane(k);
+        for (int k = b.k.lo; k <= b.k.hi; ++k) detail::plane(b, f, k);
         break;
     }
 }
