@@ -4,7 +4,7 @@ BUILD_DEBUG ?= build-debug
 JOBS        ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build debug test test-release test-debug demo bench validate clean
+.PHONY: all deps build debug test test-release test-debug demo bench validate format clean
 
 all: build
 
@@ -38,6 +38,10 @@ validate: deps
 
 bench: deps
 	./bench/run.sh
+
+# Puts every C++ file in the layout of .clang-format (checked by the test lint.format).
+format:
+	git ls-files '*.cpp' '*.hpp' '*.h' '*.c' | xargs clang-format -i
 
 clean:
 	rm -rf $(BUILD) $(BUILD_DEBUG) demo

@@ -8,10 +8,10 @@
 #include <cstdint>
 
 #include "flow/smagorinsky_m.hpp"
+#include "flow/xvelocity_m.hpp"
 #include "ibm/flagdeter_m.hpp"
 #include "ibm/forcinglist_m.hpp"
 #include "ibm/immersing_m.hpp"
-#include "flow/xvelocity_m.hpp"
 #include "pressure/multigridp_m.hpp"
 #include "run/casefile_m.hpp"
 #include "run/initial_m.hpp"
@@ -46,21 +46,23 @@ Storage disturbedbox(int size) {
 }
 
 void percell(benchmark::State& state, const Storage& st) {
-    state.counters["ns/cell"] = benchmark::Counter(
-        static_cast<double>(state.iterations()) * st.imax * st.jmax * st.kmax,
-        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["ns/cell"] =
+        benchmark::Counter(static_cast<double>(state.iterations()) * st.imax * st.jmax * st.kmax,
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 void xvelocity(benchmark::State& state) {
     Storage st = disturbedbox(static_cast<int>(state.range(0)));
-    for (auto _ : state) riffle::flow::xvelocity(st);
+    for (auto _ : state)
+        riffle::flow::xvelocity(st);
     percell(state, st);
 }
 BENCHMARK(xvelocity)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 void smagorinsky(benchmark::State& state) {
     Storage st = disturbedbox(static_cast<int>(state.range(0)));
-    for (auto _ : state) riffle::flow::smagorinsky(st);
+    for (auto _ : state)
+        riffle::flow::smagorinsky(st);
     percell(state, st);
 }
 BENCHMARK(smagorinsky)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
@@ -68,7 +70,8 @@ BENCHMARK(smagorinsky)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 void smoothing(benchmark::State& state) {
     Storage st = disturbedbox(static_cast<int>(state.range(0)));
     riffle::pressure::sourcep(st);
-    for (auto _ : state) riffle::pressure::smoothingp(st, 0, 1);
+    for (auto _ : state)
+        riffle::pressure::smoothingp(st, 0, 1);
     percell(state, st);
 }
 BENCHMARK(smoothing)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
@@ -76,7 +79,8 @@ BENCHMARK(smoothing)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 void vcycle(benchmark::State& state) {
     Storage st = disturbedbox(static_cast<int>(state.range(0)));
     riffle::pressure::sourcep(st);
-    for (auto _ : state) riffle::pressure::multigridp(st, 0, 1, 2, 2, 100);
+    for (auto _ : state)
+        riffle::pressure::multigridp(st, 0, 1, 2, 2, 100);
     percell(state, st);
 }
 BENCHMARK(vcycle)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
@@ -95,22 +99,23 @@ void immersing(benchmark::State& state) {
     riffle::ibm::flagdeter(st);
     if (state.range(1) == 1) riffle::ibm::uselists(st);
     riffle::ibm::immersing(st);
-    for (auto _ : state) riffle::ibm::immersing(st);
+    for (auto _ : state)
+        riffle::ibm::immersing(st);
     long long points = 0;
     for (int k = 1; k <= st.kmax; ++k)
         for (int j = 1; j <= st.jmax; ++j)
             for (int i = 1; i <= st.imax; ++i)
                 points += (st.iflagu(i, j, k) == 0) + (st.iflagv(i, j, k) == 0) +
                           (k < st.kmax && st.iflagw(i, j, k) == 0);
-    state.counters["ns/point"] = benchmark::Counter(
-        static_cast<double>(state.iterations()) * static_cast<double>(points),
-        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["ns/point"] =
+        benchmark::Counter(static_cast<double>(state.iterations()) * static_cast<double>(points),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(immersing)
     ->ArgsProduct({{0, 1, 2, 3}, {0, 1}})
     ->ArgNames({"variant", "lists"})
     ->Unit(benchmark::kMicrosecond);
 
-}  // namespace
+} // namespace
 
 BENCHMARK_MAIN();

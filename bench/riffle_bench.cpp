@@ -32,10 +32,10 @@ double residentnow() {
     return read ? static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) : 0.0;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv) {
-    const riffle::Ranks ranks(&argc, &argv);  // under mpirun: one rank of the run
+    const riffle::Ranks ranks(&argc, &argv); // under mpirun: one rank of the run
     // What the program and its libraries hold before a case is read: on a small grid most of the
     // peak.
     const double fixed = residentnow();
@@ -48,14 +48,16 @@ int main(int argc, char** argv) {
     riffle::RoutineTimers timers(true, clocks);
     const auto t0 = std::chrono::steady_clock::now();
     const int status = riffle::riffle(argc, argv, &timers);
-    const double total = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const double total =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     const double cells = static_cast<double>(timers.cells);
     double looptime = 0.0;
-    for (const auto& e : timers.entries()) looptime += e.seconds;
+    for (const auto& e : timers.entries())
+        looptime += e.seconds;
     const double peak = static_cast<double>(usage.ru_maxrss) * 1024.0;
-    if (riffle::myrank() != 0) return status;  // rank 0 reports for all
+    if (riffle::myrank() != 0) return status; // rank 0 reports for all
     std::fprintf(stderr, "ranks %d  threads %d  cells %.0f  steps %d  run %.3f s  loop %.3f s\n",
                  riffle::rankcount(), omp_get_max_threads(), cells, timers.steps, total, looptime);
     if (riffle::rankcount() > 1) {

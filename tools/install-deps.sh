@@ -3,7 +3,7 @@
 set -euo pipefail
 packages=(g++ make cmake libgtest-dev libbenchmark-dev libcgns-dev libhdf5-dev cgns-convert
           python3-h5py python3-numpy python3-matplotlib
-          libopenmpi-dev openmpi-bin)
+          libopenmpi-dev openmpi-bin clang-format)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -12,20 +12,18 @@ namespace {
 
 // Element (m, a, b) of a field where m runs normal to a face in direction Dir (0 x, 1 y, 2 z)
 // and (a, b) span the face plane, b the outer of the two.
-template <int Dir>
-inline double& at(const View3<double>& f, int m, int a, int b) {
+template <int Dir> inline double& at(const View3<double>& f, int m, int a, int b) {
     if constexpr (Dir == 0) return f(m, a, b);
     if constexpr (Dir == 1) return f(a, m, b);
     return f(a, b, m);
 }
 
 struct Plane {
-    int n;       // cells normal to the face
-    int na, nb;  // cells along the two plane directions (the plane covers 0..na+1 x 0..nb+1)
+    int n;      // cells normal to the face
+    int na, nb; // cells along the two plane directions (the plane covers 0..na+1 x 0..nb+1)
 };
 
-template <int Dir>
-Plane plane(const Storage& st) {
+template <int Dir> Plane plane(const Storage& st) {
     if constexpr (Dir == 0) return {st.imax, st.jmax, st.kmax};
     if constexpr (Dir == 1) return {st.jmax, st.imax, st.kmax};
     return {st.kmax, st.imax, st.jmax};
@@ -60,8 +58,7 @@ void normalface(const View3<double>& f, Plane pl, bool low, int c, double val, d
         const int target = d;
         const double bterm = ((1 - c) / 2 + 2.0 * d * h) * val;
         loops::forplane({0, pl.na + 1}, {0, pl.nb + 1}, [&](int a2, int b) {
-            at<Dir>(f, target, a2, b) =
-                a * at<Dir>(f, n, a2, b) + bterm - d * at<Dir>(f, 1, a2, b);
+            at<Dir>(f, target, a2, b) = a * at<Dir>(f, n, a2, b) + bterm - d * at<Dir>(f, 1, a2, b);
         });
     } else {
         const int e = (c + 1) / 2;
@@ -98,8 +95,8 @@ void outerghosts(const View3<double>& f, Plane pl, int clow, int chigh, bool low
 
 // Applies the faces of one direction pair (low then high), normal or tangential to the component.
 template <int Dir>
-void facepair(const Storage& st, const View3<double>& f, bool normal, const std::array<int, 7>& code,
-              const std::array<double, 7>& val, double h) {
+void facepair(const Storage& st, const View3<double>& f, bool normal,
+              const std::array<int, 7>& code, const std::array<double, 7>& val, double h) {
     const Plane pl = plane<Dir>(st);
     const int lowface = 2 * Dir + 1, highface = 2 * Dir + 2;
     const bool low = applies(st, lowface, code[lowface]);
@@ -131,7 +128,7 @@ void component(Storage& st, Field3d& field, const std::array<int, 7>& code,
     if (st.dec.distributed()) exchange(st.dec, field, st.imax, st.jmax);
 }
 
-}  // namespace
+} // namespace
 
 void boundaryu(Storage& st) { component<0, 1, 2>(st, st.u, st.ibu, st.ubval); }
 void boundaryv(Storage& st) { component<1, 2, 0>(st, st.v, st.ibv, st.vbval); }
@@ -146,4 +143,4 @@ void boundaryp(Storage& st) {
     if (st.dec.distributed()) exchange(st.dec, st.p, st.imax, st.jmax);
 }
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

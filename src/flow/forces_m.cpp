@@ -21,7 +21,7 @@ inline double wetheight(int k, double dz, double zmin, double bed) {
     return std::min(zmin + k * dz - bed, dz);
 }
 
-}  // namespace
+} // namespace
 
 void forces(Storage& st) {
     const int jmax = st.jmax, kmax = st.kmax;
@@ -46,4 +46,4 @@ void forces(Storage& st) {
     st.fz = -st.gravity;
 }
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

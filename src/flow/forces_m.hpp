@@ -14,4 +14,4 @@ namespace riffle::flow {
 
 void forces(Storage& st);
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

@@ -5,7 +5,7 @@ namespace riffle::flow {
 
 struct MomentumCoefficients {
     double dx, dy, dz, visc;
-    double source;  // driving acceleration of the component, plus the zero mean pressure gradient
+    double source; // driving acceleration of the component, plus the zero mean pressure gradient
 };
 
 // The Adams-Bashforth update: the previous right-hand side moves to fo, the new one to f, and the
@@ -22,4 +22,4 @@ inline double abstep(double h, double& f, double& fo, double old, double dt) {
 // source into NaN instead of hiding the bad density.
 inline double meanpressuregradient(double dens) { return -0.0 / dens; }
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

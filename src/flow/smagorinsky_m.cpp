@@ -19,8 +19,8 @@ struct Strain {
 // two faces of each neighbour cell, times 0.25, over the spacing: the central difference of the
 // cell-centred velocities over two cells.
 inline Strain strainrate(const ConstView3<double>& u, const ConstView3<double>& v,
-                         const ConstView3<double>& w, double dx, double dy, double dz, int i,
-                         int j, int k) {
+                         const ConstView3<double>& w, double dx, double dy, double dz, int i, int j,
+                         int k) {
     Strain s;
     s.s11 = (u(i, j, k) - u(i - 1, j, k)) / dx;
     s.s22 = (v(i, j, k) - v(i, j - 1, k)) / dy;
@@ -54,11 +54,10 @@ inline double magnitude(const Strain& s) {
 //   nut:    ghost = -c inner + (1 - |c|) opposite interior
 // The sign of the code is kept for nut alone, so nut changes sign across the free surface and
 // the side walls and keeps it at the bed: the eddy viscosity the momentum stencils see there.
-template <int Dir>
-void ghostfaces(Storage& st) {
+template <int Dir> void ghostfaces(Storage& st) {
     const int n = Dir == 0 ? st.imax : Dir == 1 ? st.jmax : st.kmax;
-    const int na = Dir == 0 ? st.jmax : st.imax;  // inner plane index
-    const int nb = Dir == 2 ? st.jmax : st.kmax;  // outer plane index, shared among threads
+    const int na = Dir == 0 ? st.jmax : st.imax; // inner plane index
+    const int nb = Dir == 2 ? st.jmax : st.kmax; // outer plane index, shared among threads
     const double clo = st.ibp[2 * Dir + 1], chi = st.ibp[2 * Dir + 2];
     const double alo = std::abs(clo), ahi = std::abs(chi);
     const View3<double> strain[7] = {st.s11.view(), st.s22.view(), st.s33.view(), st.s12.view(),
@@ -70,8 +69,10 @@ void ghostfaces(Storage& st) {
         return f(a, b, m);
     };
     // A side face shared with another block gets its halo from the exchange instead.
-    const bool low = Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 1, st.ibp[2 * Dir + 1]);
-    const bool high = Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 2, st.ibp[2 * Dir + 2]);
+    const bool low =
+        Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 1, st.ibp[2 * Dir + 1]);
+    const bool high =
+        Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 2, st.ibp[2 * Dir + 2]);
 #pragma omp for schedule(static)
     for (int b = 0; b <= nb + 1; ++b) {
         for (const View3<double>& f : strain) {
@@ -82,12 +83,13 @@ void ghostfaces(Storage& st) {
         }
         for (int a = 0; a <= na + 1; ++a) {
             if (low) at(nut, 0, a, b) = -clo * at(nut, 1, a, b) + (1.0 - alo) * at(nut, n, a, b);
-            if (high) at(nut, n + 1, a, b) = -chi * at(nut, n, a, b) + (1.0 - ahi) * at(nut, 1, a, b);
+            if (high)
+                at(nut, n + 1, a, b) = -chi * at(nut, n, a, b) + (1.0 - ahi) * at(nut, 1, a, b);
         }
     }
 }
 
-}  // namespace
+} // namespace
 
 void smagorinsky(Storage& st) {
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
@@ -142,4 +144,4 @@ void smagorinsky(Storage& st) {
     if (st.dec.distributed()) exchange(st.dec, st.nut, imax, jmax);
 }
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

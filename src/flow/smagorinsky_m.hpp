@@ -13,4 +13,4 @@ namespace riffle::flow {
 
 void smagorinsky(Storage& st);
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

@@ -27,7 +27,7 @@ void timestep(Storage& st) {
                              std::max(std::abs(w(i, j, k - 1)), std::abs(w(i, j, k))) / dz;
             return cfl / a;
         });
-    st.dt = st.dec.distributed() ? allmin(dtmin) : dtmin;  // the smallest of every block's
+    st.dt = st.dec.distributed() ? allmin(dtmin) : dtmin; // the smallest of every block's
 }
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

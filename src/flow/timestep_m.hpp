@@ -12,4 +12,4 @@ namespace riffle::flow {
 
 void timestep(Storage& st);
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

@@ -11,11 +11,11 @@ namespace riffle::flow {
 
 namespace {
 
-constexpr double kappa = 0.4;                   // von Karman constant (cancels in the result)
-constexpr double twelfth = 0.0833333333333333;  // z0 = ks/12, with this rounding of 1/12
-constexpr double mm = 1000.0;                   // ks is given in millimetres
-constexpr double still = 1.0e-8;                // second-row speed below which the wall row is 0
-constexpr double quarter = 0.25;                // weight of the four-point averages
+constexpr double kappa = 0.4;                  // von Karman constant (cancels in the result)
+constexpr double twelfth = 0.0833333333333333; // z0 = ks/12, with this rounding of 1/12
+constexpr double mm = 1000.0;                  // ks is given in millimetres
+constexpr double still = 1.0e-8;               // second-row speed below which the wall row is 0
+constexpr double quarter = 0.25;               // weight of the four-point averages
 
 // ln(y1/z0) and ln(y2/z0) for the wall distances of the first row and of the second.
 struct LogLaw {
@@ -25,7 +25,7 @@ struct LogLaw {
 LogLaw loglaw(double dy, double ks) {
     const double z0 = twelfth * ks / mm;
     const double y1 = 0.5 * dy / z0;
-    const double y2 = (0.5 * dy + 0.5 * dy + dy) / z0;  // 2 dy: deliberately not 1.5 dy
+    const double y2 = (0.5 * dy + 0.5 * dy + dy) / z0; // 2 dy: deliberately not 1.5 dy
     return {std::log(y1), std::log(y2)};
 }
 
@@ -54,15 +54,15 @@ void sidewall(Storage& st, int wall, int row, const ConstView3<double>& cross) {
         u(i, wall, k) = firstrow(u(i, row, k), speed, law);
     });
     loops::forplane({1, imax}, {1, kmax}, [&](int i, int k) {
-        const double ubar = average4(u(i - 1, row, k), u(i, row, k), u(i - 1, row, k + 1),
-                                     u(i, row, k + 1));
+        const double ubar =
+            average4(u(i - 1, row, k), u(i, row, k), u(i - 1, row, k + 1), u(i, row, k + 1));
         const double c = cross(i, row, k);
         const double speed = std::sqrt(ubar * ubar + c * c);
         w(i, wall, k) = firstrow(c, speed, law);
     });
 }
 
-}  // namespace
+} // namespace
 
 // The w part at the south wall takes its second component from v, the wall-normal velocity, not
 // from w as the north wall does: kept on purpose.
@@ -70,4 +70,4 @@ void walls(Storage& st) { sidewall(st, 1, 2, st.v.cview()); }
 
 void walln(Storage& st) { sidewall(st, st.jmax, st.jmax - 1, st.w.cview()); }
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

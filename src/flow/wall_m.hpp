@@ -19,7 +19,7 @@
 
 namespace riffle::flow {
 
-void walls(Storage& st);  // south wall, row j = 1
-void walln(Storage& st);  // north wall, row j = jmax
+void walls(Storage& st); // south wall, row j = 1
+void walln(Storage& st); // north wall, row j = jmax
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

@@ -38,20 +38,20 @@ inline double rhsu(const ConstView3<double>& u, const ConstView3<double>& v,
         c.visc + 0.25 * (nut(i, j, k) + nut(i + 1, j, k) + nut(i, j, k + 1) + nut(i + 1, j, k + 1));
     const double nb =
         c.visc + 0.25 * (nut(i, j, k) + nut(i + 1, j, k) + nut(i, j, k - 1) + nut(i + 1, j, k - 1));
-    const double ddy = (nn * ((u(i, j + 1, k) - u(i, j, k)) / c.dy +
-                              (v(i + 1, j, k) - v(i, j, k)) / c.dx) -
-                        ns * ((u(i, j, k) - u(i, j - 1, k)) / c.dy +
-                              (v(i + 1, j - 1, k) - v(i, j - 1, k)) / c.dx)) /
-                       c.dy;
-    const double ddz = (nt * ((u(i, j, k + 1) - u(i, j, k)) / c.dz +
-                              (w(i + 1, j, k) - w(i, j, k)) / c.dx) -
-                        nb * ((u(i, j, k) - u(i, j, k - 1)) / c.dz +
-                              (w(i + 1, j, k - 1) - w(i, j, k - 1)) / c.dx)) /
-                       c.dz;
+    const double ddy =
+        (nn * ((u(i, j + 1, k) - u(i, j, k)) / c.dy + (v(i + 1, j, k) - v(i, j, k)) / c.dx) -
+         ns * ((u(i, j, k) - u(i, j - 1, k)) / c.dy +
+               (v(i + 1, j - 1, k) - v(i, j - 1, k)) / c.dx)) /
+        c.dy;
+    const double ddz =
+        (nt * ((u(i, j, k + 1) - u(i, j, k)) / c.dz + (w(i + 1, j, k) - w(i, j, k)) / c.dx) -
+         nb * ((u(i, j, k) - u(i, j, k - 1)) / c.dz +
+               (w(i + 1, j, k - 1) - w(i, j, k - 1)) / c.dx)) /
+        c.dz;
     return ((c.source - cx - cy) - cz + ddx) + ddy + ddz;
 }
 
-}  // namespace
+} // namespace
 
 void xvelocity(Storage& st) {
     const Coefficients c{st.dx, st.dy, st.dz, st.visc, st.fx + meanpressuregradient(st.dens)};
@@ -66,4 +66,4 @@ void xvelocity(Storage& st) {
     });
 }
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

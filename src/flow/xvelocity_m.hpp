@@ -13,4 +13,4 @@ namespace riffle::flow {
 
 void xvelocity(Storage& st);
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

@@ -32,23 +32,23 @@ inline double rhsv(const ConstView3<double>& u, const ConstView3<double>& v,
         c.visc + 0.25 * (nut(i, j, k) + nut(i, j + 1, k) + nut(i, j, k + 1) + nut(i, j + 1, k + 1));
     const double nb =
         c.visc + 0.25 * (nut(i, j, k) + nut(i, j + 1, k) + nut(i, j, k - 1) + nut(i, j + 1, k - 1));
-    const double ddx = (ne * ((v(i + 1, j, k) - v(i, j, k)) / c.dx +
-                              (u(i, j + 1, k) - u(i, j, k)) / c.dy) -
-                        nw * ((v(i, j, k) - v(i - 1, j, k)) / c.dx +
-                              (u(i - 1, j + 1, k) - u(i - 1, j, k)) / c.dy)) /
-                       c.dx;
+    const double ddx =
+        (ne * ((v(i + 1, j, k) - v(i, j, k)) / c.dx + (u(i, j + 1, k) - u(i, j, k)) / c.dy) -
+         nw * ((v(i, j, k) - v(i - 1, j, k)) / c.dx +
+               (u(i - 1, j + 1, k) - u(i - 1, j, k)) / c.dy)) /
+        c.dx;
     const double ddy = ((nut(i, j + 1, k) + c.visc) * 2.0 * (v(i, j + 1, k) - v(i, j, k)) / c.dy -
                         (nut(i, j, k) + c.visc) * 2.0 * (v(i, j, k) - v(i, j - 1, k)) / c.dy) /
                        c.dy;
-    const double ddz = (nt * ((v(i, j, k + 1) - v(i, j, k)) / c.dz +
-                              (w(i, j + 1, k) - w(i, j, k)) / c.dy) -
-                        nb * ((v(i, j, k) - v(i, j, k - 1)) / c.dz +
-                              (w(i, j + 1, k - 1) - w(i, j, k - 1)) / c.dy)) /
-                       c.dz;
+    const double ddz =
+        (nt * ((v(i, j, k + 1) - v(i, j, k)) / c.dz + (w(i, j + 1, k) - w(i, j, k)) / c.dy) -
+         nb * ((v(i, j, k) - v(i, j, k - 1)) / c.dz +
+               (w(i, j + 1, k - 1) - w(i, j, k - 1)) / c.dy)) /
+        c.dz;
     return ((c.source - cx - cy) - cz + ddx) + ddy + ddz;
 }
 
-}  // namespace
+} // namespace
 
 void yvelocity(Storage& st) {
     const MomentumCoefficients c{st.dx, st.dy, st.dz, st.visc,
@@ -64,4 +64,4 @@ void yvelocity(Storage& st) {
     });
 }
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

@@ -11,4 +11,4 @@ namespace riffle::flow {
 
 void yvelocity(Storage& st);
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

@@ -32,23 +32,23 @@ inline double rhsw(const ConstView3<double>& u, const ConstView3<double>& v,
         c.visc + 0.25 * (nut(i, j, k) + nut(i, j, k + 1) + nut(i, j + 1, k) + nut(i, j + 1, k + 1));
     const double ns =
         c.visc + 0.25 * (nut(i, j, k) + nut(i, j, k + 1) + nut(i, j - 1, k) + nut(i, j - 1, k + 1));
-    const double ddx = (ne * ((w(i + 1, j, k) - w(i, j, k)) / c.dx +
-                              (u(i, j, k + 1) - u(i, j, k)) / c.dz) -
-                        nw * ((w(i, j, k) - w(i - 1, j, k)) / c.dx +
-                              (u(i - 1, j, k + 1) - u(i - 1, j, k)) / c.dz)) /
-                       c.dx;
-    const double ddy = (nn * ((w(i, j + 1, k) - w(i, j, k)) / c.dy +
-                              (v(i, j, k + 1) - v(i, j, k)) / c.dz) -
-                        ns * ((w(i, j, k) - w(i, j - 1, k)) / c.dy +
-                              (v(i, j - 1, k + 1) - v(i, j - 1, k)) / c.dz)) /
-                       c.dy;
+    const double ddx =
+        (ne * ((w(i + 1, j, k) - w(i, j, k)) / c.dx + (u(i, j, k + 1) - u(i, j, k)) / c.dz) -
+         nw * ((w(i, j, k) - w(i - 1, j, k)) / c.dx +
+               (u(i - 1, j, k + 1) - u(i - 1, j, k)) / c.dz)) /
+        c.dx;
+    const double ddy =
+        (nn * ((w(i, j + 1, k) - w(i, j, k)) / c.dy + (v(i, j, k + 1) - v(i, j, k)) / c.dz) -
+         ns * ((w(i, j, k) - w(i, j - 1, k)) / c.dy +
+               (v(i, j - 1, k + 1) - v(i, j - 1, k)) / c.dz)) /
+        c.dy;
     const double ddz = ((nut(i, j, k + 1) + c.visc) * 2.0 * (w(i, j, k + 1) - w(i, j, k)) / c.dz -
                         (nut(i, j, k) + c.visc) * 2.0 * (w(i, j, k) - w(i, j, k - 1)) / c.dz) /
                        c.dz;
     return ((c.source - cx - cy) - cz + ddx) + ddy + ddz;
 }
 
-}  // namespace
+} // namespace
 
 void zvelocity(Storage& st) {
     const MomentumCoefficients c{st.dx, st.dy, st.dz, st.visc,
@@ -64,4 +64,4 @@ void zvelocity(Storage& st) {
     });
 }
 
-}  // namespace riffle::flow
+} // namespace riffle::flow

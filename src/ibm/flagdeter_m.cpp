@@ -44,8 +44,7 @@ void classifybox(Flags f, Range ri, Range rj, Range rk, Height height, Bed bed) 
 
 // Element (m, a, b) of a flag array, m normal to direction Dir (0 x, 1 y, 2 z) and (a, b) in the
 // plane, b the outer of the two.
-template <int Dir>
-inline std::int32_t& at(const Flags& f, int m, int a, int b) {
+template <int Dir> inline std::int32_t& at(const Flags& f, int m, int a, int b) {
     if constexpr (Dir == 0) return f(m, a, b);
     if constexpr (Dir == 1) return f(a, m, b);
     return f(a, b, m);
@@ -53,18 +52,17 @@ inline std::int32_t& at(const Flags& f, int m, int a, int b) {
 
 // The two ghost layers of one direction and the plane they cover.
 struct Fill {
-    int dir;          // 0 x, 1 y, 2 z
-    int n;            // cells in that direction
-    bool face;        // the variable sits on the faces of this direction (layers 0 and n are faces)
-    int clow, chigh;  // codes of the low and high face
-    Range a, b;       // inner and outer plane index; b is divided among the threads
+    int dir;         // 0 x, 1 y, 2 z
+    int n;           // cells in that direction
+    bool face;       // the variable sits on the faces of this direction (layers 0 and n are faces)
+    int clow, chigh; // codes of the low and high face
+    Range a, b;      // inner and outer plane index; b is divided among the threads
     // Whether the low and the high layer are filled by the rule: not where a neighbour block
     // lies beyond the face (its halo comes from the exchange).
     bool low = true, high = true;
 };
 
-template <int Dir>
-void ghostfill(const Flags& f, const Fill& g) {
+template <int Dir> void ghostfill(const Flags& f, const Fill& g) {
     // |code|: a wall's -1 reverses a velocity's sign but must not reverse a flag.
     const int wl = std::abs(g.clow), wh = std::abs(g.chigh);
     const int n = g.n;
@@ -110,15 +108,14 @@ void markforcing(const Flags& f, Range ri, Range rj, Range rk) {
             if (f(i, j, k) != fluid) return;
             const bool nearbed = f(i - 1, j, k) == solid || f(i + 1, j, k) == solid ||
                                  f(i, j - 1, k) == solid || f(i, j + 1, k) == solid ||
-                                 shared(f(i, j, k - 1)) == solid ||
-                                 shared(f(i, j, k + 1)) == solid;
+                                 shared(f(i, j, k - 1)) == solid || shared(f(i, j, k + 1)) == solid;
             if (nearbed)
                 std::atomic_ref<std::int32_t>(f(i, j, k)).store(forcing, std::memory_order_relaxed);
         },
         loops::Share::free);
 }
 
-}  // namespace
+} // namespace
 
 void flagdeter(Storage& st) {
     // The flags are a function of the bed, the codes and the vertical grid alone; while those
@@ -144,14 +141,14 @@ void flagdeter(Storage& st) {
         Fill{1, jmax, false, cu[south], cu[north], iall, kall},
         Fill{2, kmax, false, cu[bottom], cu[top], iall, jall}};
     std::array<Fill, 3> vfills{Fill{1, jmax, true, cv[south], cv[north], iall, kall},
-                                     Fill{2, kmax, false, cv[bottom], cv[top], iall, jall},
-                                     Fill{0, imax, false, cv[west], cv[east], jall, kall}};
+                               Fill{2, kmax, false, cv[bottom], cv[top], iall, jall},
+                               Fill{0, imax, false, cv[west], cv[east], jall, kall}};
     std::array<Fill, 3> wfills{Fill{2, kmax, true, cw[bottom], cw[top], iall, jall},
-                                     Fill{0, imax, false, cw[west], cw[east], jall, kall},
-                                     Fill{1, jmax, false, cw[south], cw[north], iall, kall}};
+                               Fill{0, imax, false, cw[west], cw[east], jall, kall},
+                               Fill{1, jmax, false, cw[south], cw[north], iall, kall}};
     std::array<Fill, 3> pfills{Fill{0, imax, false, cp[west], cp[east], jall, kall},
-                                     Fill{1, jmax, false, cp[south], cp[north], iall, kall},
-                                     Fill{2, kmax, false, cp[bottom], cp[top], iall, jall}};
+                               Fill{1, jmax, false, cp[south], cp[north], iall, kall},
+                               Fill{2, kmax, false, cp[bottom], cp[top], iall, jall}};
     // On several ranks the side layers beyond a neighbour block keep their own classification
     // (the bed is known over the whole box) and take the neighbour's marking from the exchange.
     if (st.dec.distributed()) {
@@ -177,19 +174,21 @@ void flagdeter(Storage& st) {
         // Layers k = 0 and kmax+1 are classified and then overwritten by the z fill (copies of
         // k = 1 and kmax at wall and surface codes), so a bed at zmin makes no forcing points
         // (likewise for v and the cell centres): the bottom boundary condition is the wall there.
-        classifybox(fu, Range{0, imax + uplus}, jall, kall, centre, [zb, imax, uwrap](int i, int j) {
-            const int a = i > imax ? i - uwrap : i;
-            return (zb(a, j) + zb(a + 1, j)) * 0.5;
-        });
+        classifybox(fu, Range{0, imax + uplus}, jall, kall, centre,
+                    [zb, imax, uwrap](int i, int j) {
+                        const int a = i > imax ? i - uwrap : i;
+                        return (zb(a, j) + zb(a + 1, j)) * 0.5;
+                    });
         fillghosts(fu, ufills);
         markforcing(fu, Range{0, imax}, Range{1, jmax}, Range{1, kmax});
         fillghosts(fu, ufills);
 
         // v points: y faces at cell-centre height, bed midway between the rows j and j+1.
-        classifybox(fv, iall, Range{0, jmax + vplus}, kall, centre, [zb, jmax, vwrap](int i, int j) {
-            const int b = j > jmax ? j - vwrap : j;
-            return (zb(i, b) + zb(i, b + 1)) * 0.5;
-        });
+        classifybox(fv, iall, Range{0, jmax + vplus}, kall, centre,
+                    [zb, jmax, vwrap](int i, int j) {
+                        const int b = j > jmax ? j - vwrap : j;
+                        return (zb(i, b) + zb(i, b + 1)) * 0.5;
+                    });
         fillghosts(fv, vfills);
         markforcing(fv, Range{1, imax}, Range{0, jmax}, Range{1, kmax});
         fillghosts(fv, vfills);
@@ -222,7 +221,7 @@ void flagmove(Storage& st) {
     const View3<double> uo = st.uo.view();
     const View3<double> vo = st.vo.view();
     const View3<double> wo = st.wo.view();
-    const Storage& state = st;  // the search reads the current fields and writes only its value
+    const Storage& state = st; // the search reads the current fields and writes only its value
 
     loops::forbox(
         {{1, imax}, {1, jmax}, {1, kmax}},
@@ -237,4 +236,4 @@ void flagmove(Storage& st) {
         loops::Share::free);
 }
 
-}  // namespace riffle::ibm
+} // namespace riffle::ibm

@@ -42,4 +42,4 @@ void flagdeter(Storage& st);
 // Gives newly emerged forcing points (old flag -1, new flag 0) a previous-level velocity.
 void flagmove(Storage& st);
 
-}  // namespace riffle::ibm
+} // namespace riffle::ibm

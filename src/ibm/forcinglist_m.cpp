@@ -99,7 +99,8 @@ IdwBlock idwblock(const Flags& flag, const Grid& g, Point3 r) {
     });
     if (b.near) return b;
     double sumw = 0.0;
-    for (int m = 0; m < n; ++m) sumw += idwweight(rmax, dist[m]);
+    for (int m = 0; m < n; ++m)
+        sumw += idwweight(rmax, dist[m]);
     b.rmax = rmax;
     b.sumw = sumw;
     return b;
@@ -530,8 +531,7 @@ void walkvelocity(Storage& st, int grid, LawOut out = {nullptr, nullptr}) {
         walkgroups<Law>(
             st, list.trilinear, q, c,
             [&fl](const TrilinearPoint& e, Tangential& t) {
-                const Point3 v{trilinear(fl.u, e.su), trilinear(fl.v, e.sv),
-                               trilinear(fl.w, e.sw)};
+                const Point3 v{trilinear(fl.u, e.su), trilinear(fl.v, e.sv), trilinear(fl.w, e.sw)};
                 t = tangential(v, e.e);
                 return true;
             },
@@ -666,8 +666,7 @@ void forceeddy(Storage& st) {
 namespace {
 
 // The entry of point (i, j, k) in a list ordered by k, j, i; -1 when it is not a forcing point.
-template <class Entry>
-std::int32_t entryat(const std::vector<Entry>& list, int i, int j, int k) {
+template <class Entry> std::int32_t entryat(const std::vector<Entry>& list, int i, int j, int k) {
     const auto before = [](const Entry& e, const std::array<int, 3>& key) {
         return std::array<int, 3>{e.k, e.j, e.i} < key;
     };
@@ -686,13 +685,15 @@ void mapfaces(const std::array<PointList, 3>& velocity, const std::vector<EddyPo
     const auto col = [imax](int i, int j) {
         return static_cast<std::size_t>(j) * (imax + 2) + static_cast<std::size_t>(i);
     };
-    for (const EddyPoint& e : cells) topk[col(e.i, e.j)] = std::max(topk[col(e.i, e.j)], e.k);
+    for (const EddyPoint& e : cells)
+        topk[col(e.i, e.j)] = std::max(topk[col(e.i, e.j)], e.k);
     out.resize(cells.size());
     for (std::size_t m = 0; m < cells.size(); ++m) {
         const EddyPoint& e = cells[m];
         WallCell& w = out[m];
         w.faces = {entryat(of(velocity[0]), e.i, e.j, e.k), entryat(of(velocity[1]), e.i, e.j, e.k),
-                   entryat(of(velocity[2]), e.i, e.j, e.k - 1), entryat(of(velocity[2]), e.i, e.j, e.k)};
+                   entryat(of(velocity[2]), e.i, e.j, e.k - 1),
+                   entryat(of(velocity[2]), e.i, e.j, e.k)};
         w.top = topk[col(e.i, e.j)] == e.k;
     }
 }
@@ -702,9 +703,9 @@ const std::vector<IdwPoint>& idwof(const PointList& l) { return l.idw; }
 
 // What the law gives a forcing cell.
 struct CellLaw {
-    double ustar = 0.0;  // mean u*
-    double tau = 0.0;    // mean u*^2
-    Point3 stress;       // mean u*^2 along the tangential direction
+    double ustar = 0.0; // mean u*
+    double tau = 0.0;   // mean u*^2
+    Point3 stress;      // mean u*^2 along the tangential direction
 };
 
 // The friction velocity and bed stress of a forcing cell from the velocity forcing points on the
@@ -720,7 +721,8 @@ inline CellLaw celllaw(const WallCell& c, const WallLists& wl) {
         return m < 0 ? -1.0 : wl.ustar[grid[f]][static_cast<std::size_t>(m)];
     };
     bool others = false;
-    for (std::size_t f = 0; f < c.faces.size(); ++f) others = others || (f != lower && law(f) >= 0.0);
+    for (std::size_t f = 0; f < c.faces.size(); ++f)
+        others = others || (f != lower && law(f) >= 0.0);
     CellLaw out;
     int n = 0;
     for (std::size_t f = 0; f < c.faces.size(); ++f) {

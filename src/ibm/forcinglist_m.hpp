@@ -66,9 +66,9 @@ struct EddyPoint {
     std::int32_t i = 0, j = 0, k = 0;
     bool zero = false; // too close to the bed: nut(P) = 0
     double dp = 0.0, den = 0.0;
-    Stencil s{};    // variant A
-    Point3 r;       // variant B
-    IdwBlock block; // variant B
+    Stencil s{};     // variant A
+    Point3 r;        // variant B
+    IdwBlock block;  // variant B
     double ez = 0.0; // z component of the unit bed normal through P (the wall-layer model)
 };
 

@@ -59,11 +59,21 @@ struct Grid {
 // An axis of n cells (the whole box's count) whose array holds the indices `held` of a block
 // shifted by `shift`.
 inline Axis faceaxis(double lo, double h, int n, int shift = 0, Range held = {-1, 1 << 30}) {
-    return {lo, h, 0.0, std::max(-1 - shift, held.lo), std::min(n + 1 - shift, held.hi), shift,
+    return {lo,
+            h,
+            0.0,
+            std::max(-1 - shift, held.lo),
+            std::min(n + 1 - shift, held.hi),
+            shift,
             std::max(-shift, held.lo)};
 }
 inline Axis centreaxis(double lo, double h, int n, int shift = 0, Range held = {0, 1 << 30}) {
-    return {lo, h, -0.5, std::max(-shift, held.lo), std::min(n + 1 - shift, held.hi), shift,
+    return {lo,
+            h,
+            -0.5,
+            std::max(-shift, held.lo),
+            std::min(n + 1 - shift, held.hi),
+            shift,
             std::max(-shift, held.lo)};
 }
 
@@ -249,8 +259,8 @@ inline Point3 bednormal(const Storage& st, Point3 f) {
     const double x1 = st.xmin + (a - 0.5) * st.dx, x2 = st.xmin + (a + 0.5) * st.dx;
     const double y1 = st.ymin + (b - 0.5) * st.dy, y2 = st.ymin + (b + 0.5) * st.dy;
     const int ia = a - st.ioffset(), jb = b - st.joffset();
-    const Bilinear s = bilinear(x1, x2, y1, y2, st.zb(ia, jb), st.zb(ia + 1, jb),
-                                st.zb(ia, jb + 1), st.zb(ia + 1, jb + 1));
+    const Bilinear s = bilinear(x1, x2, y1, y2, st.zb(ia, jb), st.zb(ia + 1, jb), st.zb(ia, jb + 1),
+                                st.zb(ia + 1, jb + 1));
     const double zx = s.cx + s.cxy * f.y, zy = s.cy + s.cxy * f.x;
     const double len = std::sqrt(zx * zx + zy * zy + 1.0);
     return {-zx / len, -zy / len, 1.0 / len};

@@ -67,7 +67,8 @@ void bedshearnodes(const Storage& st, BedShearNodes& out) {
         for (int i = 0; i <= st.imax; ++i, ++at) {
             // Node (i, j) is the corner shared by the columns i, i+1 and j, j+1.
             const auto mean = [&](int c) {
-                return quarter * (b(i, j, c) + b(i + 1, j, c) + b(i, j + 1, c) + b(i + 1, j + 1, c));
+                return quarter *
+                       (b(i, j, c) + b(i + 1, j, c) + b(i, j + 1, c) + b(i + 1, j + 1, c));
             };
             out.tau[at] = mean(0);
             out.taux[at] = mean(1);

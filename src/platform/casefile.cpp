@@ -117,8 +117,8 @@ void writesurface(int fn, const std::string& path, const BedSurface& s, double t
     const cgsize_t size[6] = {s.ni, s.nj, s.ni - 1, s.nj - 1, 0, 0};
     check(cg_zone_write(fn, B, cu::surface_zone, size, Structured, &Z), path,
           "writing zone /Bed/Surface");
-    for (const auto& [name, values] : {std::pair{"CoordinateX", s.x}, {"CoordinateY", s.y},
-                                       {"CoordinateZ", s.z}})
+    for (const auto& [name, values] :
+         {std::pair{"CoordinateX", s.x}, {"CoordinateY", s.y}, {"CoordinateZ", s.z}})
         check(cg_coord_write(fn, B, Z, RealDouble, name, values, &C), path,
               std::string("writing /Bed/Surface ") + name);
     check(cg_ziter_write(fn, B, Z, cu::zone_iter_node), path, "writing the /Bed pointers");
@@ -141,8 +141,7 @@ void openforreading(const std::string& path, OpenFile& file) {
 // Makes a new CGNS file at `path` through `write` (given the open file), under a temporary name
 // beside `path` that is renamed into place at the end: the rename within one folder is atomic,
 // so an interrupted write never leaves a half-made file at `path`.
-template <class Write>
-void writeatomically(const std::string& path, Write write) {
+template <class Write> void writeatomically(const std::string& path, Write write) {
     TemporaryFile temporary{path + ".tmp" + std::to_string(::getpid())};
     {
         OpenFile file;
@@ -165,7 +164,7 @@ void writeatomically(const std::string& path, Write write) {
     temporary.kept = true;
 }
 
-}  // namespace
+} // namespace
 
 void writecasefile(const std::string& path, const BedGrid& bed,
                    const std::vector<Condition>& conditions) {
@@ -173,8 +172,8 @@ void writecasefile(const std::string& path, const BedGrid& bed,
     if (bed.ni < 1 || bed.nj < 1 || bed.x.size() != nodes || bed.y.size() != nodes ||
         bed.elevation.size() != nodes) {
         fail(path, "checking the bed grid",
-             "arrays must hold ni*nj = " + std::to_string(bed.ni) + "*" +
-                 std::to_string(bed.nj) + " values each");
+             "arrays must hold ni*nj = " + std::to_string(bed.ni) + "*" + std::to_string(bed.nj) +
+                 " values each");
     }
     writeatomically(path, [&](int fn) { writecase(fn, path, bed, conditions); });
 }
@@ -194,8 +193,8 @@ void writeresultsfile(const std::string& path, int ni, int nj, int nk, const dou
         check(cg_base_write(fn, cu::flow_base, 3, 3, &B), path, "writing base /Flow");
         const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
         check(cg_zone_write(fn, B, cu::box_zone, size, Structured, &Z), path, "writing zone Box");
-        for (const auto& [name, values] : {std::pair{"CoordinateX", x}, {"CoordinateY", y},
-                                           {"CoordinateZ", z}})
+        for (const auto& [name, values] :
+             {std::pair{"CoordinateX", x}, {"CoordinateY", y}, {"CoordinateZ", z}})
             check(cg_coord_write(fn, B, Z, RealDouble, name, values, &C), path, name);
         check(cg_biter_write(fn, B, cu::base_iter_node, 1), path, "writing the time");
         const cgsize_t one = 1;
@@ -208,8 +207,8 @@ void writeresultsfile(const std::string& path, int ni, int nj, int nk, const dou
         const cgsize_t pdims[2] = {32, 1};
         check(cg_array_write(cu::sol_pointers, Character, 2, pdims, pointer.data()), path,
               "writing the pointers");
-        check(cg_sol_write(fn, B, Z, (std::string(cu::sol_prefix) + "1").c_str(), Vertex, &S),
-              path, "writing the solution");
+        check(cg_sol_write(fn, B, Z, (std::string(cu::sol_prefix) + "1").c_str(), Vertex, &S), path,
+              "writing the solution");
         for (const NodeField& f : fields)
             check(cg_field_write(fn, B, Z, S, RealDouble, f.name.c_str(), f.values, &F), path,
                   "writing " + f.name);
@@ -252,4 +251,4 @@ BedGrid readbed(const std::string& path) {
     return bed;
 }
 
-}  // namespace riffle::platform
+} // namespace riffle::platform

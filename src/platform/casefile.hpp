@@ -88,4 +88,4 @@ std::vector<StoredCondition> listconditions(const std::string& path);
 // CaseFileError.
 BedGrid readbed(const std::string& path);
 
-}  // namespace riffle::platform
+} // namespace riffle::platform

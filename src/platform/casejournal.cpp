@@ -47,12 +47,14 @@ constexpr haddr_t max_address = static_cast<haddr_t>(std::numeric_limits<off_t>:
 // ---- journal encoding --------------------------------------------------------------------------
 
 void putword(Bytes& out, std::uint64_t v) {
-    for (std::size_t b = 0; b < word; ++b) out.push_back(static_cast<unsigned char>(v >> (8 * b)));
+    for (std::size_t b = 0; b < word; ++b)
+        out.push_back(static_cast<unsigned char>(v >> (8 * b)));
 }
 
 std::uint64_t getword(const unsigned char* p) {
     std::uint64_t v = 0;
-    for (std::size_t b = 0; b < word; ++b) v |= static_cast<std::uint64_t>(p[b]) << (8 * b);
+    for (std::size_t b = 0; b < word; ++b)
+        v |= static_cast<std::uint64_t>(p[b]) << (8 * b);
     return v;
 }
 
@@ -70,7 +72,8 @@ using Regions = std::map<haddr_t, Bytes>;
 
 Bytes encode(haddr_t target, const Regions& regions) {
     std::size_t size = 4 * word;
-    for (const auto& [addr, bytes] : regions) size += 2 * word + bytes.size();
+    for (const auto& [addr, bytes] : regions)
+        size += 2 * word + bytes.size();
     Bytes out;
     out.reserve(size);
     out.insert(out.end(), std::begin(journal_magic), std::end(journal_magic));
@@ -93,8 +96,8 @@ struct Span {
 
 // The regions and target size of a journal; false when it is not a whole journal.
 bool decode(const Bytes& in, std::uint64_t& target, std::vector<Span>& spans) {
-    if (in.size() < 4 * word || !std::equal(std::begin(journal_magic), std::end(journal_magic),
-                                            in.begin()))
+    if (in.size() < 4 * word ||
+        !std::equal(std::begin(journal_magic), std::end(journal_magic), in.begin()))
         return false;
     const std::size_t body = in.size() - word;
     if (getword(in.data() + body) != fnv1a(in.data(), body)) return false;
@@ -122,7 +125,7 @@ bool writeall(int fd, const unsigned char* p, std::uint64_t n, std::uint64_t at)
         const ssize_t w = ::pwrite(fd, p, n, static_cast<off_t>(at));
         if (w < 0 && errno == EINTR) continue;
         if (w <= 0) {
-            lastfailure = w < 0 ? errno : ENOSPC;  // a write of nothing: no room
+            lastfailure = w < 0 ? errno : ENOSPC; // a write of nothing: no room
             return false;
         }
         p += w;
@@ -165,7 +168,7 @@ bool readwhole(const std::string& path, Bytes& out) {
 
 // Writes the journal whole under a temporary name and renames it into place.
 bool writejournal(const std::string& journal, haddr_t target, const Regions& regions) {
-    const std::string partial = journal + ".tmp";  // CASE.journal.tmp
+    const std::string partial = journal + ".tmp"; // CASE.journal.tmp
     const int fd = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0) {
         lastfailure = errno;
@@ -195,16 +198,16 @@ struct JournalFile : H5FD_t {
     int fd = -1;
     dev_t device = 0;
     ino_t inode = 0;
-    std::string journal;      // path of CASE.journal
-    haddr_t eoa = 0;          // end of the space HDF5 has allocated
-    haddr_t eof = 0;          // size of the file as HDF5 sees it
-    haddr_t committed = 0;    // size of the file on disk at the last commit
-    haddr_t cut = 0;          // lowest truncation since then (= committed when none)
-    Regions staged;           // writes below `committed` since then
+    std::string journal;   // path of CASE.journal
+    haddr_t eoa = 0;       // end of the space HDF5 has allocated
+    haddr_t eof = 0;       // size of the file as HDF5 sees it
+    haddr_t committed = 0; // size of the file on disk at the last commit
+    haddr_t cut = 0;       // lowest truncation since then (= committed when none)
+    Regions staged;        // writes below `committed` since then
     // Set by the first write or truncation the disk refused: HDF5's view no longer matches what
     // reached the disk, so no commit may follow; abandon() keeps the last one.
     bool failed = false;
-    bool abandoned = false;   // given up: the disk is no longer touched
+    bool abandoned = false; // given up: the disk is no longer touched
 };
 
 // The files the driver has open (the solver holds one case).
@@ -222,7 +225,7 @@ void stage(Regions& staged, haddr_t addr, const unsigned char* p, std::size_t n)
         if (prev->first + prev->second.size() >= addr) first = prev;
     }
     if (first != staged.end() && first->first <= addr &&
-        first->first + first->second.size() >= end) {  // inside one region: the usual rewrite
+        first->first + first->second.size() >= end) { // inside one region: the usual rewrite
         std::memcpy(first->second.data() + (addr - first->first), p, n);
         return;
     }
@@ -254,17 +257,17 @@ void clip(Regions& staged, haddr_t size) {
 // new size into the file, then the journal is removed.
 bool writecommit(JournalFile& f) {
     if (f.staged.empty() && f.cut == f.committed) {
-        f.committed = f.cut = f.eof;  // only new space was written
+        f.committed = f.cut = f.eof; // only new space was written
         return true;
     }
     const haddr_t target = f.eof;
     // Bytes cut away and not written since read as zeros: zeros must replace them on disk too.
     const haddr_t zerosend = std::min(f.committed, target);
     for (haddr_t at = f.cut; at < zerosend;) {
-        const auto next = f.staged.upper_bound(at);  // the first region that starts after `at`
+        const auto next = f.staged.upper_bound(at); // the first region that starts after `at`
         if (next != f.staged.begin()) {
             const auto prev = std::prev(next);
-            if (prev->first + prev->second.size() > at) {  // `at` is staged already
+            if (prev->first + prev->second.size() > at) { // `at` is staged already
                 at = prev->first + prev->second.size();
                 continue;
             }
@@ -333,7 +336,7 @@ herr_t dclose(H5FD_t* file) {
     JournalFile* f = &self(file);
     bool ok = false;
     try {
-        ok = commit(*f);  // nothing left after the library's last flush, as a rule
+        ok = commit(*f); // nothing left after the library's last flush, as a rule
     } catch (const std::exception&) {
     }
     if (::close(f->fd) != 0) ok = false;
@@ -392,7 +395,7 @@ herr_t dread(H5FD_t* file, H5FD_mem_t /*type*/, hid_t /*dxpl*/, haddr_t addr, si
         const ssize_t r = ::pread(f.fd, out + done, size - done, static_cast<off_t>(addr + done));
         if (r < 0 && errno == EINTR) continue;
         if (r < 0) return -1;
-        if (r == 0) {  // past the end of the file: zeros
+        if (r == 0) { // past the end of the file: zeros
             std::memset(out + done, 0, size - done);
             break;
         }
@@ -483,7 +486,7 @@ const H5FD_class_t journal_class = {
     .maxaddr = max_address,
     .fc_degree = H5F_CLOSE_WEAK,
     .terminate = dterminate,
-    .sb_size = nullptr,  // no driver block in the superblock: the file stays plain
+    .sb_size = nullptr, // no driver block in the superblock: the file stays plain
     .sb_encode = nullptr,
     .sb_decode = nullptr,
     .fapl_size = 0,
@@ -508,7 +511,7 @@ const H5FD_class_t journal_class = {
     .write = dwrite,
     .flush = dflush,
     .truncate = dtruncate,
-    .lock = nullptr,  // the solver's run lock stands in for HDF5's, which it switches off
+    .lock = nullptr, // the solver's run lock stands in for HDF5's, which it switches off
     .unlock = nullptr,
     .fl_map = H5FD_FLMAP_DICHOTOMY,
 };
@@ -520,7 +523,7 @@ struct Armed {
     dev_t device = 0;
     ino_t inode = 0;
 };
-Armed armed;  // CG_OPEN_F runs on the main thread only
+Armed armed; // CG_OPEN_F runs on the main thread only
 
 bool isarmed(const char* name, unsigned flags) {
     if (!armed.on || name == nullptr || (flags & H5F_ACC_RDWR) == 0) return false;
@@ -550,7 +553,7 @@ int lockcase(const std::string& path, int& fd) {
     return err;
 }
 
-}  // namespace
+} // namespace
 
 bool lockforrun(const std::string& casepath, int& fd) { return lockcase(casepath, fd) == 0; }
 
@@ -598,7 +601,7 @@ hid_t driver() {
     return driverid;
 }
 
-}  // namespace casejournal
+} // namespace casejournal
 
 bool replayjournal(const std::string& casepath) {
     namespace cj = casejournal;
@@ -608,21 +611,21 @@ bool replayjournal(const std::string& casepath) {
         return false;
     int fd = -1;
     const int err = cj::lockcase(casepath, fd);
-    if (err == EAGAIN || err == EACCES) return false;  // a run holds the case and commits itself
+    if (err == EAGAIN || err == EACCES) return false; // a run holds the case and commits itself
     if (err != 0) {
-        throw CaseFileError("case file " + casepath + ": replaying its journal: " +
-                            std::strerror(err));
+        throw CaseFileError("case file " + casepath +
+                            ": replaying its journal: " + std::strerror(err));
     }
     const cj::Replay done = cj::replay(casepath, fd);
     ::close(fd);
     if (done == cj::Replay::failed) {
-        throw CaseFileError("case file " + casepath + ": replaying its journal: " +
-                            std::strerror(errno));
+        throw CaseFileError("case file " + casepath +
+                            ": replaying its journal: " + std::strerror(errno));
     }
     return done == cj::Replay::replayed;
 }
 
-}  // namespace riffle::platform
+} // namespace riffle::platform
 
 // HDF5's H5Fopen, as libcgns calls it. The armed open gets the journaling driver on a copy of the
 // library's file-access list; every other call goes on unchanged to HDF5.
@@ -630,7 +633,7 @@ extern "C" hid_t H5Fopen(const char* filename, unsigned flags, hid_t fapl) {
     namespace cj = riffle::platform::casejournal;
     using Open = hid_t (*)(const char*, unsigned, hid_t);
     static const Open real = [] {
-        void* f = ::dlvsym(RTLD_NEXT, "H5Fopen", "HDF5_SERIAL_1.8.7");  // Debian's serial HDF5
+        void* f = ::dlvsym(RTLD_NEXT, "H5Fopen", "HDF5_SERIAL_1.8.7"); // Debian's serial HDF5
         if (f == nullptr) f = ::dlsym(RTLD_NEXT, "H5Fopen");
         return reinterpret_cast<Open>(f);
     }();

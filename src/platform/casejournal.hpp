@@ -36,10 +36,10 @@ namespace casejournal {
 
 // Outcome of a replay.
 enum class Replay {
-    none,       // no journal
-    replayed,   // a whole journal was written into the case and removed
-    discarded,  // a damaged journal was removed; the case was left as it was
-    failed,     // the case could not be repaired (I/O error); the journal is kept
+    none,      // no journal
+    replayed,  // a whole journal was written into the case and removed
+    discarded, // a damaged journal was removed; the case was left as it was
+    failed,    // the case could not be repaired (I/O error); the journal is kept
 };
 
 // Takes the run lock: an exclusive open-file-description lock on the whole case, tied to a
@@ -69,5 +69,5 @@ void abandon();
 // The driver's HDF5 identifier (registered on first use), for tests that set it on a fapl.
 hid_t driver();
 
-}  // namespace casejournal
-}  // namespace riffle::platform
+} // namespace casejournal
+} // namespace riffle::platform

@@ -22,16 +22,22 @@ void quietlibrary() {
     std::call_once(once, [] { cg_error_handler(dropmessage); });
 }
 
-}  // namespace
+} // namespace
 
 std::string describe(int rc) {
     switch (rc) {
-    case CG_OK: return "no error";
-    case CG_NODE_NOT_FOUND: return "node not found";
-    case missing_file: return "no such file";
-    case not_cgns: return "unreadable or not a CGNS file";
-    case bad_layout: return "node of unexpected type or shape";
-    default: break;
+    case CG_OK:
+        return "no error";
+    case CG_NODE_NOT_FOUND:
+        return "node not found";
+    case missing_file:
+        return "no such file";
+    case not_cgns:
+        return "unreadable or not a CGNS file";
+    case bad_layout:
+        return "node of unexpected type or shape";
+    default:
+        break;
     }
     std::string text = cg_get_error();
     std::replace(text.begin(), text.end(), '\n', ' ');
@@ -182,7 +188,8 @@ int readcondition(int A, StoredCondition& c) {
     cgsize_t dims[CGIO_MAX_DIMENSIONS] = {};
     if (const int rc = cg_array_info(A, name, &type, &ndim, dims); rc != CG_OK) return rc;
     long length = 1;
-    for (int d = 0; d < ndim; ++d) length *= dims[d];
+    for (int d = 0; d < ndim; ++d)
+        length *= dims[d];
     StoredCondition out;
     out.key = name;
     out.datatype = cg_DataTypeName(type);
@@ -205,4 +212,4 @@ int readcondition(int A, StoredCondition& c) {
     return CG_OK;
 }
 
-}  // namespace riffle::platform::cgnsutil
+} // namespace riffle::platform::cgnsutil

@@ -35,9 +35,9 @@ inline constexpr const char* sol_pointers = "FlowSolutionPointers";
 inline constexpr const char* sol_prefix = "FlowSolution";
 
 // Faults found by these helpers rather than by the library (kept clear of CGNS's codes 0..4).
-inline constexpr int missing_file = 101;  // no regular file at the path
-inline constexpr int not_cgns = 102;      // unreadable, or not a CGNS file of a known type
-inline constexpr int bad_layout = 103;    // a node exists but has another type or shape
+inline constexpr int missing_file = 101; // no regular file at the path
+inline constexpr int not_cgns = 102;     // unreadable, or not a CGNS file of a known type
+inline constexpr int bad_layout = 103;   // a node exists but has another type or shape
 
 // Words for a return code, for error messages: the library's text for its own codes.
 std::string describe(int rc);
@@ -65,4 +65,4 @@ int readbedattribute(int fn, int B, int Z, const char* name, std::vector<double>
 // and its value where it is an integer or real of length 1 or a 1-D string.
 int readcondition(int A, StoredCondition& c);
 
-}  // namespace riffle::platform::cgnsutil
+} // namespace riffle::platform::cgnsutil

@@ -30,9 +30,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <cmath>
 #include <string>
 #include <type_traits>
 #include <variant>
@@ -55,9 +55,9 @@ constexpr int pointer_width = 32;
 constexpr std::size_t string_capacity = 200;
 
 struct Selection {
-    int fid = 0;       // file handle of CG_KAVEL_INIT_F; 0 = nothing selected
-    int casebase = 0;  // index of /Case
-    int bed = 0;       // index of /Case/Bed
+    int fid = 0;      // file handle of CG_KAVEL_INIT_F; 0 = nothing selected
+    int casebase = 0; // index of /Case
+    int bed = 0;      // index of /Case/Bed
     // /Flow, Box and the FlowSolution opened by the last successful CG_KAVEL_WRITE_SOL_TIME_F of
     // this selection; solution = 0 while none is open (none yet, or a grid or time write since).
     int flowbase = 0;
@@ -317,8 +317,7 @@ int writegrid(int ni, int nj, int nk, const double* x, const double* y, const do
 }
 
 // A calculation condition of type T (int, double or std::string) into `value`.
-template <typename T>
-int readkey(const std::string& key, T& value) {
+template <typename T> int readkey(const std::string& key, T& value) {
     if (selected.fid == 0) return CG_ERROR;
     if (const int rc = cg_gopath(selected.fid, cu::conditions_path); rc != CG_OK) return rc;
     int A = 0;
@@ -335,7 +334,7 @@ int readkey(const std::string& key, T& value) {
     return CG_OK;
 }
 
-}  // namespace
+} // namespace
 
 void CG_OPEN_F(const std::string& file, int mode, int& fid, int& ier) {
     // Only reading and modifying: the write mode would create or empty the file.
@@ -449,8 +448,8 @@ void CG_KAVEL_READ_STRING_F(const std::string& key, std::string& value, int& ier
 
 void CG_KAVEL_WRITEGRIDCOORD3D_F(int ni, int nj, int nk, const double* x, const double* y,
                                  const double* z, int& ier) {
-    ier = flag(selected.fid != 0 && ni >= 1 && nj >= 1 && nk >= 1 && x != nullptr &&
-               y != nullptr && z != nullptr && writegrid(ni, nj, nk, x, y, z) == CG_OK);
+    ier = flag(selected.fid != 0 && ni >= 1 && nj >= 1 && nk >= 1 && x != nullptr && y != nullptr &&
+               z != nullptr && writegrid(ni, nj, nk, x, y, z) == CG_OK);
 }
 
 void CG_KAVEL_WRITE_SOL_TIME_F(double t, int& ier) {
@@ -493,9 +492,10 @@ std::string lastwriteproblem() {
 
 void CG_KAVEL_ABANDON_F() {
     casejournal::abandon();
-    for (const RunLock& l : runlocks) ::close(l.fd);
+    for (const RunLock& l : runlocks)
+        ::close(l.fd);
     runlocks.clear();
     selected = Selection{};
 }
 
-}  // namespace riffle::platform
+} // namespace riffle::platform

@@ -8,8 +8,9 @@
 //       ZoneIterativeData      FlowSolutionPointers C1(32,N)
 //       FlowSolution<n>        Vertex fields VelocityX ... Coherent, R8(I,J,K)
 //   /Case                      CGNSBase_t, cell dim 2, phys dim 2 (the case)
-//     CalculationConditions    UserDefinedData_t of DataArray_t named by key: I4(1), R8(1) or C1(len)
-//     Bed                      structured zone I x J: GridCoordinates (X, Y), NodeAttributes/Elevation
+//     CalculationConditions    UserDefinedData_t of DataArray_t named by key: I4(1), R8(1) or
+//     C1(len) Bed                      structured zone I x J: GridCoordinates (X, Y),
+//     NodeAttributes/Elevation
 //   /Bed                       CGNSBase_t, cell dim 2, phys dim 3 (the bed's fields over time; only
 //                              in a run that writes them)
 //     BaseIterativeData        NumberOfSteps N, TimeValues R8(N), as in /Flow
@@ -46,7 +47,8 @@ inline constexpr int mode_modify = 2;
 void CG_OPEN_F(const std::string& file, int mode, int& fid, int& ier);
 void CG_CLOSE_F(int fid, int& ier);
 
-// Selects `fid` for the calls below and locates /Case and /Case/Bed (ier != 0 if either is missing).
+// Selects `fid` for the calls below and locates /Case and /Case/Bed (ier != 0 if either is
+// missing).
 void CG_KAVEL_INIT_F(int fid, int& ier);
 
 // Node counts of the 2-D bed grid.
@@ -99,4 +101,4 @@ void CG_KAVEL_FLUSH_F(int& ier);
 // exit included, and the run lock is released. The selection is gone after.
 void CG_KAVEL_ABANDON_F();
 
-}  // namespace riffle::platform
+} // namespace riffle::platform

@@ -25,4 +25,4 @@ void correction(Storage& st) {
     });
 }
 
-}  // namespace riffle::pressure
+} // namespace riffle::pressure

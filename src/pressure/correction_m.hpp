@@ -11,4 +11,4 @@ namespace riffle::pressure {
 
 void correction(Storage& st);
 
-}  // namespace riffle::pressure
+} // namespace riffle::pressure

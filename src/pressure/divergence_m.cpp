@@ -22,7 +22,7 @@ struct Found {
     std::vector<int> cells;
 };
 
-}  // namespace
+} // namespace
 
 void divergence(Storage& st) {
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
@@ -71,4 +71,4 @@ void divergence(Storage& st) {
     st.divtotal = allsum(st.divtotal);
 }
 
-}  // namespace riffle::pressure
+} // namespace riffle::pressure

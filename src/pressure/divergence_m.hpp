@@ -14,4 +14,4 @@ inline constexpr double divergencelimit = 0.01;
 
 void divergence(Storage& st);
 
-}  // namespace riffle::pressure
+} // namespace riffle::pressure

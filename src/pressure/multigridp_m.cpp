@@ -14,8 +14,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstddef>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -65,8 +65,8 @@ inline double pointvalue(double sumi, double sumj, double sumk, double src, doub
 inline double nanmax(double a, double b) { return (b > a || std::isnan(b)) ? b : a; }
 
 // Max is exact in any order (and a NaN stays a NaN), so a reduction clause is deterministic here.
-#pragma omp declare reduction(nanmax : double : omp_out = nanmax(omp_out, omp_in)) \
-    initializer(omp_priv = 0.0)
+#pragma omp declare reduction(nanmax:double                                                        \
+                              : omp_out = nanmax(omp_out, omp_in)) initializer(omp_priv = 0.0)
 
 // ---- vertical-line Gauss-Seidel ---------------------------------------------------------------
 //
@@ -79,30 +79,27 @@ inline double nanmax(double a, double b) { return (b > a || std::isnan(b)) ? b :
 
 // The eliminated diagonal b(1..nz) of the column system.
 void eliminateddiagonal(double d0, double cz, double tb, double tt, int nz, double* b) {
-    for (int k = 1; k <= nz; ++k) b[k] = d0;
+    for (int k = 1; k <= nz; ++k)
+        b[k] = d0;
     b[1] = b[1] + cz * tb;
     b[nz] = b[nz] + cz * tt;
-    for (int k = 1; k < nz; ++k) b[k + 1] = b[k + 1] - cz * cz / b[k];
+    for (int k = 1; k < nz; ++k)
+        b[k + 1] = b[k + 1] - cz * cz / b[k];
 }
 
 // Columns solved together, one per lane of a vector register: strips of 8 rows, and of 4 or 2
 // where fewer rows are left (few rows per thread on small or coarse grids).
-template <int L>
-struct LaneVector;
-template <>
-struct LaneVector<8> {
+template <int L> struct LaneVector;
+template <> struct LaneVector<8> {
     using type = double __attribute__((vector_size(8 * sizeof(double))));
 };
-template <>
-struct LaneVector<4> {
+template <> struct LaneVector<4> {
     using type = double __attribute__((vector_size(4 * sizeof(double))));
 };
-template <>
-struct LaneVector<2> {
+template <> struct LaneVector<2> {
     using type = double __attribute__((vector_size(2 * sizeof(double))));
 };
-template <int L>
-using Lanes = typename LaneVector<L>::type;
+template <int L> using Lanes = typename LaneVector<L>::type;
 
 // One strip of nl <= L rows from j0, swept as a skewed wavefront: at step s lane l solves column
 // (s - l, j0 + l), one column behind the row below it. A column needs the new values of its west
@@ -115,10 +112,10 @@ void sweepstrip(const View& phi, const CView& src, int nx, int j0, int nl, int n
     using V = Lanes<L>;
     thread_local std::vector<V> work;
     const std::size_t need = 3 * (static_cast<std::size_t>(nz) + 1);
-    if (work.size() < need) work.resize(need);  // once per thread and size
+    if (work.size() < need) work.resize(need); // once per thread and size
     V* const r = work.data();
-    V* x = r + nz + 1;   // this step's columns
-    V* xp = x + nz + 1;  // the previous step's columns
+    V* x = r + nz + 1;  // this step's columns
+    V* xp = x + nz + 1; // the previous step's columns
     // Strides of phi and src between neighbours in j and k (the same layout for both), and
     // between the columns of neighbouring lanes (one row up, one column back).
     const std::ptrdiff_t sj = &phi(1, 2, 1) - &phi(1, 1, 1);
@@ -149,7 +146,8 @@ void sweepstrip(const View& phi, const CView& src, int nx, int j0, int nl, int n
                     sv[l] = q[l * sl];
                 }
                 south[0] = p[-sj];
-                for (int l = 1; l < L; ++l) south[l] = xp[k][l - 1];
+                for (int l = 1; l < L; ++l)
+                    south[l] = xp[k][l - 1];
                 V rk = sv - (xp[k] + east) * cx - (south + north) * cy;
                 if (k > 1) rk = rk - cz * r[k - 1] / bm[k - 1];
                 r[k] = rk;
@@ -158,7 +156,8 @@ void sweepstrip(const View& phi, const CView& src, int nx, int j0, int nl, int n
             // Idle lanes (the wavefront's ends, a short strip) solve a zero column.
             for (int l = 0; l < L; ++l) {
                 if (l >= lfirst && l <= llast) continue;
-                for (int k = 1; k <= nz; ++k) r[k][l] = 0.0;
+                for (int k = 1; k <= nz; ++k)
+                    r[k][l] = 0.0;
             }
             for (int l = lfirst; l <= llast; ++l) {
                 const double* p = &phi(s - l, j0 + l, 1);
@@ -167,13 +166,16 @@ void sweepstrip(const View& phi, const CView& src, int nx, int j0, int nl, int n
                     r[k][l] = *q - (p[-1] + p[1]) * cx - (p[-sj] + p[sj]) * cy;
                 }
             }
-            for (int k = 1; k < nz; ++k) r[k + 1] = r[k + 1] - cz * r[k] / bm[k];
+            for (int k = 1; k < nz; ++k)
+                r[k + 1] = r[k + 1] - cz * r[k] / bm[k];
         }
         x[nz] = r[nz] / bm[nz];
-        for (int k = nz - 1; k >= 1; --k) x[k] = (r[k] - cz * x[k + 1]) / bm[k];
+        for (int k = nz - 1; k >= 1; --k)
+            x[k] = (r[k] - cz * x[k + 1]) / bm[k];
         for (int l = lfirst; l <= llast; ++l) {
             double* p = &phi(s - l, j0 + l, 1);
-            for (int k = 1; k <= nz; ++k, p += sk) *p = x[k][l];
+            for (int k = 1; k <= nz; ++k, p += sk)
+                *p = x[k][l];
         }
         std::swap(x, xp);
     }
@@ -217,12 +219,12 @@ Level level_of(const Storage& st, int level) {
 struct Codes {
     double w, e, s, n, b, t;
     bool rw = true, re = true, rs = true, rn = true;
-    bool bw = true, be = true, bs = true, bn = true;  // the block lies on that box face
+    bool bw = true, be = true, bs = true, bn = true; // the block lies on that box face
 };
 
 Codes codes_of(const Storage& st) {
-    Codes c{static_cast<double>(st.ibp[west]),  static_cast<double>(st.ibp[east]),
-            static_cast<double>(st.ibp[south]), static_cast<double>(st.ibp[north]),
+    Codes c{static_cast<double>(st.ibp[west]),   static_cast<double>(st.ibp[east]),
+            static_cast<double>(st.ibp[south]),  static_cast<double>(st.ibp[north]),
             static_cast<double>(st.ibp[bottom]), static_cast<double>(st.ibp[top])};
     if (st.dec.distributed()) {
         c.rw = st.dec.appliesface(west, st.ibp[west]);
@@ -249,8 +251,7 @@ void halo(const Storage& st, Field3d& phi, int nx, int ny) {
 
 // ---- ghost passes (orphaned work-sharing loops: call from every thread of a team) ---------------
 
-template <bool All>
-void faceghostsof(const View& phi, int nx, int ny, int nz, const Codes& t) {
+template <bool All> void faceghostsof(const View& phi, int nx, int ny, int nz, const Codes& t) {
 #pragma omp for schedule(static)
     for (int k = 1; k <= nz; ++k) {
         for (int j = 1; j <= ny; ++j) {
@@ -336,12 +337,14 @@ double sumsquares(const CView& a, int nx, int ny, int nz) {
     for (int k = 1; k <= nz; ++k) {
         double s = 0.0;
         for (int j = 1; j <= ny; ++j) {
-            for (int i = 1; i <= nx; ++i) s += a(i, j, k) * a(i, j, k);
+            for (int i = 1; i <= nx; ++i)
+                s += a(i, j, k) * a(i, j, k);
         }
         plane[static_cast<std::size_t>(k)] = s;
     }
     double sum = 0.0;
-    for (int k = 1; k <= nz; ++k) sum += plane[static_cast<std::size_t>(k)];
+    for (int k = 1; k <= nz; ++k)
+        sum += plane[static_cast<std::size_t>(k)];
     return sum;
 }
 
@@ -375,9 +378,9 @@ inline void restrictplane(const CView& res, const View& csrc, const View& cphi, 
         for (int ic = 1; ic <= ncx; ++ic) {
             const int i = 2 * ic - 1;
             csrc(ic, jc, kc) =
-                0.125 * (res(i, j, k) + res(i + 1, j, k) + res(i, j + 1, k) +
-                         res(i + 1, j + 1, k) + res(i, j, k + 1) + res(i + 1, j, k + 1) +
-                         res(i, j + 1, k + 1) + res(i + 1, j + 1, k + 1));
+                0.125 * (res(i, j, k) + res(i + 1, j, k) + res(i, j + 1, k) + res(i + 1, j + 1, k) +
+                         res(i, j, k + 1) + res(i + 1, j, k + 1) + res(i, j + 1, k + 1) +
+                         res(i + 1, j + 1, k + 1));
             cphi(ic, jc, kc) = 0.0;
         }
     }
@@ -478,8 +481,9 @@ void residualnorm(Storage& st, double& norm) {
         }
     }
     double sum = 0.0;
-    for (int k = 1; k <= nz; ++k) sum += sums[k];
-    if (st.dec.distributed()) sum = allsum(sum);  // the blocks' sums in rank order
+    for (int k = 1; k <= nz; ++k)
+        sum += sums[k];
+    if (st.dec.distributed()) sum = allsum(sum); // the blocks' sums in rank order
     norm = std::sqrt(sum);
 }
 
@@ -503,7 +507,7 @@ void gathersolve(Storage& st, int level, int igamma, int ipres, int iposts, int 
             w ? &w->mg(level).phi : nullptr);
 }
 
-}  // namespace
+} // namespace
 
 // ---- public routines ---------------------------------------------------------------------------
 
@@ -518,10 +522,10 @@ void sourcep(Storage& st) {
     for (int k = 1; k <= nz; ++k) {
         for (int j = 1; j <= ny; ++j) {
             for (int i = 1; i <= nx; ++i) {
-                src(i, j, k) = ((u(i, j, k) - u(i - 1, j, k)) / dx +
-                                (v(i, j, k) - v(i, j - 1, k)) / dy +
-                                (w(i, j, k) - w(i, j, k - 1)) / dz) *
-                               factor;
+                src(i, j, k) =
+                    ((u(i, j, k) - u(i - 1, j, k)) / dx + (v(i, j, k) - v(i, j - 1, k)) / dy +
+                     (w(i, j, k) - w(i, j, k - 1)) / dz) *
+                    factor;
             }
         }
     }
@@ -541,9 +545,9 @@ void poisson(Storage& st, int& npois) {
         ++n;
         npois = n;
         multigridp(st, 0, igamma, ipres, iposts, coarsesweeps);
-        residualnorm(st, resnorm);  // also leaves phi's face ghosts fresh for the correction
+        residualnorm(st, resnorm); // also leaves phi's face ghosts fresh for the correction
         if (n > kpoismax) break;
-        if (resnorm / divnorm > eps) continue;  // a NaN ratio fails this test
+        if (resnorm / divnorm > eps) continue; // a NaN ratio fails this test
         if (n < 2) continue;
         break;
     }
@@ -568,17 +572,17 @@ void multigridp(Storage& st, int level, int igamma, int ipres, int iposts, int n
         if (st.dec.distributed()) {
             gathersolve(st, level, igamma, ipres, iposts, ncoarse);
         } else {
-            coarsesolve(st, level, ncoarse);  // no smoothing before or after on the coarsest level
+            coarsesolve(st, level, ncoarse); // no smoothing before or after on the coarsest level
         }
         return;
     }
-    smoothingp(st, level, ipres);  // in: phi, src;  out: smoothed phi
-    residualrestriction(st, level);  // out: res; coarse src, coarse phi = 0
+    smoothingp(st, level, ipres);   // in: phi, src;  out: smoothed phi
+    residualrestriction(st, level); // out: res; coarse src, coarse phi = 0
     for (int g = 0; g < igamma; ++g) {
-        multigridp(st, level - 1, igamma, ipres, iposts, ncoarse);  // out: coarse correction
+        multigridp(st, level - 1, igamma, ipres, iposts, ncoarse); // out: coarse correction
     }
-    prolongationp(st, level);       // phi += interpolated correction; fresh ghosts
-    smoothingp(st, level, iposts);  // out: smoothed phi
+    prolongationp(st, level);      // phi += interpolated correction; fresh ghosts
+    smoothingp(st, level, iposts); // out: smoothed phi
 }
 
 void boundarypres(Storage& st, int level) {
@@ -634,7 +638,8 @@ void residualp(Storage& st, int level) {
         const Block b = staticblock(1, nx);
         for (int k = 1; k <= nz; ++k) {
             for (int j = 1; j <= ny; ++j) {
-                for (int i = b.lo; i <= b.hi; ++i) res(i, j, k) = src(i, j, k) - lphi(i, j, k);
+                for (int i = b.lo; i <= b.hi; ++i)
+                    res(i, j, k) = src(i, j, k) - lphi(i, j, k);
             }
         }
     }
@@ -686,7 +691,7 @@ void prolongationp(Storage& st, int level) {
     {
 #pragma omp for schedule(static)
         for (int kc = 1; kc <= ncz; ++kc) {
-            for (int dk = -1; dk <= 1; dk += 2) {  // lower child (2K-1) leans on K-1, upper on K+1
+            for (int dk = -1; dk <= 1; dk += 2) { // lower child (2K-1) leans on K-1, upper on K+1
                 const int k = 2 * kc + (dk - 1) / 2;
                 for (int jc = 1; jc <= ncy; ++jc) {
                     for (int dj = -1; dj <= 1; dj += 2) {
@@ -711,4 +716,4 @@ void prolongationp(Storage& st, int level) {
     }
 }
 
-}  // namespace riffle::pressure
+} // namespace riffle::pressure

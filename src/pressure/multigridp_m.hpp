@@ -66,4 +66,4 @@ void smoothingp(Storage& st, int level, int nsweeps);
 // correction in res of `level`, then refreshes the ghosts of `level` (boundarypres).
 void prolongationp(Storage& st, int level);
 
-}  // namespace riffle::pressure
+} // namespace riffle::pressure

@@ -57,8 +57,8 @@ inline double vorticitymagnitude(const Gradient& g) {
 }
 
 inline double qcriterion(const Gradient& g) {
-    return -0.5 * (g.ux * g.ux + g.vy * g.vy + g.wz * g.wz + 2.0 * g.vx * g.uy +
-                   2.0 * g.wx * g.uz + 2.0 * g.wy * g.vz);
+    return -0.5 * (g.ux * g.ux + g.vy * g.vy + g.wz * g.wz + 2.0 * g.vx * g.uy + 2.0 * g.wx * g.uz +
+                   2.0 * g.wy * g.vz);
 }
 
 // Ghost value of a face of code t; applied even where a factor is 0, so a periodic face is an
@@ -67,7 +67,7 @@ inline double ghost(double t, double adjacent, double opposite) {
     return t * adjacent + (1.0 - std::abs(t)) * opposite;
 }
 
-}  // namespace
+} // namespace
 
 void vorticity(Storage& st) {
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
@@ -108,4 +108,4 @@ void vorticity(Storage& st) {
     }
 }
 
-}  // namespace riffle::pressure
+} // namespace riffle::pressure

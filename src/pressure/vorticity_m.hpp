@@ -27,4 +27,4 @@ namespace riffle::pressure {
 
 void vorticity(Storage& st);
 
-}  // namespace riffle::pressure
+} // namespace riffle::pressure

@@ -5,11 +5,11 @@
 
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <cstdio>
-#include <tuple>
+#include <cstring>
 #include <new>
 #include <stdexcept>
+#include <tuple>
 
 #include "platform/kavellib.hpp"
 #include "run/casefile_m.hpp"
@@ -79,14 +79,14 @@ void checkbedgrid(const CaseInput& in, Problems& p) {
     } else {
         for (std::size_t n = 0; n < nodes; ++n) {
             if (!std::isfinite(in.x[n]) || !std::isfinite(in.y[n])) {
-                p.add("the bed grid's coordinates are x = " + numbertext(in.x[n]) + ", y = " +
-                      numbertext(in.y[n]) + at(n) + ": they must be finite numbers");
+                p.add("the bed grid's coordinates are x = " + numbertext(in.x[n]) +
+                      ", y = " + numbertext(in.y[n]) + at(n) + ": they must be finite numbers");
                 break;
             }
         }
         // The box comes from the first and the last node.
-        for (const auto& [c, axis, size] : {std::tuple{&in.x, "x", "length"},
-                                            std::tuple{&in.y, "y", "width"}}) {
+        for (const auto& [c, axis, size] :
+             {std::tuple{&in.x, "x", "length"}, std::tuple{&in.y, "y", "width"}}) {
             const double lo = c->front(), hi = c->back();
             if (std::isfinite(lo) && std::isfinite(hi) && !(hi > lo)) {
                 p.add(std::string("the bed grid's corner nodes span ") + axis + " from " +
@@ -142,18 +142,19 @@ void checkverticalcount(const CaseInput& in, Problems& p) {
                                 static_cast<std::uint64_t>(kmax + 1);
     const std::uint64_t memory = in.memory != 0 ? in.memory : physicalmemory();
     const std::uint64_t bytes = runbytes(in.ni - 1, in.nj - 1, kmax);
-    const std::string grid = std::to_string(in.ni - 1) + " x " + std::to_string(in.nj - 1) +
-                             " x " + std::to_string(kmax) + " cells";
+    const std::string grid = std::to_string(in.ni - 1) + " x " + std::to_string(in.nj - 1) + " x " +
+                             std::to_string(kmax) + " cells";
     // Node arrays are indexed with 32-bit counts.
     if (nodes > (std::uint64_t{1} << 31)) {
         p.key("kmaxItm", true, "the grid of " + grid + " has more nodes than 2^31");
     } else if (bytes > memory) {
-        p.key("kmaxItm", true, "the grid of " + grid + " needs " + gib(bytes) + ", more than the " +
-                                   gib(memory) + " of memory of this machine");
+        p.key("kmaxItm", true,
+              "the grid of " + grid + " needs " + gib(bytes) + ", more than the " + gib(memory) +
+                  " of memory of this machine");
     }
 }
 
-}  // namespace
+} // namespace
 
 std::vector<std::string> caseproblems(const CaseInput& in) {
     Problems p(in);
@@ -164,8 +165,8 @@ std::vector<std::string> caseproblems(const CaseInput& in) {
     p.finite("zmaxItm", "the top of the box");
     const double zmin = p.held("zminItm"), zmax = p.held("zmaxItm");
     if (std::isfinite(zmin) && std::isfinite(zmax) && !(zmax > zmin)) {
-        p.key("zmaxItm", false, "the top of the box must lie above \"zminItm\" = " +
-                                    numbertext(zmin));
+        p.key("zmaxItm", false,
+              "the top of the box must lie above \"zminItm\" = " + numbertext(zmin));
     }
     p.positive("viscItm", "the kinematic viscosity");
     p.positive("densItm", "the fluid density");
@@ -183,10 +184,13 @@ std::vector<std::string> caseproblems(const CaseInput& in) {
     }
     // The real-valued switches are tested through the low half of their bits, as the solver does.
     if (int32view(p.held("iInitialItm")) == 1) {
-        for (const char* k : {"xInitItm", "yInitItm", "zInitItm"}) p.finite(k, "the initial velocity");
+        for (const char* k : {"xInitItm", "yInitItm", "zInitItm"})
+            p.finite(k, "the initial velocity");
     }
-    if (int32view(p.held("iPerturbItmItm")) == 1) p.finite("amplitudeItm", "the perturbation amplitude");
-    if (p.held("iBedPerturbItm", true) == 1) p.finite("BAmplitudeItm", "the bed perturbation amplitude");
+    if (int32view(p.held("iPerturbItmItm")) == 1)
+        p.finite("amplitudeItm", "the perturbation amplitude");
+    if (p.held("iBedPerturbItm", true) == 1)
+        p.finite("BAmplitudeItm", "the bed perturbation amplitude");
     if (p.held("StatisticsItm", true) == 1) {
         p.finite("StatStartItm", "the start time of the statistics");
     }
@@ -280,4 +284,4 @@ CaseInput readcaseinput() {
     return in;
 }
 
-}  // namespace riffle
+} // namespace riffle

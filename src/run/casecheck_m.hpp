@@ -55,4 +55,4 @@ struct CaseInput {
 // CG_KAVEL_INIT_F. Nothing is written.
 [[nodiscard]] CaseInput readcaseinput();
 
-}  // namespace riffle
+} // namespace riffle

@@ -36,7 +36,7 @@ void readstring(const char* key, std::string& value) {
 int kmaxfromexponent(int n) {
     // The range test is made on the exponent as an unsigned number, so a negative n fails it too.
     if (static_cast<std::uint32_t>(n) > 31u) return 0;
-    return static_cast<std::int32_t>(std::uint32_t{1} << n);  // n = 31 wraps to a negative count
+    return static_cast<std::int32_t>(std::uint32_t{1} << n); // n = 31 wraps to a negative count
 }
 
 void gridsetup(Storage& st, NodeArrays& nodes) {
@@ -56,7 +56,8 @@ void gridsetup(Storage& st, NodeArrays& nodes) {
     st.kmax = kmaxfromexponent(n);
 
     const Range ni_r{0, st.imax}, nj_r{0, st.jmax}, nk_r{0, st.kmax};
-    const std::uint64_t nodecount = static_cast<std::uint64_t>(ni) * static_cast<std::uint64_t>(nj) *
+    const std::uint64_t nodecount = static_cast<std::uint64_t>(ni) *
+                                    static_cast<std::uint64_t>(nj) *
                                     static_cast<std::uint64_t>(st.kmax + 1);
     try {
         if (nodecount > (std::uint64_t{1} << 31)) throw std::bad_alloc();
@@ -83,7 +84,8 @@ void gridsetup(Storage& st, NodeArrays& nodes) {
     }
     if (several) {
         broadcast(nodes.elev.data(), nodes.elev.size());
-        for (double* x : {&st.xmin, &st.ymin, &st.xmax, &st.ymax}) broadcast(*x);
+        for (double* x : {&st.xmin, &st.ymin, &st.xmax, &st.ymax})
+            broadcast(*x);
     }
     readreal("zminItm", st.zmin);
     readreal("zmaxItm", st.zmax);
@@ -158,14 +160,14 @@ void setboundarycodes(Storage& st, int xbound, int ybound, int zbound) {
     // Any other x switch sets nothing: the codes stay periodic either way.
     for (int f : {south, north}) {
         if (ybound != 0) {
-            st.ibu[f] = st.ibv[f] = st.ibw[f] = -1;  // side walls
+            st.ibu[f] = st.ibv[f] = st.ibw[f] = -1; // side walls
             st.ibp[f] = 1;
         } else {
             st.ibu[f] = st.ibv[f] = st.ibw[f] = st.ibp[f] = 0;
         }
         st.ubval[f] = st.vbval[f] = st.wbval[f] = 0.0;
     }
-    const int topcode = zbound == 0 ? 1 : -1;  // free-slip or no-slip lid for u and v
+    const int topcode = zbound == 0 ? 1 : -1; // free-slip or no-slip lid for u and v
     st.ibu[top] = st.ibv[top] = topcode;
     st.ibu[bottom] = -1;
     st.ibv[bottom] = -1;
@@ -174,7 +176,8 @@ void setboundarycodes(Storage& st, int xbound, int ybound, int zbound) {
     st.ibw[top] = -1;
     st.ibp[bottom] = -1;
     st.ibp[top] = 1;
-    for (int f : {bottom, top}) st.ubval[f] = st.vbval[f] = st.wbval[f] = 0.0;
+    for (int f : {bottom, top})
+        st.ubval[f] = st.vbval[f] = st.wbval[f] = 0.0;
 }
 
 void readinitialconditions(Storage& st) {
@@ -213,7 +216,7 @@ void bedcentres(const Storage& st, const Field2d& elev, int imax, int jmax, Fiel
     }
 }
 
-}  // namespace
+} // namespace
 
 void buildzb(Storage& st, const Field2d& elev) {
     if (!st.dec.distributed()) {
@@ -247,7 +250,7 @@ void readroughness(Storage& st) {
         readreal("SedimentItm", st.ks);
     } else if (st.ibed == 2) {
         readreal("RoughItm", st.ks);
-        st.ks /= 2.5;  // roughness height to equivalent grain size
+        st.ks /= 2.5; // roughness height to equivalent grain size
     }
     // With the bed's settings, so that the first write of the results knows whether the bed
     // shear stress is among them.
@@ -270,4 +273,4 @@ void readsolversettings(Storage& st) {
     readinteger("epsItm", st.eps);
 }
 
-}  // namespace riffle
+} // namespace riffle

@@ -15,8 +15,8 @@ namespace riffle {
 // Node arrays owned by the driver, over the grid nodes (0:imax, 0:jmax, 0:kmax); node (i,j,k) is
 // the corner shared by cells i and i+1 (likewise in j, k).
 struct NodeArrays {
-    Field3d x3, y3, z3;  // x3 and y3 are released once the grid is written
-    Field2d elev;  // bed elevation at the nodes (0:imax, 0:jmax)
+    Field3d x3, y3, z3; // x3 and y3 are released once the grid is written
+    Field2d elev;       // bed elevation at the nodes (0:imax, 0:jmax)
     // The node output fields (unode, vnode, wnode, pnode, vortnode, qnode) are formed one at a
     // time in this one array, each just before it is written: six arrays of the grid's size
     // would add some 40 bytes a cell to the run's memory for values that are only written out.
@@ -71,4 +71,4 @@ void writebedsurface(const Storage& st, const NodeArrays& nodes);
 // "smagorinskyItm" .. "epsItm": subgrid, immersed-boundary and Poisson-solver settings.
 void readsolversettings(Storage& st);
 
-}  // namespace riffle
+} // namespace riffle

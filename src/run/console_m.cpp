@@ -6,8 +6,8 @@
 #include <cstdio>
 
 #include <array>
-#include <charconv>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cmath>
 
@@ -32,9 +32,9 @@ void toerror(const std::string& text) {
     }
 }
 
-const ProgressLine* current = nullptr;  // the line shown, if any
+const ProgressLine* current = nullptr; // the line shown, if any
 
-}  // namespace
+} // namespace
 
 ProgressLine::ProgressLine(double starttime, double endtime)
     : shown_(::isatty(STDERR_FILENO) == 1), start_(starttime), end_(endtime),
@@ -72,11 +72,11 @@ void ProgressLine::afterreport(int istep, double time) {
         char buf[160];
         std::snprintf(buf, sizeof buf,
                       "step %d  t = %.6g of %.6g s  %.1f %%  %.1f steps/s  %ld:%02ld:%02ld left",
-                      istep, time, end_, 100.0 * done, steps_ / elapsed,
-                      seconds / 3600, seconds / 60 % 60, seconds % 60);
+                      istep, time, end_, 100.0 * done, steps_ / elapsed, seconds / 3600,
+                      seconds / 60 % 60, seconds % 60);
         text_ = buf;
     } else if (!sharesterminal_) {
-        return;  // unchanged, and still on the screen
+        return; // unchanged, and still on the screen
     }
     if (sharesterminal_) std::fflush(stdout);
     draw();
@@ -140,4 +140,4 @@ void pause() {
     }
 }
 
-}  // namespace riffle::console
+} // namespace riffle::console

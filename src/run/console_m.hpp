@@ -1,8 +1,8 @@
 // Console and text-file records in list-directed form: one record per line, a leading blank,
 // items separated by one blank (none added after an item that already ends in a blank, so a
-// label such as "Time Step          = " keeps its own spacing); integers in plain decimal, reals in E form with 17 significant
-// digits (enough to read back the same double), character items as they stand.
-// Also the operator pause, which never blocks a batch run.
+// label such as "Time Step          = " keeps its own spacing); integers in plain decimal, reals in
+// E form with 17 significant digits (enough to read back the same double), character items as they
+// stand. Also the operator pause, which never blocks a batch run.
 #pragma once
 
 #include <concepts>
@@ -22,16 +22,14 @@ void appenditem(std::string& rec, std::integral auto value) {
 }
 
 // One list-directed record (without the line end).
-template <class... Items>
-[[nodiscard]] std::string record(const Items&... items) {
+template <class... Items> [[nodiscard]] std::string record(const Items&... items) {
     std::string rec;
     (appenditem(rec, items), ...);
     return rec;
 }
 
 // Writes one record and a line end to stdout.
-template <class... Items>
-void writeline(const Items&... items) {
+template <class... Items> void writeline(const Items&... items) {
     std::string rec = record(items...);
     rec += '\n';
     std::fwrite(rec.data(), 1, rec.size(), stdout);
@@ -69,7 +67,7 @@ private:
     void draw() const;
     void erase() const;
     bool shown_ = false, sharesterminal_ = false;
-    long steps_ = 0;  // made in this run (a restart's step count does not start at 0)
+    long steps_ = 0; // made in this run (a restart's step count does not start at 0)
     double start_, end_, wallstart_, lastdraw_ = -1.0;
     std::string text_;
 };
@@ -77,4 +75,4 @@ private:
 // Takes the progress line away, if one is shown, before a message goes to the terminal.
 void clearprogress();
 
-}  // namespace riffle::console
+} // namespace riffle::console

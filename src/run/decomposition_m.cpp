@@ -9,11 +9,16 @@ namespace riffle {
 
 bool Decomposition::ownsface(int face) const {
     switch (face) {
-        case west: return cx == 0;
-        case east: return cx == px - 1;
-        case south: return cy == 0;
-        case north: return cy == py - 1;
-        default: return true;  // bottom and top: every block spans the whole depth
+    case west:
+        return cx == 0;
+    case east:
+        return cx == px - 1;
+    case south:
+        return cy == 0;
+    case north:
+        return cy == py - 1;
+    default:
+        return true; // bottom and top: every block spans the whole depth
     }
 }
 
@@ -44,7 +49,7 @@ std::array<int, 2> blocksizes(int n, int p, int unit) {
     return {least, most};
 }
 
-}  // namespace
+} // namespace
 
 std::array<int, 2> rankgrid(int nranks, int imax, int jmax, int unit) {
     std::array<int, 2> best{0, 0};
@@ -128,4 +133,4 @@ std::string undividable(int nranks, int imax, int jmax) {
            std::to_string(minblock) + " cells";
 }
 
-}  // namespace riffle
+} // namespace riffle

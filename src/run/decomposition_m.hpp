@@ -29,15 +29,15 @@ inline constexpr int minblock = halowidth;
 
 struct Decomposition {
     int nranks = 1, rank = 0;
-    int px = 1, py = 1;  // ranks along x and along y
-    int cx = 0, cy = 0;  // this rank's place in the rank grid
-    int imaxg = 0, jmaxg = 0;  // cells of the whole box in x and y
-    int i0 = 0, j0 = 0;  // global index of a local cell = local index + offset
-    int ni = 0, nj = 0;  // cells owned in x and y
+    int px = 1, py = 1;       // ranks along x and along y
+    int cx = 0, cy = 0;       // this rank's place in the rank grid
+    int imaxg = 0, jmaxg = 0; // cells of the whole box in x and y
+    int i0 = 0, j0 = 0;       // global index of a local cell = local index + offset
+    int ni = 0, nj = 0;       // cells owned in x and y
     // Neighbour ranks across the west, east, south and north faces (index Face 1..4; 0 unused).
     std::array<int, 5> neighbour{noneighbour, noneighbour, noneighbour, noneighbour, noneighbour};
     bool periodicx = false, periodicy = false;
-    int unit = 1;  // blocks are cut in whole units of this many cells (a power of two)
+    int unit = 1; // blocks are cut in whole units of this many cells (a power of two)
 
     // Whether this rank's block touches the box face west (1), east (2), south (3) or north (4).
     [[nodiscard]] bool ownsface(int face) const;
@@ -76,4 +76,4 @@ struct Span {
 // One line saying why imax x jmax cells cannot be shared by nranks ranks.
 [[nodiscard]] std::string undividable(int nranks, int imax, int jmax);
 
-}  // namespace riffle
+} // namespace riffle

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
-#include <ctime>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <stdexcept>
 #include <string>
 
@@ -46,7 +46,7 @@ namespace pf = platform;
 
 namespace {
 
-constexpr std::size_t textlength = 200;  // the length of the driver's file-name buffers
+constexpr std::size_t textlength = 200; // the length of the driver's file-name buffers
 
 // Below this step the velocities inside the bed are zeroed every step. A fixed constant of the
 // driver: it deliberately does not scale with the grid.
@@ -71,7 +71,7 @@ constexpr double zerosolidstep = 0.0008;
     std::_Exit(EXIT_FAILURE);
 }
 
-}  // namespace
+} // namespace
 
 void RoutineTimers::add(const char* name, double seconds) {
     Entry* e = nullptr;
@@ -181,7 +181,7 @@ void averagenodes(const Storage& st, const NodeArrays& nodes, bool inbedzero, Va
     });
 }
 
-}  // namespace
+} // namespace
 
 void nodeaveraging(const Storage& st, const NodeArrays& nodes, NodeField field, Field3d& out) {
     const auto average = [&](bool inbedzero, auto value) {
@@ -216,8 +216,8 @@ void writeresults(const Storage& st, NodeArrays& nodes) {
     if (root) pf::CG_KAVEL_WRITE_SOL_TIME_F(st.time, ier);
     casewritten(st, ier);
     const std::pair<const char*, NodeField> fields[] = {
-        {"VelocityX", NodeField::unode}, {"VelocityY", NodeField::vnode},
-        {"VelocityZ", NodeField::wnode}, {"Pressure", NodeField::pnode},
+        {"VelocityX", NodeField::unode},    {"VelocityY", NodeField::vnode},
+        {"VelocityZ", NodeField::wnode},    {"Pressure", NodeField::pnode},
         {"Vorticity", NodeField::vortnode}, {"Coherent", NodeField::qnode}};
     for (const auto& [name, field] : fields) {
         nodeaveraging(st, nodes, field, nodes.node);
@@ -264,7 +264,7 @@ void writebedshear(const Storage& st) {
 }
 
 void stepreport(const Storage& st) {
-    if (st.dec.distributed() && myrank() != 0) return;  // rank 0 reports for all
+    if (st.dec.distributed() && myrank() != 0) return; // rank 0 reports for all
     console::writeline(messages::label_step, st.istep);
     console::writeline(messages::label_dt, st.dt);
     console::writeline(messages::label_time, st.time);
@@ -281,7 +281,8 @@ namespace {
 void nodeheights(const Storage& st, Field3d& z3) {
     for (int k = z3.krange().lo; k <= z3.krange().hi; ++k)
         for (int j = z3.jrange().lo; j <= z3.jrange().hi; ++j)
-            for (int i = z3.irange().lo; i <= z3.irange().hi; ++i) z3(i, j, k) = st.zmin + k * st.dz;
+            for (int i = z3.irange().lo; i <= z3.irange().hi; ++i)
+                z3(i, j, k) = st.zmin + k * st.dz;
 }
 
 // Several ranks: the box is divided into blocks of whole columns, and this rank keeps its block
@@ -295,11 +296,12 @@ void divide(Storage& st, NodeArrays& nodes) {
     st.imax = st.dec.ni;
     st.jmax = st.dec.nj;
     const Range ri{0, st.imax}, rj{0, st.jmax}, rk{0, st.kmax};
-    for (Field3d* a : {&nodes.z3, &nodes.node}) a->allocate(ri, rj, rk);
+    for (Field3d* a : {&nodes.z3, &nodes.node})
+        a->allocate(ri, rj, rk);
     nodeheights(st, nodes.z3);
 }
 
-}  // namespace
+} // namespace
 
 // The statistics file; on several ranks rank 0 writes it from the sums gathered over the whole
 // grid, with the node heights of the whole grid.
@@ -316,8 +318,7 @@ void statisticsoutput(const Storage& st, const NodeArrays& nodes) {
         nodeheights(st, wholenodes.z3);
         // Every rank holds the bed of the whole grid at the nodes.
         wholenodes.elev.allocate(nodes.elev.irange(), nodes.elev.jrange());
-        std::copy(nodes.elev.data(), nodes.elev.data() + nodes.elev.size(),
-                  wholenodes.elev.data());
+        std::copy(nodes.elev.data(), nodes.elev.data() + nodes.elev.size(), wholenodes.elev.data());
     }
     writestatistics(*whole, wholenodes);
 }
@@ -344,7 +345,7 @@ void startup(Storage& st, NodeArrays& nodes) {
     }
     buildzb(st, nodes.elev);
 
-    readstatistics(st);  // before a restart file, which may carry the running sums
+    readstatistics(st); // before a restart file, which may carry the running sums
 
     st.istep = 0;
     readreal("starttimeItm", st.time);
@@ -363,7 +364,7 @@ void startup(Storage& st, NodeArrays& nodes) {
         int timeinitial = 0;
         readinteger("TimeInitialItm", timeinitial);
         if (timeinitial == 0) {
-            st.istep = 0;  // keep the restart's fields, drop its clock
+            st.istep = 0; // keep the restart's fields, drop its clock
             st.time = 0.0;
         }
     }
@@ -372,7 +373,7 @@ void startup(Storage& st, NodeArrays& nodes) {
     ibm::flagdeter(st);
 
     readroughness(st);
-    ibm::uselists(st);  // the bed is fixed from here on: forcing points kept in lists
+    ibm::uselists(st); // the bed is fixed from here on: forcing points kept in lists
 
     if (st.iwallmodel == 1) {
         // The bed shear stress of the initial flow, by the wall-law variant the run will use
@@ -407,7 +408,8 @@ void sidewalls(Storage& st) {
     if (s && (!blocks || st.dec.ownsface(south))) flow::walls(st);
     if (n && (!blocks || st.dec.ownsface(north))) flow::walln(st);
     if (blocks && (s || n)) {
-        for (Field3d* f : {&st.u, &st.w}) exchangeinside(st.dec, *f, st.imax, st.jmax);
+        for (Field3d* f : {&st.u, &st.w})
+            exchangeinside(st.dec, *f, st.imax, st.jmax);
     }
 }
 
@@ -418,8 +420,8 @@ void advance(Storage& st, RoutineTimers* timers) {
     if (st.timetype == 0) t.time("timestep", [&] { flow::timestep(st); });
     st.time = st.time + st.dt;
 
-    t.time("smagorinsky", [&] { flow::smagorinsky(st); });  // from the velocity at the start
-    st.forcing.wall.current = false;  // the predictor changes the velocity next
+    t.time("smagorinsky", [&] { flow::smagorinsky(st); }); // from the velocity at the start
+    st.forcing.wall.current = false; // the predictor changes the velocity next
     t.time("forces", [&] { flow::forces(st); });
     t.time("predictor", [&] {
         flow::xvelocity(st);
@@ -430,7 +432,8 @@ void advance(Storage& st, RoutineTimers* timers) {
     // neighbour blocks near their faces.
     if (st.dec.distributed()) {
         t.time("halo", [&] {
-            for (Field3d* f : {&st.u, &st.v, &st.w}) exchangeinside(st.dec, *f, st.imax, st.jmax);
+            for (Field3d* f : {&st.u, &st.v, &st.w})
+                exchangeinside(st.dec, *f, st.imax, st.jmax);
         });
     }
     t.time("side walls", [&] { sidewalls(st); });
@@ -444,7 +447,7 @@ void advance(Storage& st, RoutineTimers* timers) {
     t.time("side walls", [&] { sidewalls(st); });
     t.time("immersing", [&] { ibm::immersing(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
-    t.time("smagorinsky", [&] { flow::smagorinsky(st); });  // from the corrected velocity
+    t.time("smagorinsky", [&] { flow::smagorinsky(st); }); // from the corrected velocity
     // The wall-layer model's friction velocities stay those of the velocity until the next step's
     // first eddy-viscosity update, which then takes them as they are.
     st.forcing.wall.current = st.iwallmodel == 1;
@@ -524,7 +527,7 @@ void checkfiles(const CaseInput& input) {
     restartcheck(input.ni - 1, input.nj - 1, kmaxfromexponent(exponent), startfile);
 }
 
-}  // namespace
+} // namespace
 
 int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     if (argc != 2) stopwith(messages::no_input_file);
@@ -613,4 +616,4 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     return status;
 }
 
-}  // namespace riffle
+} // namespace riffle

@@ -21,8 +21,7 @@ class RoutineTimers {
 public:
     explicit RoutineTimers(bool enabled = true, bool threadclocks = false)
         : enabled_(enabled), threadclocks_(threadclocks) {}
-    template <class F>
-    void time(const char* name, F&& f) {
+    template <class F> void time(const char* name, F&& f) {
         if (!enabled_) {
             f();
             return;
@@ -37,16 +36,16 @@ public:
     struct Entry {
         std::string name;
         double seconds = 0.0;
-        std::vector<double> busy;  // CPU seconds of each thread (with thread clocks)
+        std::vector<double> busy; // CPU seconds of each thread (with thread clocks)
         // Busiest thread's CPU time over the mean of all threads (1 when perfectly even).
         [[nodiscard]] double imbalance() const;
     };
     [[nodiscard]] const std::vector<Entry>& entries() const { return entries_; }
-    long long cells = 0;  // interior cells of the grid
+    long long cells = 0; // interior cells of the grid
     // Forcing points of the u, v, w and cell-centre lists at the end, and the bytes the lists hold.
     std::array<long long, 4> forcingpoints{};
     long long listbytes = 0;
-    int steps = 0;        // time steps made
+    int steps = 0; // time steps made
 
 private:
     void add(const char* name, double seconds);
@@ -101,9 +100,9 @@ inline double nodew(const Field3d& w, int i, int j, int k) {
     return 0.25 * (w(i, j, k) + w(i + 1, j, k) + w(i, j + 1, k) + w(i + 1, j + 1, k));
 }
 inline double eightcells(const Field3d& a, int i, int j, int k) {
-    return 0.125 * (a(i, j, k) + a(i + 1, j, k) + a(i, j + 1, k) + a(i + 1, j + 1, k) +
-                    a(i, j, k + 1) + a(i + 1, j, k + 1) + a(i, j + 1, k + 1) +
-                    a(i + 1, j + 1, k + 1));
+    return 0.125 *
+           (a(i, j, k) + a(i + 1, j, k) + a(i, j + 1, k) + a(i + 1, j + 1, k) + a(i, j, k + 1) +
+            a(i + 1, j, k + 1) + a(i, j + 1, k + 1) + a(i + 1, j + 1, k + 1));
 }
 
 // The node output fields, in the order they are written.
@@ -136,4 +135,4 @@ void stepreport(const Storage& st);
 // True when the step from `told` to `time` crossed a whole multiple of `interval`.
 [[nodiscard]] bool crossed(double time, double told, double interval);
 
-}  // namespace riffle
+} // namespace riffle

@@ -22,7 +22,9 @@ namespace riffle {
 struct Range {
     int lo = 0;
     int hi = -1;
-    [[nodiscard]] constexpr std::int64_t extent() const { return hi >= lo ? std::int64_t{hi} - lo + 1 : 0; }
+    [[nodiscard]] constexpr std::int64_t extent() const {
+        return hi >= lo ? std::int64_t{hi} - lo + 1 : 0;
+    }
 };
 
 namespace detail {
@@ -35,18 +37,16 @@ namespace detail {
 
 // The value a fresh field holds in the Debug build: a signalling NaN for reals, so that a read of
 // a never-written element shows up at once; a large sentinel for integers.
-template <class T>
-constexpr T fresh_value() {
+template <class T> constexpr T fresh_value() {
     if constexpr (std::is_floating_point_v<T>) {
         return std::numeric_limits<T>::signaling_NaN();
     } else {
         return std::numeric_limits<T>::min();
     }
 }
-}  // namespace detail
+} // namespace detail
 
-template <class T>
-class ConstView3 {
+template <class T> class ConstView3 {
 public:
     ConstView3() = default;
     ConstView3(const T* data, Range ri, Range rj, Range rk)
@@ -71,8 +71,7 @@ protected:
     std::ptrdiff_t sj_ = 0, sk_ = 0;
 };
 
-template <class T>
-class View3 : public ConstView3<T> {
+template <class T> class View3 : public ConstView3<T> {
 public:
     View3() = default;
     View3(T* data, Range ri, Range rj, Range rk) : ConstView3<T>(data, ri, rj, rk) {}
@@ -83,8 +82,7 @@ public:
 
 // Owning 3-D array. Allocation throws std::bad_alloc when the memory cannot be had; the
 // storage module turns that into the program's fatal-error report.
-template <class T>
-class Field3 {
+template <class T> class Field3 {
 public:
     Field3() = default;
     Field3(Range ri, Range rj, Range rk) { allocate(ri, rj, rk); }
@@ -94,7 +92,7 @@ public:
         rj_ = rj;
         rk_ = rk;
         n_ = static_cast<std::size_t>(ri.extent() * rj.extent() * rk.extent());
-        data_.reset(new T[n_]);  // contents undefined until the initial state is set
+        data_.reset(new T[n_]); // contents undefined until the initial state is set
 #ifdef RIFFLE_NAN_FILL
         fill(detail::fresh_value<T>());
 #endif
@@ -108,7 +106,8 @@ public:
     [[nodiscard]] ConstView3<T> cview() const { return {data_.get(), ri_, rj_, rk_}; }
 
     void fill(T value) {
-        for (std::size_t n = 0; n < n_; ++n) data_[n] = value;
+        for (std::size_t n = 0; n < n_; ++n)
+            data_[n] = value;
     }
 
     [[nodiscard]] T* data() { return data_.get(); }
@@ -137,15 +136,12 @@ private:
 };
 
 // Owning 2-D array (i fastest) for the bed and other plane arrays.
-template <class T>
-class Field2 {
+template <class T> class Field2 {
 public:
     Field2() = default;
     Field2(Range ri, Range rj) { allocate(ri, rj); }
 
-    void allocate(Range ri, Range rj) {
-        plane_.allocate(ri, rj, Range{0, 0});
-    }
+    void allocate(Range ri, Range rj) { plane_.allocate(ri, rj, Range{0, 0}); }
     [[nodiscard]] T& operator()(int i, int j) { return plane_(i, j, 0); }
     [[nodiscard]] const T& operator()(int i, int j) const { return plane_(i, j, 0); }
     void fill(T value) { plane_.fill(value); }
@@ -159,4 +155,4 @@ private:
     Field3<T> plane_;
 };
 
-}  // namespace riffle
+} // namespace riffle

@@ -35,19 +35,21 @@ void handle(int sig, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
     sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;  // a read or write in progress goes on
+    action.sa_flags = SA_RESTART; // a read or write in progress goes on
     sigaction(sig, &action, nullptr);
 }
 
-}  // namespace
+} // namespace
 
 void catchsignals() {
-    for (const int sig : stopsignals) handle(sig, onstop);
+    for (const int sig : stopsignals)
+        handle(sig, onstop);
     handle(SIGUSR1, onwrite);
 }
 
 void releasesignals() {
-    for (const int sig : stopsignals) handle(sig, SIG_DFL);
+    for (const int sig : stopsignals)
+        handle(sig, SIG_DFL);
     handle(SIGUSR1, SIG_DFL);
     stopsignal.store(0);
     writeasked.store(0);
@@ -68,11 +70,16 @@ Request takerequest(const Storage& st) {
 
 std::string signalname(int sig) {
     switch (sig) {
-    case SIGTERM: return "SIGTERM";
-    case SIGINT: return "SIGINT";
-    case SIGUSR1: return "SIGUSR1";
-    case SIGUSR2: return "SIGUSR2";
-    default: return "signal " + std::to_string(sig);
+    case SIGTERM:
+        return "SIGTERM";
+    case SIGINT:
+        return "SIGINT";
+    case SIGUSR1:
+        return "SIGUSR1";
+    case SIGUSR2:
+        return "SIGUSR2";
+    default:
+        return "signal " + std::to_string(sig);
     }
 }
 
@@ -101,7 +108,7 @@ Point firstpoint(const Field3d& f, Range ri, Range rj, Range rk, int gi, int gj)
 double kind(double v) { return std::isnan(v) ? 0.0 : v > 0 ? 1.0 : 2.0; }
 std::string kindtext(double k) { return k == 0.0 ? "NaN" : k == 1.0 ? "Infinity" : "-Infinity"; }
 
-}  // namespace
+} // namespace
 
 std::string nonfinitereport(const Storage& st) {
     const std::string head = std::string(messages::error_nonfinite) + " at step " +
@@ -115,11 +122,10 @@ std::string nonfinitereport(const Storage& st) {
     constexpr double none = std::numeric_limits<double>::infinity();
     for (const bool inside : {true, false}) {
         for (const auto& [name, field] : fields) {
-            const Point p =
-                inside ? firstpoint(*field, Range{1, st.imax}, Range{1, st.jmax},
-                                    Range{1, st.kmax}, gi, gj)
-                       : firstpoint(*field, field->irange(), field->jrange(), field->krange(), gi,
-                                    gj);
+            const Point p = inside ? firstpoint(*field, Range{1, st.imax}, Range{1, st.jmax},
+                                                Range{1, st.kmax}, gi, gj)
+                                   : firstpoint(*field, field->irange(), field->jrange(),
+                                                field->krange(), gi, gj);
             double k = p.k, j = p.j, i = p.i, what = kind(p.value);
             if (blocks) {
                 // The first point over every rank: the lowest k, then j, then i.
@@ -137,4 +143,4 @@ std::string nonfinitereport(const Storage& st) {
     return head + "the sum of the divergence = " + console::shorttext(st.divtotal);
 }
 
-}  // namespace riffle::guard
+} // namespace riffle::guard

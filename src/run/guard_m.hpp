@@ -49,4 +49,4 @@ struct Request {
 // Every rank calls it; rank 0's line is the one to print.
 [[nodiscard]] std::string nonfinitereport(const Storage& st);
 
-}  // namespace riffle::guard
+} // namespace riffle::guard

@@ -32,7 +32,7 @@ public:
 private:
     std::chrono::steady_clock::time_point start_;
 };
-}  // namespace
+} // namespace
 
 const MessageCounts& messagecounts() { return counts; }
 
@@ -51,7 +51,7 @@ bool launched() {
     return false;
 }
 
-}  // namespace
+} // namespace
 
 Ranks::Ranks(int* argc, char*** argv) {
     if (!launched()) return;
@@ -77,8 +77,7 @@ bool started() {
     return flag != 0 && ended == 0;
 }
 
-template <class T>
-MPI_Datatype mpitype() {
+template <class T> MPI_Datatype mpitype() {
     if constexpr (std::is_same_v<T, double>) return MPI_DOUBLE;
     return MPI_INT32_T;
 }
@@ -90,19 +89,21 @@ void swap(Field3<T>& f, int sendfirst, int recvfirst, int layers, int to, int fr
           std::vector<T>& out, std::vector<T>& in, Range keep, Range keepk) {
     if (layers <= 0) return;
     const Range ri = f.irange(), rj = f.jrange(), rk = f.krange();
-    const Range across = Dir == 0 ? rj : ri;  // the horizontal index along the face
+    const Range across = Dir == 0 ? rj : ri; // the horizontal index along the face
     const std::size_t count = static_cast<std::size_t>(layers * across.extent() * rk.extent());
     out.resize(count);
     in.resize(count);
     const auto view = f.view();
     const auto index = [&](int m, int a, int k) {
-        return static_cast<std::size_t>(((k - rk.lo) * across.extent() + (a - across.lo)) * layers + m);
+        return static_cast<std::size_t>(((k - rk.lo) * across.extent() + (a - across.lo)) * layers +
+                                        m);
     };
 #pragma omp parallel for schedule(static)
     for (int k = rk.lo; k <= rk.hi; ++k) {
         for (int a = across.lo; a <= across.hi; ++a) {
             for (int m = 0; m < layers; ++m) {
-                out[index(m, a, k)] = Dir == 0 ? view(sendfirst + m, a, k) : view(a, sendfirst + m, k);
+                out[index(m, a, k)] =
+                    Dir == 0 ? view(sendfirst + m, a, k) : view(a, sendfirst + m, k);
             }
         }
     }
@@ -110,21 +111,19 @@ void swap(Field3<T>& f, int sendfirst, int recvfirst, int layers, int to, int fr
     MPI_Sendrecv(out.data(), static_cast<int>(count), mpitype<T>(), to, tag, in.data(),
                  static_cast<int>(count), mpitype<T>(), from, tag, MPI_COMM_WORLD,
                  MPI_STATUS_IGNORE);
-    if (from == MPI_PROC_NULL) return;  // a box face: nothing came, the halo stays as it is
+    if (from == MPI_PROC_NULL) return; // a box face: nothing came, the halo stays as it is
 #pragma omp parallel for schedule(static)
     for (int k = std::max(rk.lo, keepk.lo); k <= std::min(rk.hi, keepk.hi); ++k) {
         for (int a = std::max(across.lo, keep.lo); a <= std::min(across.hi, keep.hi); ++a) {
             for (int m = 0; m < layers; ++m) {
-                (Dir == 0 ? view(recvfirst + m, a, k) : view(a, recvfirst + m, k)) = in[index(m, a, k)];
+                (Dir == 0 ? view(recvfirst + m, a, k) : view(a, recvfirst + m, k)) =
+                    in[index(m, a, k)];
             }
         }
     }
 }
 
-template <class T>
-struct Buffers {
-    std::vector<T> out, in;
-};
+template <class T> struct Buffers { std::vector<T> out, in; };
 
 // One direction: the low halo from the low neighbour's last owned layers, the high halo from the
 // high neighbour's first. A rank on a box face that is not periodic sends to and receives from
@@ -133,7 +132,7 @@ template <int Dir, class T>
 void exchangedirection(const Decomposition& d, Field3<T>& f, int n, int nother, bool boxedges,
                        bool wraps, Buffers<T>& b) {
     const int ranks = Dir == 0 ? d.px : d.py;
-    if (ranks == 1) return;  // the boundary routines wrap a direction held whole
+    if (ranks == 1) return; // the boundary routines wrap a direction held whole
     const Range r = Dir == 0 ? f.irange() : f.jrange();
     const int low = 1 - r.lo, high = r.hi - n;
     const int lowrank = d.neighbour[Dir == 0 ? west : south];
@@ -167,7 +166,7 @@ void exchangefield(const Decomposition& d, Field3<T>& f, int ni, int nj, bool bo
     if (!d.distributed()) return;
     const Timed timed;
     ++counts.exchanges;
-    static Buffers<T> buffers;  // kept between calls: no allocation once they are large enough
+    static Buffers<T> buffers; // kept between calls: no allocation once they are large enough
     exchangedirection<0>(d, f, ni, nj, boxedges, wraps, buffers);
     exchangedirection<1>(d, f, nj, ni, boxedges, wraps, buffers);
 }
@@ -189,7 +188,8 @@ void copybox(const BoxHeader& b, int di, int dj, const View3<double>& f, Range r
     for (int k = rk.lo; k <= rk.hi; ++k) {
         for (int j = b[2]; j <= b[3]; ++j) {
             double* row = buf + (static_cast<std::size_t>(k - rk.lo) * nj +
-                                 static_cast<std::size_t>(j - b[2])) * ni;
+                                 static_cast<std::size_t>(j - b[2])) *
+                                    ni;
             for (int i = b[0]; i <= b[1]; ++i) {
                 if constexpr (ToBuffer) {
                     row[i - b[0]] = f(i - di, j - dj, k);
@@ -215,7 +215,7 @@ std::vector<double>& boxbuffer(std::size_t n) {
 
 constexpr int tagheader = 10, tagbox = 11;
 
-}  // namespace
+} // namespace
 
 void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
             Field3<double>* global) {
@@ -223,8 +223,8 @@ void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
     ++counts.gathers;
     const Range rk = local.krange();
     const BoxHeader mine = globalbox(li, lj, i0, j0);
-    const auto lview = View3<double>(const_cast<double*>(local.data()), local.irange(),
-                                     local.jrange(), rk);
+    const auto lview =
+        View3<double>(const_cast<double*>(local.data()), local.irange(), local.jrange(), rk);
     if (myrank() != 0) {
         const std::size_t n = boxsize(mine, rk);
         std::vector<double>& buf = boxbuffer(n);
@@ -265,8 +265,8 @@ void scatter(Field3<double>& local, Range li, Range lj, int i0, int j0,
         if (n > 0) copybox<false>(mine, i0, j0, local.view(), rk, buf.data());
         return;
     }
-    const auto g = View3<double>(const_cast<double*>(global->data()), global->irange(),
-                                 global->jrange(), rk);
+    const auto g =
+        View3<double>(const_cast<double*>(global->data()), global->irange(), global->jrange(), rk);
     for (int r = 1; r < rankcount(); ++r) {
         BoxHeader b{};
         MPI_Recv(b.data(), 4, MPI_INT, r, tagheader, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
@@ -304,7 +304,8 @@ void broadcast(double* data, std::size_t n) {
     // In pieces a count of int can hold.
     constexpr std::size_t piece = std::size_t{1} << 30;
     for (std::size_t at = 0; at < n; at += piece) {
-        MPI_Bcast(data + at, static_cast<int>(std::min(piece, n - at)), MPI_DOUBLE, 0, MPI_COMM_WORLD);
+        MPI_Bcast(data + at, static_cast<int>(std::min(piece, n - at)), MPI_DOUBLE, 0,
+                  MPI_COMM_WORLD);
     }
 }
 
@@ -342,15 +343,14 @@ std::vector<double> allvalues(double x) {
     return all;
 }
 
-#else  // a build without the message layer: one process, nothing to exchange
+#else // a build without the message layer: one process, nothing to exchange
 
 Ranks::Ranks(int*, char***) {}
 Ranks::~Ranks() = default;
 
 namespace {
-template <class T>
-void exchangefield(const Decomposition&, Field3<T>&, int, int, bool, bool) {}
-}  // namespace
+template <class T> void exchangefield(const Decomposition&, Field3<T>&, int, int, bool, bool) {}
+} // namespace
 
 int rankcount() { return 1; }
 int myrank() { return 0; }
@@ -365,7 +365,8 @@ void gather(const Field3<double>& local, Range li, Range lj, int i0, int j0,
             Field3<double>* global) {
     for (int k = local.krange().lo; k <= local.krange().hi; ++k) {
         for (int j = lj.lo; j <= lj.hi; ++j) {
-            for (int i = li.lo; i <= li.hi; ++i) (*global)(i + i0, j + j0, k) = local(i, j, k);
+            for (int i = li.lo; i <= li.hi; ++i)
+                (*global)(i + i0, j + j0, k) = local(i, j, k);
         }
     }
 }
@@ -374,7 +375,8 @@ void scatter(Field3<double>& local, Range li, Range lj, int i0, int j0,
              const Field3<double>* global) {
     for (int k = local.krange().lo; k <= local.krange().hi; ++k) {
         for (int j = lj.lo; j <= lj.hi; ++j) {
-            for (int i = li.lo; i <= li.hi; ++i) local(i, j, k) = (*global)(i + i0, j + j0, k);
+            for (int i = li.lo; i <= li.hi; ++i)
+                local(i, j, k) = (*global)(i + i0, j + j0, k);
         }
     }
 }
@@ -396,23 +398,26 @@ void exchangeinside(const Decomposition& d, Field3<double>& f, int ni, int nj) {
 // it would in a loop over the whole box that keeps the first NaN it meets.
 double allsum(double x) {
     const std::vector<double> all = allvalues(x);
-    double s = all.front();  // not 0 + x: a lone -0.0 keeps its sign
-    for (std::size_t r = 1; r < all.size(); ++r) s += all[r];
+    double s = all.front(); // not 0 + x: a lone -0.0 keeps its sign
+    for (std::size_t r = 1; r < all.size(); ++r)
+        s += all[r];
     return s;
 }
 
 double allmax(double x) {
     const std::vector<double> all = allvalues(x);
     double m = all.front();
-    for (const double v : all) m = (v > m || std::isnan(v)) && !std::isnan(m) ? v : m;
+    for (const double v : all)
+        m = (v > m || std::isnan(v)) && !std::isnan(m) ? v : m;
     return m;
 }
 
 double allmin(double x) {
     const std::vector<double> all = allvalues(x);
     double m = all.front();
-    for (const double v : all) m = (v < m || std::isnan(v)) && !std::isnan(m) ? v : m;
+    for (const double v : all)
+        m = (v < m || std::isnan(v)) && !std::isnan(m) ? v : m;
     return m;
 }
 
-}  // namespace riffle
+} // namespace riffle

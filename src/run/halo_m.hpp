@@ -83,4 +83,4 @@ struct MessageCounts {
 };
 [[nodiscard]] const MessageCounts& messagecounts();
 
-}  // namespace riffle
+} // namespace riffle

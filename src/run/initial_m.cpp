@@ -10,7 +10,7 @@ double indexhash(int i, int j, int k) {
     const double c = std::cos(19.0 - i + j / 3.0 + k / 7.0);
     const int m = i + j - k;
     // 30 divided by zero has no value; the disturbance takes r = 0 there.
-    const int r = m == 0 ? 0 : 30 % m;  // the remainder keeps the sign of 30
+    const int r = m == 0 ? 0 : 30 % m; // the remainder keeps the sign of 30
     return std::sin(3.0 + c + i / 9.0 + j - k + r);
 }
 
@@ -30,7 +30,7 @@ void disturb(Field3d& now, Field3d& old, int imax, int jmax, int kmax, int gi, i
     }
 }
 
-}  // namespace
+} // namespace
 
 void initialfields(Storage& st) {
     // The uniform speed uses zmax as the depth (the bed is taken to lie near z = 0).
@@ -40,10 +40,12 @@ void initialfields(Storage& st) {
         st.zInit = 0.0;
     }
     // The extra ghost layer of each face array is not part of the state; it starts at zero.
-    for (Field3d* a : {&st.u, &st.v, &st.w, &st.uo, &st.vo, &st.wo}) a->fill(0.0);
+    for (Field3d* a : {&st.u, &st.v, &st.w, &st.uo, &st.vo, &st.wo})
+        a->fill(0.0);
 
     st.p.fill(0.0);
-    for (int l = 0; l >= st.lmin; --l) st.mg(l).phi.fill(0.0);
+    for (int l = 0; l >= st.lmin; --l)
+        st.mg(l).phi.fill(0.0);
 
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
     for (int k = 0; k <= kmax + 1; ++k) {
@@ -55,12 +57,13 @@ void initialfields(Storage& st) {
             }
         }
     }
-    for (Field3d* a : {&st.fu, &st.fv, &st.fw, &st.fuo, &st.fvo, &st.fwo, &st.nut, &st.vort,
-                       &st.qc, &st.s11, &st.s22, &st.s33, &st.s12, &st.s13, &st.s23, &st.sabs}) {
+    for (Field3d* a : {&st.fu, &st.fv, &st.fw, &st.fuo, &st.fvo, &st.fwo, &st.nut, &st.vort, &st.qc,
+                       &st.s11, &st.s22, &st.s33, &st.s12, &st.s13, &st.s23, &st.sabs}) {
         a->fill(0.0);
     }
     st.npt = 0;
-    for (auto& a : st.ptdata) std::fill(a.begin(), a.end(), 0.0);
+    for (auto& a : st.ptdata)
+        std::fill(a.begin(), a.end(), 0.0);
     std::fill(st.ptindex.begin(), st.ptindex.end(), 0);
 
     // Each component gets the identical disturbance at a given index, u first, then v, then w.
@@ -73,7 +76,7 @@ void initialfields(Storage& st) {
 }
 
 void bedroughening(Storage& st, Field2d& elev) {
-    std::mt19937_64 generator;  // default seed: the bumps repeat from run to run
+    std::mt19937_64 generator; // default seed: the bumps repeat from run to run
     // Over the nodes of the whole grid (every rank draws the same sequence).
     for (int j = 0; j <= elev.jrange().hi; ++j) {
         for (int i = 0; i <= elev.irange().hi; ++i) {
@@ -84,4 +87,4 @@ void bedroughening(Storage& st, Field2d& elev) {
     }
 }
 
-}  // namespace riffle
+} // namespace riffle

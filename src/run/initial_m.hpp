@@ -19,4 +19,4 @@ void initialfields(Storage& st);
 // The generator has a fixed seed, so the same case always gets the same bed.
 void bedroughening(Storage& st, Field2d& elev);
 
-}  // namespace riffle
+} // namespace riffle

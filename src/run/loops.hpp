@@ -44,47 +44,49 @@ namespace detail {
 
 // One k plane of a box. The kernel is a copy local to the calling thread, so the compiler knows
 // that the stores of the kernel cannot change the views it holds, and vectorises the i loop.
-template <class Kernel>
-inline void plane(const Box& b, Kernel f, int k) {
+template <class Kernel> inline void plane(const Box& b, Kernel f, int k) {
     for (int j = b.j.lo; j <= b.j.hi; ++j) {
 #pragma omp simd
-        for (int i = b.i.lo; i <= b.i.hi; ++i) f(i, j, k);
+        for (int i = b.i.lo; i <= b.i.hi; ++i)
+            f(i, j, k);
     }
 }
 
-}  // namespace detail
+} // namespace detail
 
-template <class Kernel>
-void forbox(const Box& b, Kernel&& f, Share share = Share::blocks) {
+template <class Kernel> void forbox(const Box& b, Kernel&& f, Share share = Share::blocks) {
     switch (share) {
     case Share::blocks:
 #pragma omp parallel for schedule(static)
-        for (int k = b.k.lo; k <= b.k.hi; ++k) detail::plane(b, f, k);
+        for (int k = b.k.lo; k <= b.k.hi; ++k)
+            detail::plane(b, f, k);
         break;
     case Share::turns:
 #pragma omp parallel for schedule(static, 1)
-        for (int k = b.k.lo; k <= b.k.hi; ++k) detail::plane(b, f, k);
+        for (int k = b.k.lo; k <= b.k.hi; ++k)
+            detail::plane(b, f, k);
         break;
     case Share::free:
 #pragma omp parallel for schedule(dynamic, 1)
-        for (int k = b.k.lo; k <= b.k.hi; ++k) detail::plane(b, f, k);
+        for (int k = b.k.lo; k <= b.k.hi; ++k)
+            detail::plane(b, f, k);
         break;
     }
 }
 
 // Runs f(a, b) over a plane, b outermost, the b rows shared as `share` says (faces of the box,
 // ghost layers); f must write only what belongs to its own point.
-template <class Kernel>
-void forplane(Range a, Range b, Kernel&& f, Share share = Share::blocks) {
-    forbox({a, Range{0, 0}, b}, [&](int x, int, int y) { f(x, y); }, share);
+template <class Kernel> void forplane(Range a, Range b, Kernel&& f, Share share = Share::blocks) {
+    forbox(
+        {a, Range{0, 0}, b}, [&](int x, int, int y) { f(x, y); }, share);
 }
 
 // Runs f(n) for n = 0..count-1, shared among the threads in static blocks; f must write only
 // what belongs to its own point.
-template <class Kernel>
-void forpoints(long long count, Kernel&& f) {
+template <class Kernel> void forpoints(long long count, Kernel&& f) {
 #pragma omp parallel for schedule(static)
-    for (long long n = 0; n < count; ++n) f(n);
+    for (long long n = 0; n < count; ++n)
+        f(n);
 }
 
 // f(i, j, k) over the box combined by op from `start`: each thread combines its k planes in loop
@@ -98,7 +100,8 @@ template <class T, class Kernel, class Combine>
 #pragma omp for schedule(static)
         for (int k = b.k.lo; k <= b.k.hi; ++k)
             for (int j = b.j.lo; j <= b.j.hi; ++j)
-                for (int i = b.i.lo; i <= b.i.hi; ++i) r = op(r, f(i, j, k));
+                for (int i = b.i.lo; i <= b.i.hi; ++i)
+                    r = op(r, f(i, j, k));
         partials.mine() = r;
     }
     return partials.combine(start, op);
@@ -106,16 +109,13 @@ template <class T, class Kernel, class Combine>
 
 // The sum, the smallest and the largest of f(i, j, k) over the box (see reducebox). A NaN value
 // never wins a minimum or a maximum.
-template <class Kernel>
-[[nodiscard]] double sumbox(const Box& b, Kernel&& f) {
+template <class Kernel> [[nodiscard]] double sumbox(const Box& b, Kernel&& f) {
     return reducebox(b, 0.0, f, [](double a, double x) { return a + x; });
 }
-template <class Kernel>
-[[nodiscard]] double minbox(const Box& b, double start, Kernel&& f) {
+template <class Kernel> [[nodiscard]] double minbox(const Box& b, double start, Kernel&& f) {
     return reducebox(b, start, f, [](double a, double x) { return x < a ? x : a; });
 }
-template <class Kernel>
-[[nodiscard]] double maxbox(const Box& b, double start, Kernel&& f) {
+template <class Kernel> [[nodiscard]] double maxbox(const Box& b, double start, Kernel&& f) {
     return reducebox(b, start, f, [](double a, double x) { return x > a ? x : a; });
 }
 
@@ -126,7 +126,7 @@ template <class Kernel>
 // accumulators in thread order, for the caller to combine.
 template <class Acc, class Kernel, class Take>
 [[nodiscard]] std::vector<Acc> forcolumns(const Box& b, const Acc& start, Kernel&& f, Take&& take) {
-    constexpr int width = 8;  // columns formed together
+    constexpr int width = 8; // columns formed together
     std::vector<Acc> accs(static_cast<std::size_t>(omp_get_max_threads()), start);
     const int nj = b.j.hi - b.j.lo + 1, nk = b.k.hi - b.k.lo + 1;
     const std::size_t plane = static_cast<std::size_t>(width) * (nj > 0 ? nj : 0);
@@ -145,13 +145,15 @@ template <class Acc, class Kernel, class Take>
                 for (int j = b.j.lo; j <= b.j.hi; ++j) {
                     double* const row = t + width * (j - b.j.lo) + plane * (k - b.k.lo);
 #pragma omp simd
-                    for (int m = 0; m < n; ++m) row[m] = f(i0 + m, j, k);
+                    for (int m = 0; m < n; ++m)
+                        row[m] = f(i0 + m, j, k);
                 }
             }
             for (int m = 0; m < n; ++m) {
                 for (int j = b.j.lo; j <= b.j.hi; ++j) {
                     const double* col = t + m + width * (j - b.j.lo);
-                    for (int k = b.k.lo; k <= b.k.hi; ++k, col += plane) take(acc, *col, i0 + m, j, k);
+                    for (int k = b.k.lo; k <= b.k.hi; ++k, col += plane)
+                        take(acc, *col, i0 + m, j, k);
                 }
             }
         }
@@ -159,4 +161,4 @@ template <class Acc, class Kernel, class Take>
     return accs;
 }
 
-}  // namespace riffle::loops
+} // namespace riffle::loops

@@ -39,6 +39,7 @@ inline constexpr const char* label_time = "Time               = ";
 inline constexpr const char* label_npois = "Number of Poisson  = ";
 inline constexpr const char* label_divmax = "Maximum divergence = ";
 inline constexpr const char* label_divtotal = "Total divergence   = ";
-inline constexpr const char* report_rule = "--------------------------------------------------------";
+inline constexpr const char* report_rule =
+    "--------------------------------------------------------";
 
-}  // namespace riffle::messages
+} // namespace riffle::messages

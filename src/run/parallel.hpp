@@ -17,7 +17,7 @@ inline constexpr long long parallelcells = 4096;
 }
 
 struct Block {
-    int lo, hi;  // inclusive; empty when hi < lo
+    int lo, hi; // inclusive; empty when hi < lo
 };
 
 // The share of lo..hi that a static schedule gives the calling thread of the current team:
@@ -33,23 +33,23 @@ inline Block staticblock(int lo, int hi) {
     return {first, first + size - 1};
 }
 
-}  // namespace riffle
+} // namespace riffle
 
 namespace riffle {
 
 // Per-thread partial results of a reduction, combined in thread order after the parallel region,
 // so that a given thread count gives the same bits on every run (an OpenMP reduction clause may
 // combine in the order the threads arrive).
-template <class T>
-class PartialsOf {
+template <class T> class PartialsOf {
 public:
-    explicit PartialsOf(T start) : slots_(static_cast<std::size_t>(omp_get_max_threads()), Slot{start}) {}
+    explicit PartialsOf(T start)
+        : slots_(static_cast<std::size_t>(omp_get_max_threads()), Slot{start}) {}
     // The calling thread's slot.
     [[nodiscard]] T& mine() { return slots_[static_cast<std::size_t>(omp_get_thread_num())].value; }
-    template <class Combine>
-    [[nodiscard]] T combine(T start, Combine op) const {
+    template <class Combine> [[nodiscard]] T combine(T start, Combine op) const {
         T r = start;
-        for (const Slot& s : slots_) r = op(r, s.value);
+        for (const Slot& s : slots_)
+            r = op(r, s.value);
         return r;
     }
 
@@ -61,4 +61,4 @@ private:
 };
 using Partials = PartialsOf<double>;
 
-}  // namespace riffle
+} // namespace riffle

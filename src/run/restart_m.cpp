@@ -49,8 +49,7 @@ void appendint(std::string& buf, long long value) {
 }
 
 // One list-directed record: a leading blank, then the items separated by one blank.
-template <class... Reals>
-void realrecord(std::string& buf, Reals... values) {
+template <class... Reals> void realrecord(std::string& buf, Reals... values) {
     ((buf += ' ', appendreal(buf, values)), ...);
     buf += '\n';
 }
@@ -65,8 +64,8 @@ std::string_view trimblanks(std::string_view s) {
 }
 
 [[noreturn]] void writeerror(const std::string& name, int err) {
-    throw std::runtime_error(std::string(messages::error_write) + name + " (" +
-                             std::strerror(err) + ")");
+    throw std::runtime_error(std::string(messages::error_write) + name + " (" + std::strerror(err) +
+                             ")");
 }
 
 // ---- writing --------------------------------------------------------------------------------
@@ -83,7 +82,7 @@ public:
     BlockWriter(const BlockWriter&) = delete;
     BlockWriter& operator=(const BlockWriter&) = delete;
     ~BlockWriter() {
-        if (f_ != nullptr) {  // left by an exception: drop the partial file
+        if (f_ != nullptr) { // left by an exception: drop the partial file
             std::fclose(f_);
             std::remove(path_.c_str());
         }
@@ -168,7 +167,8 @@ public:
         return value;
     }
     void endrecord() {
-        while (p_ != end_ && *p_ != '\n') ++p_;
+        while (p_ != end_ && *p_ != '\n')
+            ++p_;
         if (p_ != end_) ++p_;
     }
     [[nodiscard]] std::size_t remaining() const { return static_cast<std::size_t>(end_ - p_); }
@@ -178,7 +178,8 @@ public:
     }
     // After the last record: nothing but blanks and line ends may follow.
     void finish() {
-        while (p_ != end_ && separator(*p_)) ++p_;
+        while (p_ != end_ && separator(*p_))
+            ++p_;
         if (p_ != end_) fail(messages::restart_left_over, {});
     }
     // Throws RestartError "line N: why item", the item cut to a readable length.
@@ -198,10 +199,12 @@ private:
         return t;
     }
     std::string_view item() {
-        while (p_ != end_ && separator(*p_)) ++p_;
+        while (p_ != end_ && separator(*p_))
+            ++p_;
         if (p_ == end_) fail(messages::restart_ends_early, {});
         const char* first = p_;
-        while (p_ != end_ && !separator(*p_)) ++p_;
+        while (p_ != end_ && !separator(*p_))
+            ++p_;
         return {first, static_cast<std::size_t>(p_ - first)};
     }
     const char* begin_;
@@ -236,11 +239,13 @@ public:
     void pointcount(int npt) {
         st_.npt = npt;
         const auto n = static_cast<std::size_t>(npt);
-        for (auto& a : st_.ptdata) a.resize(std::max(a.size(), n), 0.0);
+        for (auto& a : st_.ptdata)
+            a.resize(std::max(a.size(), n), 0.0);
         st_.ptindex.resize(std::max(st_.ptindex.size(), n), 0);
     }
     void point(std::size_t n, const std::array<double, 6>& v) {
-        for (std::size_t a = 0; a < v.size(); ++a) st_.ptdata[a][n] = v[a];
+        for (std::size_t a = 0; a < v.size(); ++a)
+            st_.ptdata[a][n] = v[a];
     }
     // The running sums of the statistics, kept when this run has them on (and started afresh,
     // zero, when the file has none); a run without them passes over them.
@@ -253,7 +258,8 @@ public:
     }
     void statisticsnode(int i, int j, int k, const std::array<double, 11>& v) {
         if (st_.stats.enabled != 1) return;
-        for (std::size_t m = 0; m < v.size(); ++m) st_.stats.sum[m](i, j, k) = v[m];
+        for (std::size_t m = 0; m < v.size(); ++m)
+            st_.stats.sum[m](i, j, k) = v[m];
     }
     // The pressure, which a run with statistics continues (so its case file's "Pressure" goes on
     // as in one run); a run without them starts it afresh from zero, as from any restart file.
@@ -267,7 +273,8 @@ public:
     }
     void bednode(int i, int j, const std::array<double, 3>& v) {
         if (st_.stats.enabled != 1) return;
-        for (std::size_t m = 0; m < v.size(); ++m) st_.stats.bedsum[m](i, j, 0) = v[m];
+        for (std::size_t m = 0; m < v.size(); ++m)
+            st_.stats.bedsum[m](i, j, 0) = v[m];
     }
 
 private:
@@ -291,8 +298,7 @@ struct DiscardValues {
 
 // The records of a restart file for the grid `g`, in the order restartwrite writes them, each
 // value handed to `sink` once parsed.
-template <class Sink>
-void parserecords(std::string_view text, const Layout& g, Sink& sink) {
+template <class Sink> void parserecords(std::string_view text, const Layout& g, Sink& sink) {
     ListReader in(text);
     const int istep = in.integer();
     const double time = in.real();
@@ -316,7 +322,8 @@ void parserecords(std::string_view text, const Layout& g, Sink& sink) {
     for (int k = 0; k <= g.kmax + 1; ++k) {
         for (int j = 0; j <= g.jmax + 1; ++j) {
             for (int i = 0; i <= g.imax + 1; ++i) {
-                for (double& v : seven) v = in.real();
+                for (double& v : seven)
+                    v = in.real();
                 in.endrecord();
                 sink.cell(i, j, k, seven);
             }
@@ -341,7 +348,8 @@ void parserecords(std::string_view text, const Layout& g, Sink& sink) {
     sink.pointcount(npt);
     std::array<double, 6> six{};
     for (std::size_t n = 0; n < static_cast<std::size_t>(npt); ++n) {
-        for (double& v : six) v = in.real();
+        for (double& v : six)
+            v = in.real();
         in.endrecord();
         sink.point(n, six);
     }
@@ -361,7 +369,8 @@ void parserecords(std::string_view text, const Layout& g, Sink& sink) {
         for (int k = 0; k <= g.kmax; ++k) {
             for (int j = 0; j <= g.jmax; ++j) {
                 for (int i = 0; i <= g.imax; ++i) {
-                    for (double& v : eleven) v = in.real();
+                    for (double& v : eleven)
+                        v = in.real();
                     in.endrecord();
                     sink.statisticsnode(i, j, k, eleven);
                 }
@@ -385,7 +394,8 @@ void parserecords(std::string_view text, const Layout& g, Sink& sink) {
             std::array<double, 3> three{};
             for (int j = 0; j <= g.jmax; ++j) {
                 for (int i = 0; i <= g.imax; ++i) {
-                    for (double& v : three) v = in.real();
+                    for (double& v : three)
+                        v = in.real();
                     in.endrecord();
                     sink.bednode(i, j, three);
                 }
@@ -413,7 +423,7 @@ std::string wholefile(const std::string& startfile) {
     return text;
 }
 
-}  // namespace
+} // namespace
 
 std::string outputname(const std::string& outpath, const std::string& outfile,
                        const std::string& suffix) {
@@ -442,7 +452,8 @@ void restartwrite(const Storage& st, int istep, double time, const std::string& 
         const auto phi = m.phi.cview();
         for (int k = 0; k <= m.nk + 1; ++k) {
             for (int j = 0; j <= m.nj + 1; ++j) {
-                for (int i = 0; i <= m.ni + 1; ++i) realrecord(buf, phi(i, j, k));
+                for (int i = 0; i <= m.ni + 1; ++i)
+                    realrecord(buf, phi(i, j, k));
                 out.maybeflush();
             }
         }
@@ -463,7 +474,8 @@ void restartwrite(const Storage& st, int istep, double time, const std::string& 
     }
 
     for (int j = 0; j <= jmax + 1; ++j) {
-        for (int i = 0; i <= imax + 1; ++i) realrecord(buf, st.zb(i, j));
+        for (int i = 0; i <= imax + 1; ++i)
+            realrecord(buf, st.zb(i, j));
     }
 
     buf += ' ';
@@ -501,7 +513,8 @@ void restartwrite(const Storage& st, int istep, double time, const std::string& 
         const auto pressure = st.p.cview();
         for (int k = 0; k <= kmax + 1; ++k) {
             for (int j = 0; j <= jmax + 1; ++j) {
-                for (int i = 0; i <= imax + 1; ++i) realrecord(buf, pressure(i, j, k));
+                for (int i = 0; i <= imax + 1; ++i)
+                    realrecord(buf, pressure(i, j, k));
                 out.maybeflush();
             }
         }
@@ -558,4 +571,4 @@ void restartcheck(int imax, int jmax, int kmax, const std::string& startfile) {
     }
 }
 
-}  // namespace riffle
+} // namespace riffle

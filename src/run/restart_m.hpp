@@ -81,4 +81,4 @@ void restartread(Storage& st, const std::string& startfile);
 // Does not return on failure: errorreport(3).
 void restartcheck(int imax, int jmax, int kmax, const std::string& startfile);
 
-}  // namespace riffle
+} // namespace riffle

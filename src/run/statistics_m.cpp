@@ -32,7 +32,7 @@ double edgeuw(const Field3d& u, const Field3d& w, int i, int j, int k) {
     return 0.5 * sum;
 }
 
-}  // namespace
+} // namespace
 
 void allocatestatistics(Storage& st) {
     const Range ri{0, st.imax}, rj{0, st.jmax}, rk{0, st.kmax};
@@ -73,7 +73,9 @@ double fluidnodemean(const Storage& st, const NodeArrays& nodes, const Field3d& 
             if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) return SumCount{0.0, 0.0};
             return SumCount{eightcells(a, i, j, k), 1.0};
         },
-        [](SumCount x, SumCount y) { return SumCount{x.sum + y.sum, x.count + y.count}; });
+        [](SumCount x, SumCount y) {
+            return SumCount{x.sum + y.sum, x.count + y.count};
+        });
     double sum = total.sum, count = total.count;
     if (blocks) {
         sum = allsum(sum);
@@ -96,10 +98,19 @@ void addsample(Storage& st, const NodeArrays& nodes) {
         if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) return;
         const double u = nodeu(st.u, i, j, k), v = nodev(st.v, i, j, k);
         const double w = nodew(st.w, i, j, k);
-        const double add[11] = {u,     v,     w,     eightcells(phi, i, j, k) - level,
-                                u * u, v * v, w * w, edgeuw(st.u, st.w, i, j, k),
-                                u * v, v * w, eightcells(st.nut, i, j, k)};
-        for (std::size_t m = 0; m < s.sum.size(); ++m) s.sum[m](i, j, k) += add[m];
+        const double add[11] = {u,
+                                v,
+                                w,
+                                eightcells(phi, i, j, k) - level,
+                                u * u,
+                                v * v,
+                                w * w,
+                                edgeuw(st.u, st.w, i, j, k),
+                                u * v,
+                                v * w,
+                                eightcells(st.nut, i, j, k)};
+        for (std::size_t m = 0; m < s.sum.size(); ++m)
+            s.sum[m](i, j, k) += add[m];
     });
     if (st.iwallmodel == 1) {
         // The bed's nodes: the stress as the step left it, in the layout of the sums' planes.
@@ -109,7 +120,8 @@ void addsample(Storage& st, const NodeArrays& nodes) {
         for (std::size_t m = 0; m < s.bedsum.size(); ++m) {
             double* sum = s.bedsum[m].data();
             const std::vector<double>& add = *parts[m];
-            for (std::size_t at = 0; at < add.size(); ++at) sum[at] += add[at];
+            for (std::size_t at = 0; at < add.size(); ++at)
+                sum[at] += add[at];
         }
         ++s.bedsamples;
     }
@@ -123,7 +135,8 @@ std::array<std::vector<double>, 11> statisticfields(const Storage& st) {
     const Storage::StatisticSums& s = st.stats;
     const std::size_t count = static_cast<std::size_t>(st.imax + 1) * (st.jmax + 1) * (st.kmax + 1);
     std::array<std::vector<double>, 11> out;
-    for (auto& a : out) a.assign(count, 0.0);
+    for (auto& a : out)
+        a.assign(count, 0.0);
     if (s.samples == 0) return out;
     const double n = static_cast<double>(s.samples);
     const auto mean = [&](int m, std::size_t at) {
@@ -156,7 +169,8 @@ std::array<std::vector<double>, 3> bedstatisticfields(const Storage& st) {
         if (s.bedsamples == 0) continue;
         const double n = static_cast<double>(s.bedsamples);
         const double* sum = s.bedsum[m].data();
-        for (std::size_t at = 0; at < count; ++at) out[m][at] = sum[at] / n;
+        for (std::size_t at = 0; at < count; ++at)
+            out[m][at] = sum[at] / n;
     }
     return out;
 }
@@ -209,8 +223,8 @@ void writestatistics(const Storage& st, const NodeArrays& nodes) {
         notes.emplace_back("BedShearSamples", static_cast<double>(st.stats.bedsamples));
     }
     try {
-        platform::writeresultsfile(path, st.imax + 1, st.jmax + 1, st.kmax + 1, x.data(),
-                                   y.data(), nodes.z3.data(), st.time, named, "Statistics", notes,
+        platform::writeresultsfile(path, st.imax + 1, st.jmax + 1, st.kmax + 1, x.data(), y.data(),
+                                   nodes.z3.data(), st.time, named, "Statistics", notes,
                                    bed ? &surface : nullptr);
     } catch (const platform::CaseFileError& e) {
         // A disk that refused the file is named as for every other output file.
@@ -220,4 +234,4 @@ void writestatistics(const Storage& st, const NodeArrays& nodes) {
     }
 }
 
-}  // namespace riffle
+} // namespace riffle

@@ -74,4 +74,4 @@ void addsample(Storage& st, const NodeArrays& nodes);
 // cannot.
 void writestatistics(const Storage& st, const NodeArrays& nodes);
 
-}  // namespace riffle
+} // namespace riffle

@@ -38,8 +38,8 @@ void levelcount(Storage& st) { st.lmin = coarsestlevel(st.imax, st.jmax, st.kmax
 namespace {
 
 struct Extents {
-    Range cell_i, cell_j, cell_k;  // cell-centred arrays
-    Range face_i, face_j, face_k;  // the extra ghost layer of a face array in its own direction
+    Range cell_i, cell_j, cell_k; // cell-centred arrays
+    Range face_i, face_j, face_k; // the extra ghost layer of a face array in its own direction
 };
 
 Extents extents(const Storage& st) {
@@ -49,7 +49,7 @@ Extents extents(const Storage& st) {
         const Range ri{1 - halowidth, st.imax + halowidth}, rj{1 - halowidth, st.jmax + halowidth};
         return {ri, rj, Range{0, st.kmax + 1}, ri, rj, Range{-1, st.kmax + 1}};
     }
-    return {Range{0, st.imax + 1}, Range{0, st.jmax + 1}, Range{0, st.kmax + 1},
+    return {Range{0, st.imax + 1},  Range{0, st.jmax + 1},  Range{0, st.kmax + 1},
             Range{-1, st.imax + 1}, Range{-1, st.jmax + 1}, Range{-1, st.kmax + 1}};
 }
 
@@ -58,7 +58,7 @@ std::uint64_t cells(Range a, Range b, Range c) {
            static_cast<std::uint64_t>(c.extent());
 }
 
-}  // namespace
+} // namespace
 
 std::uint64_t physicalmemory() {
     const long pages = ::sysconf(_SC_PHYS_PAGES);
@@ -76,14 +76,15 @@ std::uint64_t allocationbytes(const Storage& st) {
     std::uint64_t bytes = 0;
     for (int l = 0; l >= st.lmin; --l) {
         const int f = 1 << (-l);
-        bytes += 3 * 8 * cells(Range{0, st.imax / f + 1}, Range{0, st.jmax / f + 1},
-                               Range{0, st.kmax / f + 1});
+        bytes +=
+            3 * 8 *
+            cells(Range{0, st.imax / f + 1}, Range{0, st.jmax / f + 1}, Range{0, st.kmax / f + 1});
     }
     // p, fu..fwo (6), nut, 7 strain arrays, vort, qc: 17 cell-centred reals.
     bytes += 17 * 8 * centre;
-    bytes += 2 * 8 * (uface + vface + wface);  // u, v, w and their old levels
-    bytes += 2 * 4 * (uface + vface + wface);  // flags and old flags
-    bytes += 4 * centre;                       // iflagp
+    bytes += 2 * 8 * (uface + vface + wface); // u, v, w and their old levels
+    bytes += 2 * 4 * (uface + vface + wface); // flags and old flags
+    bytes += 4 * centre;                      // iflagp
     bytes += 8 * cells(e.cell_i, e.cell_j, Range{0, 0});
     return bytes;
 }
@@ -97,7 +98,8 @@ void allocatelevel(mglevel& m, int ni, int nj, int nk) {
     const Range ri{0, m.ni + 1}, rj{0, m.nj + 1}, rk{0, m.nk + 1};
     // lphi is left unallocated: the solver forms the Laplacian inside its residual pass, and
     // operatorp allocates it when it is first asked for.
-    for (Field3d* a : {&m.phi, &m.res, &m.src}) a->allocate(ri, rj, rk);
+    for (Field3d* a : {&m.phi, &m.res, &m.src})
+        a->allocate(ri, rj, rk);
 }
 
 // A block's hierarchy: its share of each level down to the level where one block unit is one
@@ -107,7 +109,8 @@ void blockhierarchy(Storage& st) {
     const Decomposition& d = st.dec;
     const int lwhole = coarsestlevel(d.imaxg, d.jmaxg, st.kmax);
     int lblock = 0;
-    while ((1 << -lblock) < d.unit && lblock > lwhole) --lblock;
+    while ((1 << -lblock) < d.unit && lblock > lwhole)
+        --lblock;
     st.lmin = lblock;
     st.mglevels.clear();
     st.mglevels.resize(static_cast<std::size_t>(1 - lblock));
@@ -130,7 +133,7 @@ void blockhierarchy(Storage& st) {
     }
 }
 
-}  // namespace
+} // namespace
 
 void allocation(Storage& st) {
     levelcount(st);
@@ -154,9 +157,9 @@ void allocation(Storage& st) {
         st.uo.allocate(e.face_i, e.cell_j, e.cell_k);
         st.vo.allocate(e.cell_i, e.face_j, e.cell_k);
         st.wo.allocate(e.cell_i, e.cell_j, e.face_k);
-        for (Field3d* a : {&st.fu, &st.fv, &st.fw, &st.fuo, &st.fvo, &st.fwo, &st.vort, &st.qc,
-                           &st.nut, &st.s11, &st.s22, &st.s33, &st.s12, &st.s13, &st.s23,
-                           &st.sabs}) {
+        for (Field3d* a :
+             {&st.fu, &st.fv, &st.fw, &st.fuo, &st.fvo, &st.fwo, &st.vort, &st.qc, &st.nut, &st.s11,
+              &st.s22, &st.s33, &st.s12, &st.s13, &st.s23, &st.sabs}) {
             a->allocate(e.cell_i, e.cell_j, e.cell_k);
         }
         st.iflagu.allocate(e.face_i, e.cell_j, e.cell_k);
@@ -168,12 +171,13 @@ void allocation(Storage& st) {
         st.iflagwo.allocate(e.cell_i, e.cell_j, e.face_k);
         st.zb.allocate(e.cell_i, e.cell_j);
         // Every point counts as fluid until the first classification against the bed.
-        for (Field3i* a : {&st.iflagu, &st.iflagv, &st.iflagw, &st.iflagp, &st.iflaguo,
-                           &st.iflagvo, &st.iflagwo}) {
+        for (Field3i* a : {&st.iflagu, &st.iflagv, &st.iflagw, &st.iflagp, &st.iflaguo, &st.iflagvo,
+                           &st.iflagwo}) {
             a->fill(1);
         }
-        constexpr std::size_t npointsmax = 1;  // room for one restart point
-        for (auto& a : st.ptdata) a.assign(npointsmax, 0.0);
+        constexpr std::size_t npointsmax = 1; // room for one restart point
+        for (auto& a : st.ptdata)
+            a.assign(npointsmax, 0.0);
         st.ptindex.assign(npointsmax, 0);
     } catch (const std::bad_alloc&) {
         errorreport(2);
@@ -190,10 +194,17 @@ void errorreport(int code, const std::string& detail) {
         std::exit(EXIT_FAILURE);
     }
     switch (code) {
-        case 1: console::writeline(messages::error_parameters); break;
-        case 2: console::writeline(messages::error_allocate); break;
-        case 3: console::writeline(messages::error_restart); break;
-        default: break;
+    case 1:
+        console::writeline(messages::error_parameters);
+        break;
+    case 2:
+        console::writeline(messages::error_allocate);
+        break;
+    case 3:
+        console::writeline(messages::error_restart);
+        break;
+    default:
+        break;
     }
     if (!detail.empty()) console::writeline(detail);
     console::pause();
@@ -201,4 +212,4 @@ void errorreport(int code, const std::string& detail) {
     std::exit(EXIT_FAILURE);
 }
 
-}  // namespace riffle
+} // namespace riffle

@@ -34,10 +34,10 @@ using Field2d = Field2<double>;
 // a run reads it, so a run does not reserve it.
 struct mglevel {
     int ni = 0, nj = 0, nk = 0;
-    Field3d phi;   // pressure increment
-    Field3d lphi;  // operator applied to phi (allocated by operatorp)
-    Field3d res;   // residual
-    Field3d src;   // source (right-hand side)
+    Field3d phi;  // pressure increment
+    Field3d lphi; // operator applied to phi (allocated by operatorp)
+    Field3d res;  // residual
+    Field3d src;  // source (right-hand side)
 };
 
 // Faces of the box, in the order of the boundary-code arrays (index 1..6; index 0 unused).
@@ -62,14 +62,14 @@ struct Storage {
     double iInitial = 0.0, iPerturb = 0.0;
     double xInit = 0.0, yInit = 0.0, zInit = 0.0, amplitude = 0.0, BAmplitude = 0.0;
     int ibed = 0;
-    double ks = 0.0;  // bed grain size in millimetres
-    double cs = 0.0;  // Smagorinsky constant
+    double ks = 0.0; // bed grain size in millimetres
+    double cs = 0.0; // Smagorinsky constant
     int iIBM = 0;
     // "iWallModelItm" = 1: the eddy viscosity next to the bed carries the wall law's stress
     // (wallmodel_m.hpp); 0 or absent: the eddy viscosity of the plain solver.
     int iwallmodel = 0;
     int igamma = 0, ipres = 0, iposts = 0, kpoismax = 0;
-    int eps = 0;  // Poisson tolerance setting, kept as the integer read
+    int eps = 0; // Poisson tolerance setting, kept as the integer read
 
     // Boundary-type codes (0 periodic, -1 prescribed value, 1 prescribed gradient) and values,
     // indexed by Face 1..6.
@@ -89,7 +89,7 @@ struct Storage {
     double otime = 0.0, dthotout = 0.0, dttecplot = 0.0;
     int hotout = 0, tecplot = 0;
     std::string outpath, outfile, startfile;
-    std::string casename;  // the case file, as named on the command line
+    std::string casename; // the case file, as named on the command line
 
     // ---- fields -------------------------------------------------------------------------------
     Field3d u, v, w, p;
@@ -101,8 +101,8 @@ struct Storage {
     Field3i iflagu, iflagv, iflagw, iflagp;
     Field3i iflaguo, iflagvo, iflagwo;
     Field2d zb;
-    std::vector<mglevel> mglevels;  // level l lives at mglevels[-l]; use mg(l)
-    ibm::ForcingLists forcing;  // forcing points of the bed, derived from the flags; never saved
+    std::vector<mglevel> mglevels; // level l lives at mglevels[-l]; use mg(l)
+    ibm::ForcingLists forcing;     // forcing points of the bed, derived from the flags; never saved
     // The classification (forcing.classification) whose flags the old flags hold, while the lists
     // are in use; any other value: the old flags must be copied again.
     std::uint64_t oldflagsof = ~std::uint64_t{0};
@@ -138,7 +138,7 @@ struct Storage {
     // velocity (kinematic, m^2/s^2). Allocated only with the wall-layer model on.
     Field3d bedshear;
 
-    Decomposition dec;  // the block of this rank; one rank: nranks == 1, and dec is not read
+    Decomposition dec; // the block of this rank; one rank: nranks == 1, and dec is not read
     // Rank 0 of several: the whole box's multigrid levels below the blocks' coarsest (mg(lmin)
     // gathered and all coarser ones), with the grid scalars and codes they are solved with.
     std::unique_ptr<Storage> whole;
@@ -180,4 +180,4 @@ void allocation(Storage& st);
 // non-empty `detail` (what exactly is wrong, one line) follows the message.
 [[noreturn]] void errorreport(int code, const std::string& detail = {});
 
-}  // namespace riffle
+} // namespace riffle

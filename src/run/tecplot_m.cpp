@@ -34,9 +34,9 @@ constexpr int mantissadigits = 14;
 inline double fourfaces(double a, double b, double c, double d) { return 0.25 * (a + b + c + d); }
 
 inline double eightcells(const ConstView3<double>& a, int i, int j, int k) {
-    return 0.125 * (a(i, j, k) + a(i + 1, j, k) + a(i, j + 1, k) + a(i + 1, j + 1, k) +
-                    a(i, j, k + 1) + a(i + 1, j, k + 1) + a(i, j + 1, k + 1) +
-                    a(i + 1, j + 1, k + 1));
+    return 0.125 *
+           (a(i, j, k) + a(i + 1, j, k) + a(i, j + 1, k) + a(i + 1, j + 1, k) + a(i, j, k + 1) +
+            a(i + 1, j, k + 1) + a(i, j + 1, k + 1) + a(i + 1, j + 1, k + 1));
 }
 
 // Bed height at node (i,j): the mean of zb over the four cells that share the node.
@@ -47,8 +47,8 @@ inline double nodebed(const Field2d& zb, int i, int j) {
 // ---- output ---------------------------------------------------------------------------------
 
 [[noreturn]] void writeerror(const std::string& name, int err) {
-    throw std::runtime_error(std::string(messages::error_write) + name + " (" +
-                             std::strerror(err) + ")");
+    throw std::runtime_error(std::string(messages::error_write) + name + " (" + std::strerror(err) +
+                             ")");
 }
 
 // A text file written under a temporary name beside its own and renamed into place by close():
@@ -62,7 +62,7 @@ public:
     TextFile(const TextFile&) = delete;
     TextFile& operator=(const TextFile&) = delete;
     ~TextFile() {
-        if (f_ != nullptr) {  // left by a failure: drop the partial file
+        if (f_ != nullptr) { // left by a failure: drop the partial file
             std::fclose(f_);
             std::remove(partial_.c_str());
         }
@@ -90,7 +90,7 @@ private:
     std::FILE* f_ = nullptr;
 };
 
-}  // namespace
+} // namespace
 
 void e2014(double value, char* field) {
     if (!std::isfinite(value)) {
@@ -102,7 +102,7 @@ void e2014(double value, char* field) {
         return;
     }
     char digits[mantissadigits];
-    int exponent = 0;  // of the mantissa 0.d1d2...d14
+    int exponent = 0; // of the mantissa 0.d1d2...d14
     if (value == 0.0) {
         std::memset(digits, '0', mantissadigits);
     } else {
@@ -113,7 +113,7 @@ void e2014(double value, char* field) {
                                      std::chars_format::scientific, mantissadigits - 1);
         digits[0] = text[0];
         std::memcpy(digits + 1, text + 2, mantissadigits - 1);
-        const char* e = text + 2 + (mantissadigits - 1);  // at the 'e'
+        const char* e = text + 2 + (mantissadigits - 1); // at the 'e'
         std::from_chars(e + 2, r.ptr, exponent);
         if (e[1] == '-') exponent = -exponent;
         exponent += 1;
@@ -149,8 +149,7 @@ std::string e2014(double value) {
     return text;
 }
 
-void tecplotflow(const Storage& st, const std::string& outpath, const std::string& outfile,
-                 int n) {
+void tecplotflow(const Storage& st, const std::string& outpath, const std::string& outfile, int n) {
     const std::string name = outputname(outpath, outfile, std::to_string(n) + ".plt");
     TextFile out(name);
     out.line(console::record(title));
@@ -180,12 +179,12 @@ void tecplotflow(const Storage& st, const std::string& outpath, const std::strin
                 double values[nodevalues] = {i * dx + xmin, y, z, 0.0, 0.0, 0.0, 0.0, 0.0};
                 // A node at or below the bed keeps its zeros; a node exactly on it counts as below.
                 if (!(z <= nodebed(zb, i, j))) {
-                    values[3] = fourfaces(u(i, j, k), u(i, j + 1, k), u(i, j, k + 1),
-                                          u(i, j + 1, k + 1));
-                    values[4] = fourfaces(v(i, j, k), v(i + 1, j, k), v(i, j, k + 1),
-                                          v(i + 1, j, k + 1));
-                    values[5] = fourfaces(w(i, j, k), w(i + 1, j, k), w(i, j + 1, k),
-                                          w(i + 1, j + 1, k));
+                    values[3] =
+                        fourfaces(u(i, j, k), u(i, j + 1, k), u(i, j, k + 1), u(i, j + 1, k + 1));
+                    values[4] =
+                        fourfaces(v(i, j, k), v(i + 1, j, k), v(i, j, k + 1), v(i + 1, j, k + 1));
+                    values[5] =
+                        fourfaces(w(i, j, k), w(i + 1, j, k), w(i, j + 1, k), w(i + 1, j + 1, k));
                     values[6] = eightcells(vort, i, j, k);
                     values[7] = eightcells(qc, i, j, k);
                 }
@@ -211,11 +210,11 @@ void tecplotbed(const Storage& st, int n) {
     out.line(console::record("ZONE , i=", st.imax + 1, " j= ", st.jmax + 1, ", F=POINT"));
     for (int j = 0; j <= st.jmax; ++j) {
         for (int i = 0; i <= st.imax; ++i) {
-            out.line(console::record(i * st.dx + st.xmin, j * st.dy + st.ymin,
-                                     nodebed(st.zb, i, j)));
+            out.line(
+                console::record(i * st.dx + st.xmin, j * st.dy + st.ymin, nodebed(st.zb, i, j)));
         }
     }
     out.close();
 }
 
-}  // namespace riffle
+} // namespace riffle

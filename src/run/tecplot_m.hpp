@@ -44,4 +44,4 @@ void tecplotflow(const Storage& st, const std::string& outpath, const std::strin
 // The bed file numbered n in the system's temporary folder.
 void tecplotbed(const Storage& st, int n);
 
-}  // namespace riffle
+} // namespace riffle

@@ -27,8 +27,7 @@ void gathernodes(const Decomposition& d, const Field3d& local, int ni, int nj, F
 
 // The whole box's field into a block's: its cells and its halo as far as the box (with its ghost
 // layer) reaches. What wraps across a periodic face comes from the neighbour after.
-void scattercells(Field3d& local, int ngi, int ngj, int i0, int j0,
-                  const Field3d* whole) {
+void scattercells(Field3d& local, int ngi, int ngj, int i0, int j0, const Field3d* whole) {
     const Range ri = local.irange(), rj = local.jrange();
     const Range li{std::max(ri.lo, -i0), std::min(ri.hi, ngi + 1 - i0)};
     const Range lj{std::max(rj.lo, -j0), std::min(rj.hi, ngj + 1 - j0)};
@@ -38,7 +37,7 @@ void scattercells(Field3d& local, int ngi, int ngj, int i0, int j0,
 // Two fields of the same ranges: b takes a's values.
 void copyfield(const Field3d& a, Field3d& b) { std::copy(a.data(), a.data() + a.size(), b.data()); }
 
-}  // namespace
+} // namespace
 
 Storage* wholestate(const Storage& st) {
     static std::unique_ptr<Storage> whole;
@@ -63,7 +62,8 @@ Storage* wholestate(const Storage& st) {
         w.ibw = st.ibw;
         w.ibp = st.ibp;
         allocation(w);
-        for (int l = 0; l >= w.lmin; --l) w.mg(l).phi.fill(0.0);
+        for (int l = 0; l >= w.lmin; --l)
+            w.mg(l).phi.fill(0.0);
         w.stats.enabled = st.stats.enabled;
         w.stats.start = st.stats.start;
         if (st.stats.enabled == 1) allocatestatistics(w);
@@ -89,14 +89,15 @@ void gatherstate(const Storage& st, Part part) {
         w->stats.last = st.stats.last;
         w->stats.sumfx = st.stats.sumfx;
         w->stats.bedsamples = st.stats.bedsamples;
-        w->iwallmodel = st.iwallmodel;  // whether the files carry the bed's sums
+        w->iwallmodel = st.iwallmodel; // whether the files carry the bed's sums
     }
     const Decomposition& d = st.dec;
     // The bed is the whole box's on every rank: rank 0 copies its own.
     const auto bed = [&] {
         if (w == nullptr) return;
         for (int j = 0; j <= w->jmax + 1; ++j)
-            for (int i = 0; i <= w->imax + 1; ++i) w->zb(i, j) = st.zb(i - d.i0, j - d.j0);
+            for (int i = 0; i <= w->imax + 1; ++i)
+                w->zb(i, j) = st.zb(i - d.i0, j - d.j0);
     };
     const auto cells = [&](Field3d Storage::*f) {
         gathercells(d, st.*f, st.imax, st.jmax, d.i0, d.j0, w ? &(w->*f) : nullptr);
@@ -109,7 +110,8 @@ void gatherstate(const Storage& st, Part part) {
         }
         // The coarser levels live on rank 0 alone.
         if (w != nullptr) {
-            for (int l = st.lmin - 1; l >= w->lmin; --l) copyfield(st.whole->mg(l).phi, w->mg(l).phi);
+            for (int l = st.lmin - 1; l >= w->lmin; --l)
+                copyfield(st.whole->mg(l).phi, w->mg(l).phi);
         }
         bed();
         for (Field3d Storage::*f : {&Storage::uo, &Storage::vo, &Storage::wo, &Storage::fu,
@@ -119,8 +121,8 @@ void gatherstate(const Storage& st, Part part) {
         if (st.stats.enabled == 1) cells(&Storage::p);
     }
     if (part == Part::flow) {
-        for (Field3d Storage::*f : {&Storage::u, &Storage::v, &Storage::w, &Storage::p,
-                                    &Storage::vort, &Storage::qc}) {
+        for (Field3d Storage::*f :
+             {&Storage::u, &Storage::v, &Storage::w, &Storage::p, &Storage::vort, &Storage::qc}) {
             cells(f);
         }
         bed();
@@ -138,7 +140,7 @@ void gatherstate(const Storage& st, Part part) {
     }
 }
 
-}  // namespace
+} // namespace
 
 const Storage* filesource(const Storage& st, Part part) {
     if (!st.dec.distributed()) return &st;
@@ -167,7 +169,8 @@ void scatterrestart(Storage& st) {
         exchange(d, m.phi, m.ni, m.nj, true);
     }
     if (w != nullptr) {
-        for (int l = st.lmin; l >= w->lmin; --l) copyfield(w->mg(l).phi, st.whole->mg(l).phi);
+        for (int l = st.lmin; l >= w->lmin; --l)
+            copyfield(w->mg(l).phi, st.whole->mg(l).phi);
     }
     for (Field3d Storage::*f : {&Storage::uo, &Storage::vo, &Storage::wo, &Storage::fu,
                                 &Storage::fv, &Storage::fw, &Storage::nut, &Storage::p}) {
@@ -214,4 +217,4 @@ void scatterrestart(Storage& st) {
     std::copy(st.wo.data(), st.wo.data() + st.wo.size(), st.w.data());
 }
 
-}  // namespace riffle
+} // namespace riffle

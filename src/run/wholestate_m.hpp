@@ -32,4 +32,4 @@ enum class Part { restart, flow, statistics };
 // pressure; the step continues from the previous level.
 void scatterrestart(Storage& st);
 
-}  // namespace riffle
+} // namespace riffle

@@ -13,7 +13,7 @@
 
 static long changes;
 
-static int iscase(const char *path) { return path != NULL && strstr(path, ".cgns") != NULL; }
+static int iscase(const char* path) { return path != NULL && strstr(path, ".cgns") != NULL; }
 
 static int fdiscase(int fd) {
     char link[64], path[4096];
@@ -25,13 +25,13 @@ static int fdiscase(int fd) {
 }
 
 static void change(void) {
-    const char *at = getenv("RIFFLE_KILL_AT");
+    const char* at = getenv("RIFFLE_KILL_AT");
     if (++changes == (at != NULL ? atol(at) : 0)) kill(getpid(), SIGKILL);
 }
 
 __attribute__((destructor)) static void report(void) {
-    const char *name = getenv("RIFFLE_KILL_COUNT");
-    FILE *f = name != NULL ? fopen(name, "w") : NULL;
+    const char* name = getenv("RIFFLE_KILL_COUNT");
+    FILE* f = name != NULL ? fopen(name, "w") : NULL;
     if (f != NULL) {
         fprintf(f, "%ld\n", changes);
         fclose(f);
@@ -40,12 +40,12 @@ __attribute__((destructor)) static void report(void) {
 
 #define NEXT(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
 
-ssize_t pwrite(int fd, const void *buf, size_t n, off_t at) {
+ssize_t pwrite(int fd, const void* buf, size_t n, off_t at) {
     if (fdiscase(fd)) change();
     return NEXT(pwrite)(fd, buf, n, at);
 }
 
-ssize_t pwrite64(int fd, const void *buf, size_t n, off64_t at) {
+ssize_t pwrite64(int fd, const void* buf, size_t n, off64_t at) {
     if (fdiscase(fd)) change();
     return NEXT(pwrite64)(fd, buf, n, at);
 }
@@ -55,12 +55,12 @@ int ftruncate(int fd, off_t size) {
     return NEXT(ftruncate)(fd, size);
 }
 
-int rename(const char *from, const char *to) {
+int rename(const char* from, const char* to) {
     if (iscase(from) || iscase(to)) change();
     return NEXT(rename)(from, to);
 }
 
-int unlink(const char *path) {
+int unlink(const char* path) {
     if (iscase(path)) change();
     return NEXT(unlink)(path);
 }

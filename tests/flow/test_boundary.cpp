@@ -30,21 +30,21 @@ Storage randombox() {
 
 TEST(Boundary, PeriodicWallsFreeSlipValuesAndPressure) {
     Storage st = randombox();
-    setboundarycodes(st, 0, 1, 0);  // periodic x, side walls, free-slip lid
+    setboundarycodes(st, 0, 1, 0); // periodic x, side walls, free-slip lid
     const double vs = 0.3, ws = -0.2, ub = 0.7, ut = 0.05, wb = 1.5;
-    st.vbval[south] = vs;   // normal component on a value face: the face value itself
-    st.wbval[south] = ws;   // tangential on a value face: mean of ghost and inner
+    st.vbval[south] = vs; // normal component on a value face: the face value itself
+    st.wbval[south] = ws; // tangential on a value face: mean of ghost and inner
     st.ubval[bottom] = ub;
-    st.ubval[top] = ut;     // free slip with a gradient: (ghost - inner)/dz = ut
-    st.wbval[bottom] = wb;  // normal component with a gradient: mirrored about the face
+    st.ubval[top] = ut;    // free slip with a gradient: (ghost - inner)/dz = ut
+    st.wbval[bottom] = wb; // normal component with a gradient: mirrored about the face
     const Storage before = randombox();
     flow::boundaryu(st), flow::boundaryv(st), flow::boundaryw(st);
-    flow::boundaryp(st);  // p: periodic x, zero gradient y and top, zero at the bottom; no values
+    flow::boundaryp(st); // p: periodic x, zero gradient y and top, zero at the bottom; no values
     for (int i = 1; i <= I; ++i) {
         for (int k = 1; k <= K; ++k) {
-            EXPECT_DOUBLE_EQ(st.u(i, 0, k), -st.u(i, 1, k));  // tangential, value 0
+            EXPECT_DOUBLE_EQ(st.u(i, 0, k), -st.u(i, 1, k)); // tangential, value 0
             EXPECT_DOUBLE_EQ(0.5 * (st.w(i, 0, k) + st.w(i, 1, k)), ws);
-            EXPECT_EQ(st.v(i, 0, k), vs);  // the face holds the value, the ghost extrapolates
+            EXPECT_EQ(st.v(i, 0, k), vs); // the face holds the value, the ghost extrapolates
             EXPECT_DOUBLE_EQ(st.v(i, -1, k), 2 * vs - st.v(i, 1, k));
             EXPECT_EQ(st.v(i, J, k), 0.0);
             EXPECT_DOUBLE_EQ(st.v(i, J + 1, k), -st.v(i, J - 1, k));
@@ -64,13 +64,12 @@ TEST(Boundary, PeriodicWallsFreeSlipValuesAndPressure) {
         }
     }
     for (int k = 1; k <= K; ++k)
-        for (int j = 1; j <= J; ++j) {  // periodic: copies of the opposite interior
+        for (int j = 1; j <= J; ++j) { // periodic: copies of the opposite interior
             EXPECT_TRUE(st.u(0, j, k) == st.u(I, j, k) && st.u(I + 1, j, k) == st.u(1, j, k));
             EXPECT_TRUE(st.u(-1, j, k) == st.u(I - 1, j, k) && st.w(I + 1, j, k) == st.w(1, j, k));
             EXPECT_TRUE(st.v(0, j, k) == st.v(I, j, k) && st.p(0, j, k) == st.p(I, j, k));
         }
 }
-
 
 // A 1 x 1 cross-section of 4 x 5 cells of 0.25 x 0.2 carrying uo = 0.5: Q = 0.5 over a flat bed.
 double fxfor(Storage& st, double discharge) {
@@ -84,18 +83,20 @@ TEST(Forces, GainOnTheFlowRateDeficitOverTheWetHeight) {
     st.iflagu.fill(ibm::fluid);
     st.zb.fill(0.0);
     st.gravity = 9.81, st.fy = 3.0;
-    EXPECT_DOUBLE_EQ(fxfor(st, 0.37), 37.0);  // at rest: 100 per unit of deficit
+    EXPECT_DOUBLE_EQ(fxfor(st, 0.37), 37.0); // at rest: 100 per unit of deficit
     EXPECT_TRUE(st.fy == 0.0 && st.fz == -9.81);
     st.uo.fill(0.5);
-    EXPECT_NEAR(fxfor(st, 0.4), -10.0, 1e-12);  // a surplus reverses the force
+    EXPECT_NEAR(fxfor(st, 0.4), -10.0, 1e-12); // a surplus reverses the force
     // Bed heights -> depth: 0.06 wets the first cell over 0.14 (0.94); a bed of 0 under i = 1
     // puts the face's bed at 0.03 (0.97); 0.3 gives -0.1, 0.1, 0.2, 0.2, 0.2 (0.6).
     for (auto [bed0, bed1, depth] :
          {std::tuple{0.06, 0.06, 0.94}, {0.06, 0.0, 0.97}, {0.3, 0.3, 0.6}}) {
-        for (int j = 0; j <= 5; ++j) st.zb(0, j) = bed0, st.zb(1, j) = bed1;
+        for (int j = 0; j <= 5; ++j)
+            st.zb(0, j) = bed0, st.zb(1, j) = bed1;
         EXPECT_NEAR(fxfor(st, 0.5 * depth), 0.0, 1e-12) << depth;
     }
-    for (int j = 1; j <= 4; ++j) st.iflagu(0, j, 1) = ibm::solid;  // the negative cell skipped
+    for (int j = 1; j <= 4; ++j)
+        st.iflagu(0, j, 1) = ibm::solid; // the negative cell skipped
     EXPECT_NEAR(fxfor(st, 0.5 * 0.7), 0.0, 1e-12);
     // A forcing point carries flow: 39.5 more in a full cell of 0.25 x 0.2.
     st.uo(0, 2, 3) = 40.0, st.iflagu(0, 2, 3) = ibm::forcing;
@@ -106,7 +107,7 @@ TEST(Forces, GainOnTheFlowRateDeficitOverTheWetHeight) {
 // ln(60)/ln(240) = 0.74706...
 TEST(SideWalls, LogLawFromTheSecondRowSouthTakingVNorthTakingW) {
     const double ratio = std::log(60.0) / std::log(240.0);
-    Storage st = testsupport::box(4, 6, 3, 0.02, 0.01, 0.01);  // at rest
+    Storage st = testsupport::box(4, 6, 3, 0.02, 0.01, 0.01); // at rest
     st.ks = 1.0;
     st.u.fill(9.0);
     for (int k = 0; k <= 4; ++k)
@@ -114,15 +115,15 @@ TEST(SideWalls, LogLawFromTheSecondRowSouthTakingVNorthTakingW) {
             for (int row : {2, 5})
                 st.u(i, row, k) = 3.0, st.v(i, row, k) = -0.1, st.w(i, row, k) = 4.0;
     flow::walls(st);
-    EXPECT_EQ(st.u(2, 6, 2), 9.0);  // walls leaves the north rows alone
+    EXPECT_EQ(st.u(2, 6, 2), 9.0); // walls leaves the north rows alone
     flow::walln(st);
     testsupport::interior(st, [&](int i, int j, int k) {
         if (j != 1 && j != 6) return;
         EXPECT_NEAR(st.u(i, j, k), 3.0 * ratio, 1e-12);
-        EXPECT_NEAR(st.w(i, j, k), (j == 1 ? -0.1 : 4.0) * ratio, 1e-12);  // south: from v
+        EXPECT_NEAR(st.w(i, j, k), (j == 1 ? -0.1 : 4.0) * ratio, 1e-12); // south: from v
     });
-    EXPECT_TRUE(st.u(0, 1, 1) == 9.0 && st.u(1, 1, 0) == 9.0);  // ghosts left to the boundaries
+    EXPECT_TRUE(st.u(0, 1, 1) == 9.0 && st.u(1, 1, 0) == 9.0); // ghosts left to the boundaries
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

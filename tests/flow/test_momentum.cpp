@@ -36,7 +36,7 @@ TEST(Momentum, LinearFieldGivesTheExactRightHandSides) {
     });
     const auto rhs = [&](std::size_t a, Vec x) {
         const Vec u = vel(x[0], x[1], x[2]);
-        double h = force[a] - u[a] * 0.1;  // tr G = 0.1
+        double h = force[a] - u[a] * 0.1; // tr G = 0.1
         for (std::size_t b = 0; b < 3; ++b)
             h += n[b] * (vel.g[a][b] + vel.g[b][a]) - vel.g[a][b] * u[b];
         return h;
@@ -64,12 +64,11 @@ TEST(Momentum, LinearFieldGivesTheExactRightHandSides) {
     EXPECT_NEAR(st.fuo(3, 2, 2), rhs(0, {1.5, 0.6, 0.15}), 1e-12);
 }
 
-
 TEST(TimeStep, UniformStreamCapAndFastestFace) {
-    Storage st = testsupport::box(6, 5, 4, 0.5, 0.4, 0.1);  // 1/dx^2 + 1/dy^2 + 1/dz^2 = 110.25
+    Storage st = testsupport::box(6, 5, 4, 0.5, 0.4, 0.1); // 1/dx^2 + 1/dy^2 + 1/dz^2 = 110.25
     st.cfl = 0.5, st.visc = 0.0;
     flow::timestep(st);
-    EXPECT_EQ(st.dt, 1.0);  // at rest without viscosity nothing limits the step but the cap
+    EXPECT_EQ(st.dt, 1.0); // at rest without viscosity nothing limits the step but the cap
 
     // A uniform stream: 0.3/0.5 + 0.2/0.4 + 0.05/0.1 = 1.6, viscous rate 0.01 x 110.25.
     st.visc = 0.01;
@@ -88,10 +87,9 @@ TEST(TimeStep, UniformStreamCapAndFastestFace) {
     EXPECT_DOUBLE_EQ(st.dt, 0.5 / 2.7025);
 }
 
-
 TEST(Smagorinsky, LinearFieldStrainViscosityAndGhostLayers) {
     Storage st = testsupport::box(6, 5, 4, 0.5, 0.4, 0.1);
-    setboundarycodes(st, 0, 1, 0);  // periodic x, side walls, free-slip top
+    setboundarycodes(st, 0, 1, 0); // periodic x, side walls, free-slip top
     st.cs = 0.1;
     testsupport::setvelocity(st, st.u, st.v, st.w, testsupport::linear);
     flow::smagorinsky(st);
@@ -110,7 +108,7 @@ TEST(Smagorinsky, LinearFieldStrainViscosityAndGhostLayers) {
         testsupport::interior(
             st, [&](int i, int j, int k) { ASSERT_NEAR((st.*f)(i, j, k), value, 1e-13); });
 
-    st.u(2, 3, 4) += 0.4;  // some variation near the top
+    st.u(2, 3, 4) += 0.4; // some variation near the top
     st.w(4, 1, 3) = 0.2;
     flow::smagorinsky(st);
     // Periodic x; free-slip top and side walls (code 1): nut flips sign, the strain is copied;
@@ -123,5 +121,5 @@ TEST(Smagorinsky, LinearFieldStrainViscosityAndGhostLayers) {
     });
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

@@ -35,7 +35,8 @@ FlatRun flatrun(int wallmodel) {
     const double depth = 0.1, bulk = 0.3, target = bulk * 0.4 * depth;
     r.target = target;
     platform::BedGrid bed{9, 5, {}, {}, std::vector<double>(45, 0.0)};
-    for (int n = 0; n < 45; ++n) bed.x.push_back(0.1 * (n % 9)), bed.y.push_back(0.1 * (n / 9));
+    for (int n = 0; n < 45; ++n)
+        bed.x.push_back(0.1 * (n % 9)), bed.y.push_back(0.1 * (n / 9));
     const testsupport::Scratch scratch;
     const std::string path = scratch.file("flat.cgns").string();
     // clang-format off
@@ -72,7 +73,8 @@ FlatRun flatrun(int wallmodel) {
             for (int j = 1; j <= st.jmax; ++j) {
                 const double wet = std::min(st.zmin + k * st.dz, st.dz);
                 if (st.iflagu(0, j, k) != -1) q += st.uo(0, j, k) * st.dy * wet;
-                for (int i = 1; i <= st.imax; ++i) r.profile[k] += st.dt * st.u(i, j, k);
+                for (int i = 1; i <= st.imax; ++i)
+                    r.profile[k] += st.dt * st.u(i, j, k);
             }
         r.qmin = std::min(r.qmin, q);
         r.qmax = std::max(r.qmax, q);
@@ -91,7 +93,8 @@ TEST(BedVerification, FlatRoughBedHoldsDischargeAndFollowsTheLogLaw) {
     const FlatRun r = flatrun(0);
     EXPECT_LT(std::max(r.qmax / r.target - 1.0, 1.0 - r.qmin / r.target), 0.05);
     EXPECT_LT(std::max(r.ustar / r.loglaw, r.loglaw / r.ustar), 1.5); // NaN: a negative force
-    for (int k = 3; k <= 16; ++k) EXPECT_GT(r.profile[k], r.profile[k - 1]) << "layer " << k;
+    for (int k = 3; k <= 16; ++k)
+        EXPECT_GT(r.profile[k], r.profile[k - 1]) << "layer " << k;
 }
 
 // With the wall-layer model the bed takes the wall law's stress: the friction velocity that
@@ -100,7 +103,8 @@ TEST(BedVerification, FlatRoughBedWithTheWallLayerModelTakesTheLogLawStress) {
     const FlatRun r = flatrun(1);
     EXPECT_LT(std::max(r.qmax / r.target - 1.0, 1.0 - r.qmin / r.target), 0.05);
     EXPECT_LT(std::max(r.ustar / r.loglaw, r.loglaw / r.ustar), 1.1);
-    for (int k = 3; k <= 16; ++k) EXPECT_GT(r.profile[k], r.profile[k - 1]) << "layer " << k;
+    for (int k = 3; k <= 16; ++k)
+        EXPECT_GT(r.profile[k], r.profile[k - 1]) << "layer " << k;
 }
 
 } // namespace

@@ -95,7 +95,8 @@ TEST(ForcingLists, SameBitsAndWarningsAsTheSearch) {
         const auto before = st.forcing.classification;
         for (Storage* s : {&ref, &st}) {
             for (int j = 0; j <= s->jmax + 1; ++j)
-                for (int i = 0; i <= 8; ++i) s->zb(i, j) += 0.04;
+                for (int i = 0; i <= 8; ++i)
+                    s->zb(i, j) += 0.04;
             flagdeter(*s);
         }
         EXPECT_EQ(st.forcing.classification, before + 1);

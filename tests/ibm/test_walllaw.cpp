@@ -178,8 +178,8 @@ TEST(WallLaw, EddyViscosityStepsOutPastForcingCellsToTheLinearProfile) {
     // nut = c (z - zb) above the two lowest layers, nonsense in them (forcing cells): the
     // trilinear variant steps R out past them, and nut(R) dP/(dP + |R - P|) = c dP wherever R ends.
     Storage st = flatbed(0.01, 0.0, 0.0, 0.0);
-    testsupport::setfield(st.nut, st, 3,
-                          [](double, double, double z) { return z < 0.2 ? 1e6 : 3.0 * (z - 0.01); });
+    testsupport::setfield(
+        st.nut, st, 3, [](double, double, double z) { return z < 0.2 ? 1e6 : 3.0 * (z - 0.01); });
     testsupport::setfield(st.iflagp, st, 3,
                           [](double, double, double z) { return z < 0.2 ? 0 : 1; });
     for (int k = 1; k <= 2; ++k) {

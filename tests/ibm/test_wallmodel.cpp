@@ -69,7 +69,9 @@ TEST(WallModel, FirstFaceCarriesTheBedStressOfEveryColumn) {
     st.iwallmodel = 1;
     const double zbed = 0.012, z0 = roughnesslength(st.ks), ustar = 0.02;
     testsupport::setbed(st, [&](double, double) { return zbed; });
-    const auto law = [&](double z) { return z > zbed + z0 ? ustar / 0.4 * std::log((z - zbed) / z0) : 0.0; };
+    const auto law = [&](double z) {
+        return z > zbed + z0 ? ustar / 0.4 * std::log((z - zbed) / z0) : 0.0;
+    };
     testsupport::setfield(st.u, st, 0, [&](double, double, double z) { return law(z); });
     testsupport::setfield(st.v, st, 1, [&](double, double, double z) { return 0.1 * law(z); });
     ibm::uselists(st);

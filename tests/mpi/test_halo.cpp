@@ -27,8 +27,7 @@ int mirrored(int g, int n, int ranks, bool periodic) {
     return (g - 1 + n) % n + 1;
 }
 
-template <class T>
-void checkexchange(const Decomposition& d, Range ri, Range rj) {
+template <class T> void checkexchange(const Decomposition& d, Range ri, Range rj) {
     Field3<T> f(ri, rj, Range{0, kmax + 1});
     for (int k = 0; k <= kmax + 1; ++k) {
         for (int j = rj.lo; j <= rj.hi; ++j) {
@@ -48,9 +47,9 @@ void checkexchange(const Decomposition& d, Range ri, Range rj) {
                 const T want = static_cast<T>(gi > 0 && gj > 0 ? code(gi, gj, k) : untouched);
                 if (f(i, j, k) != want && ++wrong <= 3) {
                     ADD_FAILURE() << "rank " << d.rank << " of " << d.px << "x" << d.py
-                                  << " periodic " << d.periodicx << d.periodicy << ": (" << i
-                                  << "," << j << "," << k << ") holds " << f(i, j, k)
-                                  << ", wants " << want;
+                                  << " periodic " << d.periodicx << d.periodicy << ": (" << i << ","
+                                  << j << "," << k << ") holds " << f(i, j, k) << ", wants "
+                                  << want;
                 }
             }
         }
@@ -110,14 +109,16 @@ TEST(Halo, GatherAndScatterPlaceEveryBlockAtItsGlobalIndex) {
         gather(nodes, Range{0, d.ni}, Range{0, d.nj}, d.i0, d.j0, root);
         for (int kk = k.lo; kk <= k.hi && myrank() == 0; ++kk) {
             for (int j = 0; j <= jmax; ++j) {
-                for (int i = 0; i <= imax; ++i) wrong += whole(i, j, kk) != code(i, j, kk);
+                for (int i = 0; i <= imax; ++i)
+                    wrong += whole(i, j, kk) != code(i, j, kk);
             }
         }
         EXPECT_EQ(wrong, 0) << px << "x" << n / px << " gathered";
         // Back out: every rank's block and its halo ring from rank 0's whole field.
         for (int kk = k.lo; kk <= k.hi && myrank() == 0; ++kk) {
             for (int j = 0; j <= jmax + 1; ++j) {
-                for (int i = 0; i <= imax + 1; ++i) whole(i, j, kk) = code(i, j, kk);
+                for (int i = 0; i <= imax + 1; ++i)
+                    whole(i, j, kk) = code(i, j, kk);
             }
         }
         cells.fill(untouched);
@@ -137,8 +138,9 @@ TEST(Halo, ReductionsCombineInRankOrder) {
     const int n = rankcount(), r = myrank();
     const double mine = 0.1 * (r + 1);
     double sum = 0.1;
-    for (int q = 1; q < n; ++q) sum += 0.1 * (q + 1);
-    EXPECT_EQ(allsum(mine), sum);  // the very bits of the sum taken in rank order
+    for (int q = 1; q < n; ++q)
+        sum += 0.1 * (q + 1);
+    EXPECT_EQ(allsum(mine), sum); // the very bits of the sum taken in rank order
     EXPECT_EQ(allmax(mine), 0.1 * n);
     EXPECT_EQ(allmin(mine), 0.1);
     const double nan = std::numeric_limits<double>::quiet_NaN();
@@ -146,5 +148,5 @@ TEST(Halo, ReductionsCombineInRankOrder) {
     EXPECT_TRUE(std::isnan(allmin(r == 0 ? nan : mine)));
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

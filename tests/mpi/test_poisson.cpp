@@ -23,8 +23,10 @@ constexpr int ni = 32, nj = 24, nk = 16;
 int unitfor(std::array<int, 2> grid, int lmin) {
     for (int u = 1 << -lmin; u > 1; u /= 2) {
         bool fits = true;
-        for (int c = 0; c < grid[0]; ++c) fits = fits && blockspan(ni, grid[0], c, u).size >= 2 * u;
-        for (int c = 0; c < grid[1]; ++c) fits = fits && blockspan(nj, grid[1], c, u).size >= 2 * u;
+        for (int c = 0; c < grid[0]; ++c)
+            fits = fits && blockspan(ni, grid[0], c, u).size >= 2 * u;
+        for (int c = 0; c < grid[1]; ++c)
+            fits = fits && blockspan(nj, grid[1], c, u).size >= 2 * u;
         if (fits) return u;
     }
     return 1;
@@ -42,12 +44,14 @@ Storage problem(const Decomposition& d, bool walls) {
     st.dz = 0.01;
     setboundarycodes(st, 0, walls ? 1 : 0, 0);
     allocation(st);
-    for (int l = 0; l >= st.lmin; --l) st.mg(l).phi.fill(0.0);
+    for (int l = 0; l >= st.lmin; --l)
+        st.mg(l).phi.fill(0.0);
     const int i0 = d.distributed() ? d.i0 : 0, j0 = d.distributed() ? d.j0 : 0;
     for (int k = 1; k <= nk; ++k)
         for (int j = 1; j <= st.jmax; ++j)
             for (int i = 1; i <= st.imax; ++i)
-                st.mg(0).src(i, j, k) = std::sin(0.7 * (i + i0)) * std::cos(0.4 * (j + j0)) + 0.05 * k;
+                st.mg(0).src(i, j, k) =
+                    std::sin(0.7 * (i + i0)) * std::cos(0.4 * (j + j0)) + 0.05 * k;
     return st;
 }
 
@@ -75,25 +79,32 @@ TEST(DistributedPoisson, BlocksSolveTheWholeBoxProblem) {
     const int n = rankcount(), rank = myrank();
     const int lmin = coarsestlevel(ni, nj, nk);
     for (int px = 1; px <= n; ++px) {
-        if (n % px != 0 || (px > 1 && ni / px < minblock) || (n / px > 1 && nj / (n / px) < minblock)) continue;
+        if (n % px != 0 || (px > 1 && ni / px < minblock) ||
+            (n / px > 1 && nj / (n / px) < minblock))
+            continue;
         const std::array<int, 2> grid{px, n / px};
         for (const bool walls : {false, true}) {
             for (const int igamma : {1, 2}) {
-                const Decomposition d = decompose(grid, rank, ni, nj, true, !walls, unitfor(grid, lmin));
+                const Decomposition d =
+                    decompose(grid, rank, ni, nj, true, !walls, unitfor(grid, lmin));
                 Storage blocks = problem(d, walls);
-                Storage one = problem(Decomposition{}, walls), two = problem(Decomposition{}, walls);
+                Storage one = problem(Decomposition{}, walls),
+                        two = problem(Decomposition{}, walls);
                 Field3<double> whole(Range{0, ni + 1}, Range{0, nj + 1}, Range{0, nk + 1});
                 for (int cycles : {3, 30}) {
                     const int more = cycles == 3 ? 3 : 27;
-                    for (int c = 0; c < more; ++c) pressure::multigridp(blocks, 0, igamma, 2, 2, 100);
+                    for (int c = 0; c < more; ++c)
+                        pressure::multigridp(blocks, 0, igamma, 2, 2, 100);
                     const double rblocks = residual(blocks);
                     gather(blocks.mg(0).phi, Range{1, d.ni}, Range{1, d.nj}, d.i0, d.j0,
                            rank == 0 ? &whole : nullptr);
                     if (rank != 0) continue;
                     omp_set_num_threads(1);
-                    for (int c = 0; c < more; ++c) pressure::multigridp(one, 0, igamma, 2, 2, 100);
+                    for (int c = 0; c < more; ++c)
+                        pressure::multigridp(one, 0, igamma, 2, 2, 100);
                     omp_set_num_threads(2);
-                    for (int c = 0; c < more; ++c) pressure::multigridp(two, 0, igamma, 2, 2, 100);
+                    for (int c = 0; c < more; ++c)
+                        pressure::multigridp(two, 0, igamma, 2, 2, 100);
                     omp_set_num_threads(1);
                     const double rone = residual(one);
                     const double dblocks = difference(whole, one.mg(0).phi);
@@ -113,5 +124,5 @@ TEST(DistributedPoisson, BlocksSolveTheWholeBoxProblem) {
     }
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

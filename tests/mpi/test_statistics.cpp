@@ -45,11 +45,13 @@ void sample(Sampled& r, const Decomposition& d) {
     allocation(st);
     r.nodes.elev.allocate(Range{0, ni}, Range{0, nj});
     for (int j = 0; j <= nj; ++j)
-        for (int i = 0; i <= ni; ++i) r.nodes.elev(i, j) = 0.02 * ((i + 2 * j) % 5) - 0.01;
+        for (int i = 0; i <= ni; ++i)
+            r.nodes.elev(i, j) = 0.02 * ((i + 2 * j) % 5) - 0.01;
     r.nodes.z3.allocate(Range{0, st.imax}, Range{0, st.jmax}, Range{0, nk});
     for (int k = 0; k <= nk; ++k)
         for (int j = 0; j <= st.jmax; ++j)
-            for (int i = 0; i <= st.imax; ++i) r.nodes.z3(i, j, k) = st.dz * k;
+            for (int i = 0; i <= st.imax; ++i)
+                r.nodes.z3(i, j, k) = st.dz * k;
     st.stats.enabled = 1;
     allocatestatistics(st);
     st.iwallmodel = 1;
@@ -94,12 +96,12 @@ TEST(DistributedStatistics, BlocksGiveTheMeansOfOneProcess) {
             worst = std::max(worst, std::abs(p[at] - pone[at]));
             largest = std::max(largest, std::abs(pone[at]));
         }
-        EXPECT_LT(worst, 1e-12 * 50.0 * samples) << px << "x" << n / px;  // the levels' round-off
-        EXPECT_GT(largest, 0.3);  // not all zero
+        EXPECT_LT(worst, 1e-12 * 50.0 * samples) << px << "x" << n / px; // the levels' round-off
+        EXPECT_GT(largest, 0.3);                                         // not all zero
         EXPECT_EQ(bedstatisticfields(*whole), bone) << px << "x" << n / px;
     }
     EXPECT_GE(grids, 1);
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

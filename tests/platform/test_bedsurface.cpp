@@ -49,7 +49,8 @@ TEST_F(Kavel, BedSurfaceRefusedOutOfOrderAndFollowsTheTimes) {
     refused += ier;
     for (int step = 1; step <= 2; ++step) {
         writestep(0.5 * step, n, step);
-        for (int p = 0; p < ni * nj; ++p) f[p] = -nodevalue(p, step);
+        for (int p = 0; p < ni * nj; ++p)
+            f[p] = -nodevalue(p, step);
         CG_KAVEL_WRITE_BED_SOL_REAL_F("BedShearStress", f.data(), ier);
         EXPECT_EQ(ier, 0);
     }
@@ -81,12 +82,16 @@ TEST_F(Kavel, AnotherProgramsBaseOfTheNameIsLeftAlone) {
 
 TEST_F(Kavel, ResultsFileHoldsTheSurfaceAsACaseDoes) {
     std::vector<double> z(ni * nj * 2, 0.0), mean(ni * nj);
-    for (int p = 0; p < ni * nj; ++p) mean[p] = 0.25 * p;
+    for (int p = 0; p < ni * nj; ++p)
+        mean[p] = 0.25 * p;
     const std::string out = scratch.file("results.cgns").string();
-    BedSurface surface{ni, nj, bed.x.data(), bed.y.data(), bed.elevation.data(),
+    BedSurface surface{ni,
+                       nj,
+                       bed.x.data(),
+                       bed.y.data(),
+                       bed.elevation.data(),
                        {{"MeanBedShearStress", mean.data()}}};
-    writeresultsfile(out, ni, nj, 2, z.data(), z.data(), z.data(), 2.5, {}, "Notes", {},
-                     &surface);
+    writeresultsfile(out, ni, nj, 2, z.data(), z.data(), z.data(), 2.5, {}, "Notes", {}, &surface);
     const Base b = readbase(out, 2, "MeanBedShearStress");
     EXPECT_EQ(std::tuple(b.name, b.cdim, b.pdim, b.zones, b.sols, b.last),
               std::tuple("Bed", 2, 3, 1, 1, mean));

@@ -4,7 +4,6 @@
 // corrupt one dropped with the case left alone; the solver's open of its case gets the journaling
 // driver and its lock keeps replays out. (Runs killed mid-commit: tests/e2e/test_crash.py.)
 
-
 #include <algorithm>
 #include <cstdint>
 #include <hdf5.h>
@@ -81,7 +80,6 @@ TEST_F(Kavel, BadFileRefusedUntouchedAndFailedWritesLeaveNoTrace) {
     EXPECT_EQ(std::distance(fs::directory_iterator(scratch.dir), {}), 2); // the case and text.cgns
 }
 
-
 using namespace testsupport;
 
 // A journal of one region, byte by byte: "RIFFLEJ1", the case's size after the commit, the number
@@ -90,12 +88,14 @@ using namespace testsupport;
 std::string journal(std::uint64_t size, std::uint64_t at, const std::string& bytes) {
     std::string j = "RIFFLEJ1";
     auto word = [&](std::uint64_t v) {
-        for (int b = 0; b < 8; ++b) j += static_cast<char>(v >> (8 * b));
+        for (int b = 0; b < 8; ++b)
+            j += static_cast<char>(v >> (8 * b));
     };
     word(size), word(1), word(at), word(bytes.size());
     j += bytes;
     std::uint64_t h = 14695981039346656037ULL;
-    for (const unsigned char c : j) h = (h ^ c) * 1099511628211ULL;
+    for (const unsigned char c : j)
+        h = (h ^ c) * 1099511628211ULL;
     word(h);
     return j;
 }

@@ -31,7 +31,8 @@ void expectresults(const std::string& file, int levels, const std::vector<double
     EXPECT_EQ(std::tuple(count, std::string(name), size[0], size[1], size[2]),
               std::tuple(1, "Box", ni, nj, levels));
     CGOK(cg_coord_read(fn, 1, 1, "CoordinateZ", RealDouble, lo, hi, v.data()));
-    for (int p = 0; p < nodes; ++p) EXPECT_EQ(v[p], 0.1 * (p / (ni * nj))) << p;
+    for (int p = 0; p < nodes; ++p)
+        EXPECT_EQ(v[p], 0.1 * (p / (ni * nj))) << p;
 
     CGOK(cg_biter_read(fn, 1, name, &count));
     EXPECT_EQ(count, n);
@@ -55,7 +56,8 @@ void expectresults(const std::string& file, int levels, const std::vector<double
                   std::tuple(expected.substr(32 * s - 32, 13), Vertex));
         for (const char* field : fields) {
             CGOK(cg_field_read(fn, 1, 1, s, field, RealDouble, lo, hi, v.data()));
-            for (int p = 0; p < nodes; ++p) EXPECT_EQ(v[p], nodevalue(p, s)) << field << p;
+            for (int p = 0; p < nodes; ++p)
+                EXPECT_EQ(v[p], nodevalue(p, s)) << field << p;
         }
     }
     cg_close(fn);

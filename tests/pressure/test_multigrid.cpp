@@ -42,7 +42,8 @@ double cyclefactor(int n, int igamma) {
     Storage st = manufactured(n);
     multigridp(st, 0, igamma, 2, 2, 100);
     const double r1 = residualnorm(st);
-    for (int c = 2; c <= 4; ++c) multigridp(st, 0, igamma, 2, 2, 100);
+    for (int c = 2; c <= 4; ++c)
+        multigridp(st, 0, igamma, 2, 2, 100);
     return std::pow(residualnorm(st) / r1, 1.0 / 3);
 }
 
@@ -50,15 +51,16 @@ TEST(MultigridVerification, ContractionAndSecondOrderOnAManufacturedSolution) {
     const double v16 = cyclefactor(16, 1), v32 = cyclefactor(32, 1);
     const double w16 = cyclefactor(16, 2), none = cyclefactor(16, 0);
     EXPECT_LT(v16, 0.5);
-    EXPECT_NEAR(v16, v32, 0.1);  // grid-independent contraction
+    EXPECT_NEAR(v16, v32, 0.1); // grid-independent contraction
     EXPECT_LE(w16, v16 + 0.02);
-    EXPECT_GT(none, v16 + 0.2);  // smoothing alone leaves the smooth error
+    EXPECT_GT(none, v16 + 0.2); // smoothing alone leaves the smooth error
     EXPECT_LT(none, 1.0);
 
     double err[2] = {0.0, 0.0};
     for (int m = 0; m < 2; ++m) {
         Storage st = manufactured(8 << m);
-        for (int c = 0; c < 12; ++c) multigridp(st, 0, 1, 2, 2, 100);
+        for (int c = 0; c < 12; ++c)
+            multigridp(st, 0, 1, 2, 2, 100);
         testsupport::interior(st, [&](int i, int j, int k) {
             const double e = exact((i - 0.5) * st.dx, (j - 0.5) * st.dy, (k - 0.5) * st.dz);
             err[m] = std::max(err[m], std::abs(st.mg(0).phi(i, j, k) - e));
@@ -66,8 +68,8 @@ TEST(MultigridVerification, ContractionAndSecondOrderOnAManufacturedSolution) {
     }
     EXPECT_GT(std::log2(err[0] / err[1]), 1.8);
     std::printf("multigrid: contraction per V-cycle %.3f (16) %.3f (32), W %.3f, smoothing alone "
-                "%.3f; order of the Poisson solution %.2f\n", v16, v32, w16, none,
-                std::log2(err[0] / err[1]));
+                "%.3f; order of the Poisson solution %.2f\n",
+                v16, v32, w16, none, std::log2(err[0] / err[1]));
 }
 
 // At most kpoismax + 1 cycles, and never fewer than two: a zero source (0/0) stops after two.
@@ -76,7 +78,7 @@ TEST(Multigrid, DriverCycleCount) {
     Storage st = manufactured(8);
     st.dens = 1.0, st.dt = 1.0, st.igamma = 1, st.ipres = 2, st.iposts = 2;
     testsupport::randomise({&st.u}, 4, -1.0, 1.0);
-    st.kpoismax = 5, st.eps = 1000000;  // a subnormal tolerance, never met (1e6 would stop at 2)
+    st.kpoismax = 5, st.eps = 1000000; // a subnormal tolerance, never met (1e6 would stop at 2)
     poisson(st, npois);
     EXPECT_EQ(npois, 6);
     st.u.fill(0.0);
@@ -85,5 +87,5 @@ TEST(Multigrid, DriverCycleCount) {
     EXPECT_EQ(npois, 2);
 }
 
-}  // namespace
-}  // namespace riffle::pressure
+} // namespace
+} // namespace riffle::pressure

@@ -63,9 +63,11 @@ TEST(Projection, LinearFieldsHandValues) {
     // Divergence 0.002 - 0.003 + 0.004 = 0.003 in every cell, below the reporting limit.
     const auto make = [] {
         Storage st = testsupport::box(6, 5, 4, 0.5, 0.4, 0.1);
-        st.dens = 2.0, st.dt = 0.5;  // dens/dt = 4, dt/dens = 0.25
-        testsupport::setvelocity(st, st.u, st.v, st.w, testsupport::Linear{{0.1, 0.2, -0.1},
-            {{{0.002, 0.5, -0.3}, {0.7, -0.003, 0.2}, {-0.4, 0.6, 0.004}}}});
+        st.dens = 2.0, st.dt = 0.5; // dens/dt = 4, dt/dens = 0.25
+        testsupport::setvelocity(
+            st, st.u, st.v, st.w,
+            testsupport::Linear{{0.1, 0.2, -0.1},
+                                {{{0.002, 0.5, -0.3}, {0.7, -0.003, 0.2}, {-0.4, 0.6, 0.004}}}});
         return st;
     };
     Storage st = make();
@@ -85,7 +87,7 @@ TEST(Projection, LinearFieldsHandValues) {
         EXPECT_NEAR(st.u(i, j, k) - before.u(i, j, k), -0.375, 1e-13);
         EXPECT_NEAR(st.v(i, j, k) - before.v(i, j, k), 0.5, 1e-13);
         EXPECT_NEAR(st.w(i, j, k) - before.w(i, j, k), -0.2, 1e-13);
-        EXPECT_EQ(st.p(i, j, k), st.mg(0).phi(i, j, k));  // p starts from 0
+        EXPECT_EQ(st.p(i, j, k), st.mg(0).phi(i, j, k)); // p starts from 0
     });
 }
 
@@ -120,7 +122,8 @@ double taylorgreenerror(int n) {
     // The right-hand sides of the starting field (a pass with dt = 0) make the first step a true
     // second-order step.
     st.dt = 0.0, predict(st), st.dt = 0.02 * 16.0 / n;
-    while (st.time < 1.0 - 1e-12) step(st);
+    while (st.time < 1.0 - 1e-12)
+        step(st);
     double num = 0.0, den = 0.0;
     testsupport::interior(st, [&](int i, int j, int k) {
         const double m = mode(i * st.dx, (j - 0.5) * st.dy, 0.0)[0];
@@ -134,7 +137,8 @@ double taylorgreenerror(int n) {
 double channelerror(int kmax) {
     Storage st = box(4, 3, kmax, 1.0, 0.6, 1.0);
     st.visc = 1.0, st.fx = 1.0, st.dt = 0.2 * st.dz * st.dz;
-    while (st.time < 5.0) step(st);  // slowest transient: exp(-(pi/2)^2 t)
+    while (st.time < 5.0)
+        step(st); // slowest transient: exp(-(pi/2)^2 t)
     double err = 0.0;
     for (int k = 1; k <= kmax; ++k)
         err = std::max(err,
@@ -164,19 +168,21 @@ TEST(Projection, SameResultsOnOneAndTwoThreads) {
     for (int n = 0; n < 2; ++n) {
         Storage& s = st[n];
         omp_set_num_threads(n + 1);
-        s.cfl = 0.5, s.cs = 0.1, s.visc = 0.01;  // small values: no divergence printout
+        s.cfl = 0.5, s.cs = 0.1, s.visc = 0.01; // small values: no divergence printout
         testsupport::randomise({&s.u, &s.v, &s.w, &s.uo, &s.vo, &s.wo, &s.fu, &s.fv, &s.fw,
-                                &s.mg(0).phi, &s.mg(0).src}, 5, -1e-5, 1e-5);
+                                &s.mg(0).phi, &s.mg(0).src},
+                               5, -1e-5, 1e-5);
         flow::timestep(s), flow::smagorinsky(s), predict(s), pressure::vorticity(s);
         pressure::boundarypres(s, 0), pressure::operatorp(s, 0), pressure::residualp(s, 0);
         pressure::resnormp(s, 0, norms[n][0]), pressure::divnormp(s, 0, norms[n][1]);
         pressure::correction(s), pressure::divergence(s);
         testsupport::randomise({&s.mg(0).src}, 9, -1.0, 1.0);
-        for (int c = 0; c < 16; ++c) pressure::multigridp(s, 0, 1, 2, 2, 100);
+        for (int c = 0; c < 16; ++c)
+            pressure::multigridp(s, 0, 1, 2, 2, 100);
     }
     omp_set_num_threads(threads);
     for (auto f : {&Storage::u, &Storage::v, &Storage::w, &Storage::fwo, &Storage::nut,
-                   &Storage::vort, &Storage::p})  // the same bits
+                   &Storage::vort, &Storage::p}) // the same bits
         EXPECT_EQ(std::memcmp((st[0].*f).data(), (st[1].*f).data(), (st[0].*f).size() * 8), 0);
     EXPECT_TRUE(st[0].dt == st[1].dt && st[0].dt < 1.0 && st[0].divmax == st[1].divmax);
     EXPECT_TRUE(norms[0][0] == norms[1][0] && norms[0][1] == norms[1][1]);
@@ -187,5 +193,5 @@ TEST(Projection, SameResultsOnOneAndTwoThreads) {
     EXPECT_LT(solved, 1e-12);
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

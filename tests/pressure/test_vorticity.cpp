@@ -29,8 +29,7 @@ std::array<double, 2> vortq(const Mat& g) {
 
 // Largest deviation of vort and qc over the interior from the values of the gradient at the
 // cell centres.
-template <class G>
-std::array<double, 2> maxerror(Storage& st, G gradient) {
+template <class G> std::array<double, 2> maxerror(Storage& st, G gradient) {
     pressure::vorticity(st);
     std::array<double, 2> e{0.0, 0.0};
     testsupport::interior(st, [&](int i, int j, int k) {
@@ -70,7 +69,8 @@ TEST(Vorticity, SecondOrderForSmoothField) {
         errors[level] = maxerror(st, [&](double x, double y, double z) {
             Mat g;
             for (int a = 0; a < 3; ++a)
-                for (int b = 0; b < 3; ++b) g[a][b] = tau * K[a][b] * std::cos(phase(a, x, y, z));
+                for (int b = 0; b < 3; ++b)
+                    g[a][b] = tau * K[a][b] * std::cos(phase(a, x, y, z));
             return g;
         });
     }
@@ -80,5 +80,5 @@ TEST(Vorticity, SecondOrderForSmoothField) {
     }
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

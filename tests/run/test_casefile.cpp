@@ -6,7 +6,6 @@
 #include <bit>
 #include <cmath>
 
-
 #include "platform/casefile.hpp"
 #include "platform/kavellib.hpp"
 #include "run/casefile_m.hpp"
@@ -79,10 +78,18 @@ TEST(CaseFile, ConditionsReadWithTheirDependencies) {
     // timetype 1 reads the fixed step and not the CFL number; iInitialItm = 1.0 has int32 view 0,
     // so xInitItm is never read; BedItm 2 turns the roughness height into a grain size;
     // iCycleItm 1 forces a V-cycle whatever igammaItm holds.
-    Storage st = readconditions({{"timetypeItm", 1}, {"timestepItm", 0.002}, {"cflItm", 0.5},
-                                 {"iInitialItm", 1.0}, {"xInitItm", 9.0}, {"BedItm", 2},
-                                 {"RoughItm", 0.05}, {"iCycleItm", 1}, {"igammaItm", 2},
-                                 {"kpoismaxItm", 5}, {"epsItm", 3}, {"yBoundItm", 1}});
+    Storage st = readconditions({{"timetypeItm", 1},
+                                 {"timestepItm", 0.002},
+                                 {"cflItm", 0.5},
+                                 {"iInitialItm", 1.0},
+                                 {"xInitItm", 9.0},
+                                 {"BedItm", 2},
+                                 {"RoughItm", 0.05},
+                                 {"iCycleItm", 1},
+                                 {"igammaItm", 2},
+                                 {"kpoismaxItm", 5},
+                                 {"epsItm", 3},
+                                 {"yBoundItm", 1}});
     EXPECT_EQ(st.dt, 0.002);
     EXPECT_EQ(st.cfl, 0.0);
     EXPECT_EQ(st.xInit, 0.0);
@@ -94,8 +101,12 @@ TEST(CaseFile, ConditionsReadWithTheirDependencies) {
 
     // An integer stored where a real is read leaves the variable; so does a missing key; any
     // BedItm other than 1 or 2 keeps ks = 1; a switch whose low half is 1 reads the start flow.
-    st = readconditions({{"timetypeItm", 0}, {"cflItm", 1}, {"BedItm", 0}, {"iCycleItm", 0},
-                         {"igammaItm", 2}, {"iInitialItm", std::bit_cast<double>(std::uint64_t{1})},
+    st = readconditions({{"timetypeItm", 0},
+                         {"cflItm", 1},
+                         {"BedItm", 0},
+                         {"iCycleItm", 0},
+                         {"igammaItm", 2},
+                         {"iInitialItm", std::bit_cast<double>(std::uint64_t{1})},
                          {"xInitItm", 0.4}});
     EXPECT_EQ(st.cfl, 0.0);
     EXPECT_EQ(st.visc, 0.0);
@@ -104,5 +115,5 @@ TEST(CaseFile, ConditionsReadWithTheirDependencies) {
     EXPECT_EQ(st.xInit, 0.4);
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

@@ -33,7 +33,7 @@ TEST(Decomposition, RankGridKeepsTheHaloSmallAndBlocksWide) {
     EXPECT_EQ(rankgrid(4, 256, 16, 1), (std::array{4, 1}));
     EXPECT_EQ(rankgrid(4, 16, 256, 1), (std::array{1, 4}));
     EXPECT_EQ(rankgrid(16, 256, 256, 1), (std::array{4, 4}));
-    EXPECT_EQ(rankgrid(2, 16, 16, 1), (std::array{2, 1}));  // a tie goes to x
+    EXPECT_EQ(rankgrid(2, 16, 16, 1), (std::array{2, 1})); // a tie goes to x
     // A prime rank count on a narrow box, and more ranks than blocks of minblock cells.
     EXPECT_EQ(rankgrid(3, 8, 64, 1), (std::array{1, 3}));
     EXPECT_EQ(rankgrid(5, 16, 16, 1), (std::array{0, 0}));
@@ -57,8 +57,8 @@ TEST(Decomposition, NeighboursWrapOnlyAcrossPeriodicFaces) {
     const Decomposition wrap = decompose({3, 2}, 3, 48, 32, true, true, 1);
     EXPECT_EQ(wrap.neighbour[west], 5);
     EXPECT_EQ(wrap.neighbour[north], 0);
-    EXPECT_TRUE(wrap.ownsface(west));  // the face is its, though the exchange fills it
+    EXPECT_TRUE(wrap.ownsface(west)); // the face is its, though the exchange fills it
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

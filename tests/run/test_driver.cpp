@@ -13,9 +13,9 @@ TEST(Driver, OutputScheduleWritesOnCrossingAMultiple) {
     for (int step = 1; step <= 12; ++step)
         if (crossed(0.25 * step, 0.25 * (step - 1), 1.0)) written.push_back(step);
     EXPECT_EQ(written, (std::vector<int>{4, 8, 12}));
-    EXPECT_TRUE(crossed(2.1, 0.9, 1.0));     // two multiples crossed: one write
-    EXPECT_FALSE(crossed(0.1, -0.1, 0.5));   // truncation toward zero: both give 0
-    EXPECT_FALSE(crossed(0.5, 0.0, 0.0));    // a zero interval never writes
+    EXPECT_TRUE(crossed(2.1, 0.9, 1.0));   // two multiples crossed: one write
+    EXPECT_FALSE(crossed(0.1, -0.1, 0.5)); // truncation toward zero: both give 0
+    EXPECT_FALSE(crossed(0.5, 0.0, 0.0));  // a zero interval never writes
     EXPECT_EQ(trunc32(3e10), INT32_MIN);
 }
 
@@ -38,7 +38,8 @@ TEST(Driver, NodeAveragingOfLinearFieldsIsExactAboveTheBed) {
     nodes.elev.fill(0.5);
     for (int k = 0; k <= 4; ++k)
         for (int j = 0; j <= 4; ++j)
-            for (int i = 0; i <= 4; ++i) nodes.z3(i, j, k) = k;  // dz = 1, zmin = 0
+            for (int i = 0; i <= 4; ++i)
+                nodes.z3(i, j, k) = k; // dz = 1, zmin = 0
 
     // Fields linear in the cell-centre coordinates: the node value is the linear function's value
     // at the node, whatever the stencil, if the stencil is centred on the node.
@@ -46,9 +47,9 @@ TEST(Driver, NodeAveragingOfLinearFieldsIsExactAboveTheBed) {
         for (int j = 0; j <= 5; ++j)
             for (int i = 0; i <= 5; ++i) {
                 const double xc = i - 0.5, yc = j - 0.5, zc = k - 0.5;
-                st.u(i, j, k) = 2.0 * yc + 3.0 * zc;  // u faces sit at x = i
-                st.v(i, j, k) = xc - zc;              // v faces at y = j
-                st.w(i, j, k) = xc + yc;              // w faces at z = k
+                st.u(i, j, k) = 2.0 * yc + 3.0 * zc; // u faces sit at x = i
+                st.v(i, j, k) = xc - zc;             // v faces at y = j
+                st.w(i, j, k) = xc + yc;             // w faces at z = k
                 st.p(i, j, k) = xc + 10 * yc + 100 * zc;
                 st.vort(i, j, k) = 1.0;
                 st.qc(i, j, k) = zc;
@@ -72,5 +73,5 @@ TEST(Driver, NodeAveragingOfLinearFieldsIsExactAboveTheBed) {
     EXPECT_EQ(at(NodeField::unode, 1, 1, 1), 0.0);
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

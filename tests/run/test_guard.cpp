@@ -1,8 +1,8 @@
 // The stop requests of signals, and where a flow that is no longer finite is reported.
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cmath>
+#include <csignal>
 #include <limits>
 
 #include "run/guard_m.hpp"
@@ -55,7 +55,7 @@ TEST(Guard, NonFiniteFlowIsFoundInsideTheBoxFirstInFieldOrder) {
     // A NaN in the ghost layer of u comes after an infinity inside the box in w.
     st.u(0, 0, 0) = std::numeric_limits<double>::quiet_NaN();
     st.w(3, 2, 1) = -std::numeric_limits<double>::infinity();
-    st.w(2, 3, 2) = std::numeric_limits<double>::infinity();  // later in k
+    st.w(2, 3, 2) = std::numeric_limits<double>::infinity(); // later in k
     EXPECT_EQ(guard::nonfinitereport(st), head + "w = -Infinity at (i, j, k) = (3, 2, 1)");
     // Inside the box, u comes before w, and k before j before i.
     st.u(4, 1, 2) = std::numeric_limits<double>::infinity();
@@ -76,5 +76,5 @@ TEST(Guard, NonFiniteFlowIsFoundInsideTheBoxFirstInFieldOrder) {
     EXPECT_EQ(guard::nonfinitereport(st), head + "the time step dt = Infinity");
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

@@ -1,8 +1,8 @@
 // Restart files: every saved array comes back bit for bit (awkward values, trimmed names, a second
 // write replacing the first whole; records laid out otherwise: the kept fuzz inputs); damaged,
-// short, missing, non-finite and wrong-grid files stop the run with the saved-results error. The continued run
-// against the run in one go is checked end to end (tests/e2e/test_restart.py), the exact bytes of
-// the file by the regression digests.
+// short, missing, non-finite and wrong-grid files stop the run with the saved-results error. The
+// continued run against the run in one go is checked end to end (tests/e2e/test_restart.py), the
+// exact bytes of the file by the regression digests.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -53,12 +53,14 @@ void fillsaved(Storage& st, unsigned seed) {
         for (std::size_t m = 0; m < size; ++m, ++n)
             a[m] = n % 97 == 0 ? odd[n % 5] : std::ldexp(mant(gen), exp(gen));
     };
-    for (int l = st.lmin; l <= 0; ++l) fill(st.mg(l).phi.data(), st.mg(l).phi.size());
+    for (int l = st.lmin; l <= 0; ++l)
+        fill(st.mg(l).phi.data(), st.mg(l).phi.size());
     for (Field3d* a : {&st.uo, &st.vo, &st.wo, &st.fu, &st.fv, &st.fw, &st.nut})
         fill(a->data(), a->size());
     fill(st.zb.data(), st.zb.size());
     st.npt = 1;
-    for (auto& a : st.ptdata) fill(a.data(), 1);
+    for (auto& a : st.ptdata)
+        fill(a.data(), 1);
 }
 
 // Every saved value bit for bit over 0..n+1 in each direction (the range in the file), and zb.
@@ -71,29 +73,32 @@ void expectsame(const Storage& a, const Storage& b) {
                     differ += std::memcmp(&x(i, j, k), &y(i, j, k), sizeof(double)) != 0;
         EXPECT_EQ(differ, 0) << name;
     };
-    for (int l = a.lmin; l <= 0; ++l) same(a.mg(l).phi, b.mg(l).phi, "phi");
+    for (int l = a.lmin; l <= 0; ++l)
+        same(a.mg(l).phi, b.mg(l).phi, "phi");
     for (auto m : {&Storage::uo, &Storage::vo, &Storage::wo, &Storage::fu, &Storage::fv,
                    &Storage::fw, &Storage::nut})
         same(a.*m, b.*m, "a saved field");
     EXPECT_EQ(std::memcmp(a.zb.data(), b.zb.data(), a.zb.size() * sizeof(double)), 0);
-    for (int m = 0; m < 6; ++m) EXPECT_EQ(std::memcmp(&a.ptdata[m][0], &b.ptdata[m][0], 8), 0);
+    for (int m = 0; m < 6; ++m)
+        EXPECT_EQ(std::memcmp(&a.ptdata[m][0], &b.ptdata[m][0], 8), 0);
 }
 
 TEST(Restart, RoundTripIsBitForBit) {
     Scratch s;
     Storage st = grid();
     ASSERT_EQ(st.lmin, -2);
-    restartwrite(st, 1, 0.5, "  " + s.dir.string() + "  ", " run ");  // names are trimmed
+    restartwrite(st, 1, 0.5, "  " + s.dir.string() + "  ", " run "); // names are trimmed
     fillsaved(st, 11);
     restartwrite(st, 37, 1.2345678901234567, s.dir.string(), "run");
     std::vector<std::string> names;
-    for (const auto& e : fs::directory_iterator(s.dir)) names.push_back(e.path().filename());
-    EXPECT_EQ(names, std::vector<std::string>{"run.dat"});  // no temporary file left behind
+    for (const auto& e : fs::directory_iterator(s.dir))
+        names.push_back(e.path().filename());
+    EXPECT_EQ(names, std::vector<std::string>{"run.dat"}); // no temporary file left behind
 
     Storage back = grid();
     back.u.fill(9.0);
     restartread(back, (s.dir / "run.dat").string() + "   ");
-    restartcheck(6, 4, 4, (s.dir / "run.dat").string());  // returns: the dry run accepts it
+    restartcheck(6, 4, 4, (s.dir / "run.dat").string()); // returns: the dry run accepts it
     EXPECT_EQ(back.istep, 37);
     EXPECT_EQ(back.time, 1.2345678901234567);
     expectsame(st, back);
@@ -107,7 +112,8 @@ TEST(Restart, RoundTripIsBitForBit) {
         FAIL() << "no error";
     } catch (const std::runtime_error& e) {
         EXPECT_NE(std::string(e.what()).find("/nonexistent-riffle-folder/run.dat"),
-                  std::string::npos) << e.what();
+                  std::string::npos)
+            << e.what();
     }
 }
 
@@ -149,5 +155,5 @@ TEST(RestartDeathTest, ShortDamagedMissingNonFiniteOrLargerFileStopsTheRun) {
                 message);
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

@@ -30,7 +30,8 @@ struct Sampled {
         nodes.elev(1, 1) = 0.1;
         for (int k = 0; k <= 2; ++k)
             for (int j = 0; j <= 3; ++j)
-                for (int i = 0; i <= 4; ++i) nodes.z3(i, j, k) = 0.25 * k;
+                for (int i = 0; i <= 4; ++i)
+                    nodes.z3(i, j, k) = 0.25 * k;
         st.stats.enabled = enabled;
         st.stats.start = 1.0;
         if (enabled == 1) allocatestatistics(st);
@@ -46,8 +47,9 @@ struct Sampled {
         Field3d& phi = st.mg(0).phi;
         for (int k = 0; k <= 3; ++k)
             for (int j = 0; j <= 4; ++j)
-                for (int i = 0; i <= 5; ++i) phi(i, j, k) = p * k + level;
-        st.p.fill(1e6 * t);  // the sum of the steps' pressures: not sampled
+                for (int i = 0; i <= 5; ++i)
+                    phi(i, j, k) = p * k + level;
+        st.p.fill(1e6 * t); // the sum of the steps' pressures: not sampled
         addsample(st, nodes);
     }
     // The wall-layer model on, with the kinematic bed stress of the columns: u*^2 = a i, its x
@@ -67,7 +69,7 @@ struct Sampled {
 
 TEST(Statistics, MeansAndMomentsOfAHandMadeSequence) {
     Sampled r(1);
-    r.sample(0.5, 9.0, 9.0, 9.0, 9.0, 9.0);  // before the start: not added
+    r.sample(0.5, 9.0, 9.0, 9.0, 9.0, 9.0); // before the start: not added
     // u = 1, 2, 3, 6: mean 3, u'u' = (1 + 4 + 9 + 36)/4 - 9 = 3.5; v = 2, 0, 0, 2: mean 1,
     // v'v' = 1; w = -1, 1, -1, 1: mean 0, w'w' = 1; u'v' = (2 + 0 + 0 + 12)/4 - 3 = 0.5;
     // u'w' = (-1 + 2 - 3 + 6)/4 - 0 = 1; v'w' = (-2 + 0 + 0 + 2)/4 = 0; nut: 0.25; pressure at
@@ -81,29 +83,30 @@ TEST(Statistics, MeansAndMomentsOfAHandMadeSequence) {
     const auto at = [](int i, int j, int k) {
         return static_cast<std::size_t>(i + 5 * (j + 4 * k));
     };
-    const double levelroundoff = 1e-10;  // levels up to 1e4 are exact to 1e4 times 2^-52
+    const double levelroundoff = 1e-10; // levels up to 1e4 are exact to 1e4 times 2^-52
     for (std::size_t m = 0; m < 11; ++m) {
         if (m == 3) {
             EXPECT_NEAR(f[m][at(3, 2, 1)], expect[m], levelroundoff) << statisticnames[m];
         } else {
             EXPECT_EQ(f[m][at(3, 2, 1)], expect[m]) << statisticnames[m];
         }
-        EXPECT_EQ(f[m][at(1, 1, 0)], 0.0) << statisticnames[m];  // below the bed: nothing added
+        EXPECT_EQ(f[m][at(1, 1, 0)], 0.0) << statisticnames[m]; // below the bed: nothing added
     }
-    EXPECT_EQ(f[0][at(1, 1, 1)], 3.0);  // 0.25 above the bed at 0.1
+    EXPECT_EQ(f[0][at(1, 1, 1)], 3.0); // 0.25 above the bed at 0.1
     // Node layers 0 and 2: 2.5 (0.5 - 89.5/59) and 2.5 (2.5 - 89.5/59); the fluid mean is zero.
     EXPECT_NEAR(f[3][at(0, 0, 0)], 2.5 * (0.5 - 89.5 / 59), levelroundoff);
     EXPECT_NEAR(f[3][at(4, 3, 2)], 2.5 * (2.5 - 89.5 / 59), levelroundoff);
     double fluidsum = 0.0;
     for (int k = 0; k <= 2; ++k)
         for (int j = 0; j <= 3; ++j)
-            for (int i = 0; i <= 4; ++i) fluidsum += f[3][at(i, j, k)];
+            for (int i = 0; i <= 4; ++i)
+                fluidsum += f[3][at(i, j, k)];
     EXPECT_NEAR(fluidsum, 0.0, 60 * levelroundoff);
     EXPECT_EQ(r.st.stats.samples, 4);
     EXPECT_EQ(r.st.stats.first, 1.0);
     EXPECT_EQ(r.st.stats.last, 2.5);
     EXPECT_DOUBLE_EQ(r.st.stats.sumfx, 0.1 + 0.2 + 0.3 + 0.6);
-    EXPECT_EQ(r.st.stats.bedsamples, 0);  // the model off: no bed stress summed
+    EXPECT_EQ(r.st.stats.bedsamples, 0); // the model off: no bed stress summed
 }
 
 TEST(Statistics, ShearStressXZIsTheCovarianceOnTheEdgesWhereTheStencilsCarryIt) {
@@ -117,7 +120,8 @@ TEST(Statistics, ShearStressXZIsTheCovarianceOnTheEdgesWhereTheStencilsCarryIt) 
     const auto byj = [](Field3d& f, double a) {
         for (int k = f.krange().lo; k <= f.krange().hi; ++k)
             for (int j = f.jrange().lo; j <= f.jrange().hi; ++j)
-                for (int i = f.irange().lo; i <= f.irange().hi; ++i) f(i, j, k) = a * j;
+                for (int i = f.irange().lo; i <= f.irange().hi; ++i)
+                    f(i, j, k) = a * j;
     };
     byj(r.st.u, 2.0);
     byj(r.st.w, 3.0);
@@ -125,8 +129,8 @@ TEST(Statistics, ShearStressXZIsTheCovarianceOnTheEdgesWhereTheStencilsCarryIt) 
     addsample(r.st, r.nodes);
     const auto f = statisticfields(r.st);
     for (const std::size_t at : {std::size_t{0}, std::size_t{7 + 20}, std::size_t{19 + 40}}) {
-        EXPECT_EQ(f[7][at], 1.5) << at;  // ReynoldsStressXZ
-        EXPECT_EQ(f[8][at], 0.0) << at;  // ReynoldsStressXY
+        EXPECT_EQ(f[7][at], 1.5) << at; // ReynoldsStressXZ
+        EXPECT_EQ(f[8][at], 0.0) << at; // ReynoldsStressXY
     }
 }
 
@@ -134,7 +138,7 @@ TEST(Statistics, MeanBedShearStressOfTheWallLayerModel) {
     Sampled r(1);
     r.st.dens = 2.0;
     r.shear(100.0);
-    r.sample(0.5, 0.0, 0.0, 0.0, 0.0, 0.0);  // before the start: not added
+    r.sample(0.5, 0.0, 0.0, 0.0, 0.0, 0.0); // before the start: not added
     r.shear(1.0);
     r.sample(1.0, 0.0, 0.0, 0.0, 0.0, 0.0);
     r.shear(3.0);
@@ -175,7 +179,7 @@ TEST(Statistics, RestartCarriesTheSumsBitForBit) {
 
     Sampled second(1), without(0);
     restartread(second.st, (s.dir / "run.dat").string());
-    restartread(without.st, (s.dir / "run.dat").string());  // the sums are passed over
+    restartread(without.st, (s.dir / "run.dat").string()); // the sums are passed over
     EXPECT_EQ(without.st.stats.samples, 0);
     EXPECT_EQ(second.st.stats.bedsamples, 2);
     play(second, 2, 4);
@@ -198,7 +202,8 @@ TEST(Statistics, RestartCarriesTheSumsBitForBit) {
     // A file with the flow's sums but not the bed's (the model off) carries the flow's; the bed's
     // start afresh, and count their own samples.
     Sampled off(1);
-    for (int n = 0; n < 2; ++n) off.sample(1.0 + n, 0.1, 0.2, 0.3, 0.4, 0.5);
+    for (int n = 0; n < 2; ++n)
+        off.sample(1.0 + n, 0.1, 0.2, 0.3, 0.4, 0.5);
     restartwrite(off.st, 2, 2.0, s.dir.string(), "off");
     Sampled on(1);
     restartread(on.st, (s.dir / "off.dat").string());
@@ -206,8 +211,8 @@ TEST(Statistics, RestartCarriesTheSumsBitForBit) {
     on.shear(2.0);
     on.sample(3.0, 0.1, 0.2, 0.3, 0.4, 0.5);
     EXPECT_EQ(std::tuple(on.st.stats.samples, on.st.stats.bedsamples), std::tuple(3, 1));
-    EXPECT_EQ(bedstatisticfields(on.st)[1][7], 2.0);  // x component a, unit density
+    EXPECT_EQ(bedstatisticfields(on.st)[1][7], 2.0); // x component a, unit density
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

@@ -35,8 +35,11 @@ TEST(Storage, LevelsAndStaggeredRanges) {
         EXPECT_EQ(st.mg(l).nk, 16 >> -l);
     }
     // The halving stops at the first direction that runs out of even counts.
-    for (auto [imax, jmax, kmax, lmin] : {std::tuple{1, 64, 64, 0}, {64, 64, 1, 0},
-                                          {2, 64, 64, -1}, {64, 3, 64, -1}, {64, 64, 0, 0}}) {
+    for (auto [imax, jmax, kmax, lmin] : {std::tuple{1, 64, 64, 0},
+                                          {64, 64, 1, 0},
+                                          {2, 64, 64, -1},
+                                          {64, 3, 64, -1},
+                                          {64, 64, 0, 0}}) {
         Storage s = grid(imax, jmax, kmax);
         levelcount(s);
         EXPECT_EQ(s.lmin, lmin) << imax << " " << jmax << " " << kmax;
@@ -51,18 +54,19 @@ TEST(Storage, LevelsAndStaggeredRanges) {
 
 TEST(Storage, Int32ViewAndRecords) {
     // Whole numbers have an all-zero low half: 1.0 does not test equal to 1.
-    for (double whole : {0.0, 1.0, -3.0, 1e6}) EXPECT_EQ(int32view(whole), 0) << whole;
-    EXPECT_EQ(int32view(std::bit_cast<double>(std::uint64_t{1})), 1);  // smallest subnormal
+    for (double whole : {0.0, 1.0, -3.0, 1e6})
+        EXPECT_EQ(int32view(whole), 0) << whole;
+    EXPECT_EQ(int32view(std::bit_cast<double>(std::uint64_t{1})), 1); // smallest subnormal
     EXPECT_EQ(int32view(std::bit_cast<double>(0x3ff00000ffffffffULL)), -1);
 
-    const double x = 0.1 + 0.2;  // 17 significant digits read back to the same double
+    const double x = 0.1 + 0.2; // 17 significant digits read back to the same double
     EXPECT_EQ(std::stod(console::realtext(x)), x);
 }
 
 TEST(Initial, IndexHashAtHandWorkedPoints) {
     // (3,2,12): m = -7 and 30 = (-4)(-7) + 2, so r = 2.
-    EXPECT_DOUBLE_EQ(indexhash(3, 2, 12),
-                     std::sin(3.0 + std::cos(19.0 - 3 + 2.0 / 3 + 12.0 / 7) + 3.0 / 9 + 2 - 12 + 2));
+    EXPECT_DOUBLE_EQ(indexhash(3, 2, 12), std::sin(3.0 + std::cos(19.0 - 3 + 2.0 / 3 + 12.0 / 7) +
+                                                   3.0 / 9 + 2 - 12 + 2));
     // (0,0,0): m = 0 has no remainder; r is taken as 0.
     EXPECT_DOUBLE_EQ(indexhash(0, 0, 0), std::sin(3.0 + std::cos(19.0)));
 }
@@ -110,5 +114,5 @@ TEST(Initial, StartFlowAndDisturbance) {
     EXPECT_EQ(wrong, 0);
 }
 
-}  // namespace
-}  // namespace riffle
+} // namespace
+} // namespace riffle

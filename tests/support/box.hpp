@@ -36,4 +36,4 @@ inline Storage flatbed(double zbed, double uu, double vv, double ww) {
     return st;
 }
 
-}  // namespace riffle::testsupport
+} // namespace riffle::testsupport

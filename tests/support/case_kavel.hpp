@@ -67,11 +67,13 @@ protected:
     // (the fields are checked by reading them back).
     static void writestep(double t, int n, int step) {
         std::vector<double> f(n);
-        for (int p = 0; p < n; ++p) f[p] = nodevalue(p, step);
+        for (int p = 0; p < n; ++p)
+            f[p] = nodevalue(p, step);
         int ier = 1;
         platform::CG_KAVEL_WRITE_SOL_TIME_F(t, ier);
         EXPECT_EQ(ier, 0) << t;
-        for (const char* name : fields) platform::CG_KAVEL_WRITE_SOL_REAL_F(name, f.data(), ier);
+        for (const char* name : fields)
+            platform::CG_KAVEL_WRITE_SOL_REAL_F(name, f.data(), ier);
     }
     // A run: the 3-D grid of `levels` node levels (z = 0.1 k), then the fields at each time.
     void run(int levels, std::initializer_list<double> times) {
@@ -82,7 +84,8 @@ protected:
         int ier = 1, step = 0;
         platform::CG_KAVEL_WRITEGRIDCOORD3D_F(ni, nj, levels, x.data(), y.data(), z.data(), ier);
         EXPECT_EQ(ier, 0);
-        for (const double t : times) writestep(t, n, ++step);
+        for (const double t : times)
+            writestep(t, n, ++step);
         platform::CG_CLOSE_F(fid, ier);
     }
 };

@@ -27,4 +27,4 @@ struct Scratch {
     }
 };
 
-}  // namespace riffle::testsupport
+} // namespace riffle::testsupport

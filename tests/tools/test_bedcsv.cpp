@@ -34,7 +34,8 @@ TEST(CsvBed, SurveyedNodesKeptPlanesReproducedAndLinesAveraged) {
     std::mt19937 gen(12345);
     std::uniform_real_distribution<double> ux(-0.1, 0.9), uy(-0.1, 0.3);
     std::vector<Point> pts(400);
-    for (Point& p : pts) p.x = ux(gen), p.y = uy(gen), p.z = plane(p.x, p.y);
+    for (Point& p : pts)
+        p.x = ux(gen), p.y = uy(gen), p.z = plane(p.x, p.y);
     const Interpolator f(pts, 1e-12);
     for (int n = 0; n < 85; ++n) {
         const double x = 0.05 * (n % 17), y = 0.05 * (n / 17);

@@ -85,7 +85,8 @@ TEST(Recipe, LinesReadOrRefusedNamingTheirLine) {
         std::string where = c.csv.empty() ? "t.recipe" : s.file("b.csv").string();
         if (c.line > 0) where.append(":").append(std::to_string(c.line));
         EXPECT_TRUE(e.starts_with(where.append(": ")) && e.find(c.what) != e.npos &&
-                    e.find('\n') == e.npos) << e << "\nfrom: " << c.text << c.csv;
+                    e.find('\n') == e.npos)
+            << e << "\nfrom: " << c.text << c.csv;
     }
     EXPECT_EQ(refusal([] { (void)readrecipe("/nonexistent/flat.recipe"); }),
               "/nonexistent/flat.recipe: cannot read the recipe");
@@ -94,14 +95,16 @@ TEST(Recipe, LinesReadOrRefusedNamingTheirLine) {
 TEST(BedShapes, GridSinusoidAndDunesAtHandValues) {
     const platform::BedGrid g = gridnodes({0.1, 0.3, -1.0, 2.0, 4, 3});
     EXPECT_EQ(g.y, std::vector<double>({-1, -1, -1, -1, 0.5, 0.5, 0.5, 0.5, 2, 2, 2, 2}));
-    for (int n = 0; n < 12; ++n) EXPECT_NEAR(g.x[n], 0.1 + 0.2 / 3 * (n % 4), 1e-15) << n;
+    for (int n = 0; n < 12; ++n)
+        EXPECT_NEAR(g.x[n], 0.1 + 0.2 / 3 * (n % 4), 1e-15) << n;
     EXPECT_EQ(g.x[7], 0.3); // each row ends on xmax exactly
 
     // Nodes every 0.1 m, a quarter wave, from the phase origin at xmin.
     const Case c = build("bed = sinusoid\nxmin = 1\nxmax = 1.8\nni = 9\nnj = 3\n"
                          "level = 0.05\namplitude = 0.01\nwavelength = 0.4\n");
     const double quarter[] = {0.05, 0.06, 0.05, 0.04};
-    for (int n = 0; n < 27; ++n) EXPECT_NEAR(c.bed.elevation[n], quarter[n % 9 % 4], 1e-15) << n;
+    for (int n = 0; n < 27; ++n)
+        EXPECT_NEAR(c.bed.elevation[n], quarter[n % 9 % 4], 1e-15) << n;
 
     // Dunes 0.02 high and 0.4 long from a trough at 0.01, the lee at 30 degrees; any period.
     const Dune d{0.01, 0.02, 0.4, 30.0};
@@ -110,7 +113,8 @@ TEST(BedShapes, GridSinusoidAndDunesAtHandValues) {
     for (const double trough : {-0.3, 0.9}) {
         const double x[] = {0, stoss / 4, stoss / 2, stoss, 0.4 - lee / 4}; // the crest at stoss
         const double z[] = {0.01, 0.02 - 0.01 * std::sqrt(0.5), 0.02, 0.03, 0.015};
-        for (int n = 0; n < 5; ++n) EXPECT_NEAR(d.elevation(trough + x[n], 0.5), z[n], 1e-15) << n;
+        for (int n = 0; n < 5; ++n)
+            EXPECT_NEAR(d.elevation(trough + x[n], 0.5), z[n], 1e-15) << n;
     }
 }
 
@@ -128,7 +132,8 @@ TEST(DefaultBox, BedOneCellAboveZminAndDischargeFromVelocity) {
     for (const char* bed : {"", "bed = sinusoid\nni = 81\n"})
         EXPECT_NEAR(
             real(build(bed + std::string("level = 0.02\nvelocity = 0.3\n")), "dischargeItm"),
-            0.0048, 1e-14) << bed;
+            0.0048, 1e-14)
+            << bed;
 }
 
 TEST(CaseCheck, KeyStatusesProblemsAndWarnings) {
@@ -142,12 +147,16 @@ TEST(CaseCheck, KeyStatusesProblemsAndWarnings) {
     stored.push_back({"cflitm", "RealDouble", 1, 0.3});
     const Report r = checkcase(stored, c.bed);
     using enum Status; // igammaItm: not read with iCycleItm = 1
-    for (const auto& [key, status] : {std::pair{"timestepItm", missing}, {"cflItm", notread},
-                                      {"epsItm", wrongtype}, {"kpoismaxItm", wrongtype},
-                                      {"xInitItm", notread}, {"kmaxItm", ok},
+    for (const auto& [key, status] : {std::pair{"timestepItm", missing},
+                                      {"cflItm", notread},
+                                      {"epsItm", wrongtype},
+                                      {"kpoismaxItm", wrongtype},
+                                      {"xInitItm", notread},
+                                      {"kmaxItm", ok},
                                       {"igammaItm", notread}})
         EXPECT_EQ(std::ranges::find(r.keys, key, [](auto& k) { return k.condition->key; })->status,
-                  status) << key;
+                  status)
+            << key;
     EXPECT_EQ(r.problems(), 4); // three keys, and the solver refuses the missing step
     EXPECT_EQ(r.errors, std::vector<std::string>{"\"timestepItm\" is missing (read as 0): the "
                                                  "fixed time step must be a positive number"});
@@ -157,7 +166,10 @@ TEST(CaseCheck, KeyStatusesProblemsAndWarnings) {
 
     // Each a line once in the errors (E) or the warnings (W); an empty line: no error at all.
     // (A flat bed at 0 in a box from 0 to 0.1 of 16 cells lies below zc(1) = 0.003125.)
-    const struct { const char *recipe, *line, *in; } poor[] = { // one row per distinct line
+    const struct {
+        const char *recipe, *line, *in;
+    } poor[] = {
+        // one row per distinct line
         {"zminItm = 0\n", "lies below the first cell centre zc(1) = 0.003125", "W"},
         {"level = 0.2\nzminItm = 0\ndischargeItm = 0.01\n", "reaches the top of the box", "W"},
         {"endtimeItm = 0.5\nstarttimeItm = 0.5\n", "exactly one step", "W"},
@@ -177,7 +189,8 @@ TEST(CaseCheck, KeyStatusesProblemsAndWarnings) {
         const Report q = checkcase(asstored(b.conditions), b.bed);
         EXPECT_EQ(std::ranges::count_if(in[0] == 'E' ? q.errors : q.warnings,
                                         [&](auto& w) { return w.find(line) != w.npos; }),
-                  *line ? 1 : 0) << recipe;
+                  *line ? 1 : 0)
+            << recipe;
     }
 }
 

@@ -114,11 +114,14 @@ Interpolator::Interpolator(std::vector<Point> points, double hit)
         return static_cast<std::size_t>(j) * nx_ + i;
     };
     start_.assign(static_cast<std::size_t>(nx_) * ny_ + 1, 0);
-    for (const Point& p : points_) ++start_[bucket(p) + 1];
-    for (std::size_t b = 1; b < start_.size(); ++b) start_[b] += start_[b - 1];
+    for (const Point& p : points_)
+        ++start_[bucket(p) + 1];
+    for (std::size_t b = 1; b < start_.size(); ++b)
+        start_[b] += start_[b - 1];
     order_.resize(points_.size());
     std::vector<std::size_t> fill(start_.begin(), start_.end() - 1);
-    for (std::size_t n = 0; n < points_.size(); ++n) order_[fill[bucket(points_[n])]++] = n;
+    for (std::size_t n = 0; n < points_.size(); ++n)
+        order_[fill[bucket(points_[n])]++] = n;
 }
 
 std::vector<Interpolator::Near> Interpolator::nearest(double x, double y) const {
@@ -149,7 +152,8 @@ std::vector<Interpolator::Near> Interpolator::nearest(double x, double y) const 
         // bucket of a long, thin table costs the buckets it visits, not the square they span.
         const int ilo = std::max(cx - r, 0), ihi = std::min(cx + r, nx_ - 1);
         auto wholerow = [&](int j) {
-            for (int i = ilo; i <= ihi; ++i) visit(i, j);
+            for (int i = ilo; i <= ihi; ++i)
+                visit(i, j);
         };
         if (cy - r >= 0) wholerow(cy - r);
         if (cx - r >= 0 || cx + r < nx_) {

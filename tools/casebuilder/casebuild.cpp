@@ -61,7 +61,8 @@ std::string bedshape(const Settings& s) {
         std::istringstream words{std::string(r->shapes)};
         std::string word;
         bool applies = false;
-        while (words >> word) applies = applies || word == bed;
+        while (words >> word)
+            applies = applies || word == bed;
         if (!applies) s.recipe().fail(entry.line, msg::not_for_bed(key, bed));
     }
     return bed;

@@ -123,10 +123,9 @@ std::vector<std::string> warnings(const Held& held, const Report& report) {
         w.push_back(msg::warn_free_solid(dt));
     }
     // A fixed step that carries the bulk flow across more than one cell.
-    if (const double dt = held.real("timestepItm"); held.integer("timetypeItm") == 1 && dt > 0.0 &&
-                                                    hasbed && bed.ni >= 2 && bed.nj >= 2 &&
-                                                    bed.x.size() == bed.elevation.size() &&
-                                                    bed.y.size() == bed.elevation.size()) {
+    if (const double dt = held.real("timestepItm");
+        held.integer("timetypeItm") == 1 && dt > 0.0 && hasbed && bed.ni >= 2 && bed.nj >= 2 &&
+        bed.x.size() == bed.elevation.size() && bed.y.size() == bed.elevation.size()) {
         const double mean = std::accumulate(bed.elevation.begin(), bed.elevation.end(), 0.0) /
                             static_cast<double>(bed.elevation.size());
         const double width = bed.y.back() - bed.y.front();
@@ -158,8 +157,8 @@ int Report::problems() const {
            }));
 }
 
-Report checkcase(const std::vector<platform::StoredCondition>& stored,
-                 const platform::BedGrid& bed, bool files) {
+Report checkcase(const std::vector<platform::StoredCondition>& stored, const platform::BedGrid& bed,
+                 bool files) {
     Report report;
     report.bed = bed;
     Held held;
@@ -227,7 +226,8 @@ Report checkcase(const std::vector<platform::StoredCondition>& stored,
     };
     report.errors = caseproblems(in);
     if (files) {
-        for (std::string& e : outputproblems(in)) report.errors.push_back(std::move(e));
+        for (std::string& e : outputproblems(in))
+            report.errors.push_back(std::move(e));
         if (held.integer("HotstartItm") == 1) {
             const std::string startfile = in.text("StartfileItm").value_or(std::string());
             if (std::string e = restartfileproblem(startfile); !e.empty())
@@ -298,8 +298,10 @@ void printreport(std::ostream& out, const Report& report) {
     }
     for (const std::string& key : report.others)
         out << "  " << key << ": stored, but not a calculation condition (the solver ignores it)\n";
-    for (const std::string& w : report.warnings) out << "warning: " << w << "\n";
-    for (const std::string& e : report.errors) out << "error: " << e << "\n";
+    for (const std::string& w : report.warnings)
+        out << "warning: " << w << "\n";
+    for (const std::string& e : report.errors)
+        out << "error: " << e << "\n";
     const int problems = report.problems() - static_cast<int>(report.errors.size());
     if (problems == 0)
         out << "All conditions the solver reads are present with the right type.\n";

@@ -87,7 +87,7 @@ constexpr std::array<ConditionDefault, conditionkeys.size()> conditiondefaults{{
     {"outfileItm", {0.0, "flow"}},
     {"BedItm", {1}},
     {"SedimentItm", {1.0}},
-    {"RoughItm", {2.5}}, // 2.5 mm / 2.5 = the same 1 mm grain
+    {"RoughItm", {2.5}},    // 2.5 mm / 2.5 = the same 1 mm grain
     {"iWallModelItm", {0}}, // the plain solver's eddy viscosity at the bed
     {"smagorinskyItm", {0.1}},
     {"iIBMItm", {1}},
@@ -108,14 +108,16 @@ static_assert(defaultsfollowtable(), "one default per calculation condition, in 
 
 std::string lower(std::string_view s) {
     std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : out)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return out;
 }
 
 // Levenshtein distance, one row at a time.
 std::size_t editdistance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (std::size_t j = 0; j <= b.size(); ++j)
+        row[j] = j;
     for (std::size_t i = 1; i <= a.size(); ++i) {
         std::size_t diag = row[0];
         row[0] = i;
@@ -189,8 +191,10 @@ std::string nearestkey(std::string_view word, const std::vector<std::string_view
 
 std::vector<std::string_view> allkeys() {
     std::vector<std::string_view> keys;
-    for (const RecipeKey& k : recipekeytable) keys.push_back(k.key);
-    for (const KeySpec& k : conditionkeys) keys.push_back(k.key);
+    for (const RecipeKey& k : recipekeytable)
+        keys.push_back(k.key);
+    for (const KeySpec& k : conditionkeys)
+        keys.push_back(k.key);
     return keys;
 }
 
@@ -225,9 +229,11 @@ void printkeys(std::ostream& out) {
         out << line << meaning << "\n";
     };
     out << "Recipe keys (key, type, default, meaning):\n";
-    for (const RecipeKey& k : recipekeytable) row(k.key, k.type, k.value, k.meaning);
+    for (const RecipeKey& k : recipekeytable)
+        row(k.key, k.type, k.value, k.meaning);
     out << "Calculation conditions, in the order the solver reads them:\n";
-    for (const KeySpec& k : conditionkeys) row(k.key, k.type, conditiondefault(k.key), k.meaning);
+    for (const KeySpec& k : conditionkeys)
+        row(k.key, k.type, conditiondefault(k.key), k.meaning);
 }
 
 } // namespace riffle::casebuilder

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "casebuild.hpp"
-#include "platform/casejournal.hpp"
 #include "check.hpp"
 #include "messages.hpp"
+#include "platform/casejournal.hpp"
 #include "recipe.hpp"
 
 namespace cb = riffle::casebuilder;

@@ -140,7 +140,7 @@ std::string warn_free_solid(double timestep) {
 }
 
 std::string warn_courant(double timestep, double courant, double velocity, double dx) {
-    const auto two = [](double v) {  // two significant digits
+    const auto two = [](double v) { // two significant digits
         char text[32];
         std::snprintf(text, sizeof text, "%.2g", v);
         return std::string(text);

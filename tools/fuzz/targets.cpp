@@ -7,8 +7,8 @@
 
 #include "bedcsv.hpp"
 #include "casebuild.hpp"
-#include "run/restart_m.hpp"
 #include "run/initial_m.hpp"
+#include "run/restart_m.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle::fuzz {
@@ -70,9 +70,11 @@ bool bedcsv(std::string_view text) {
     const Interpolator at(std::move(points), 1e-9 * std::max(w, h));
     // The box's corners, centre and around it; then far from it (grid nodes may lie anywhere).
     for (const double fx : {-1.0, 0.0, 0.5, 1.0, 2.0})
-        for (const double fy : {-1.0, 0.0, 0.5, 1.0, 2.0}) (void)at(x0 + fx * w, y0 + fy * h);
+        for (const double fy : {-1.0, 0.0, 0.5, 1.0, 2.0})
+            (void)at(x0 + fx * w, y0 + fy * h);
     for (const double x : {-1e15, 0.0, 1e15})
-        for (const double y : {-1e15, 0.0, 1e15}) (void)at(x, y);
+        for (const double y : {-1e15, 0.0, 1e15})
+            (void)at(x, y);
     return true;
 }
 

@@ -20,4 +20,4 @@ bool recipe(std::string_view text);
 // and far from it.
 bool bedcsv(std::string_view text);
 
-}  // namespace riffle::fuzz
+} // namespace riffle::fuzz
