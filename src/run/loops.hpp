@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "run/field3.hpp"
@@ -38,8 +39,6 @@ struct Box {
 // one at a time as threads come free (where the work per layer varies).
 enum class Share { blocks, turns, free };
 
-// Runs f(i, j, k) over the box: k outermost, i innermost, the k planes shared as `share` says;
-// f must write only what belongs to its own point.
 namespace detail {
 
 // One k plane of a box. The kernel is a copy local to the calling thread, so the compiler knows
@@ -54,6 +53,8 @@ template <class Kernel> inline void plane(const Box& b, Kernel f, int k) {
 
 } // namespace detail
 
+// Runs f(i, j, k) over the box: k outermost, i innermost, the k planes shared as `share` says;
+// f must write only what belongs to its own point.
 template <class Kernel> void forbox(const Box& b, Kernel&& f, Share share = Share::blocks) {
     switch (share) {
     case Share::blocks:
@@ -133,7 +134,9 @@ template <class Acc, class Kernel, class Take>
     const std::size_t size = plane * (nk > 0 ? nk : 0);
 #pragma omp parallel
     {
-        Acc& acc = accs[static_cast<std::size_t>(omp_get_thread_num())];
+        // Taken into a copy of the thread's own and stored once at the end: the threads'
+        // accumulators lie side by side in memory.
+        Acc acc = start;
         thread_local std::vector<double> tile;
         if (tile.size() < size) tile.resize(size);
         double* const t = tile.data();
@@ -157,6 +160,7 @@ template <class Acc, class Kernel, class Take>
                 }
             }
         }
+        accs[static_cast<std::size_t>(omp_get_thread_num())] = std::move(acc);
     }
     return accs;
 }
