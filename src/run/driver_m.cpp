@@ -52,10 +52,16 @@ constexpr std::size_t textlength = 200; // the length of the driver's file-name 
 // driver: it deliberately does not scale with the grid.
 constexpr double zerosolidstep = 0.0008;
 
-[[noreturn]] void stopwith(const char* message) {
+// A one-line error on standard error, after what the console has printed so far.
+void printerror(const char* message) {
     std::fflush(stdout);
     console::clearprogress();
     std::fprintf(stderr, "%s\n", message);
+    std::fflush(stderr);
+}
+
+[[noreturn]] void stopwith(const char* message) {
+    printerror(message);
     std::exit(EXIT_FAILURE);
 }
 
@@ -63,10 +69,7 @@ constexpr double zerosolidstep = 0.0008;
 // write again, on a full disk too) and the process ends without the libraries' exit handlers,
 // which would close it.
 [[noreturn]] void abandonwith(const char* message) {
-    std::fflush(stdout);
-    console::clearprogress();
-    std::fprintf(stderr, "%s\n", message);
-    std::fflush(stderr);
+    printerror(message);
     pf::CG_KAVEL_ABANDON_F();
     std::_Exit(EXIT_FAILURE);
 }
@@ -580,10 +583,7 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
             // A flow that is no longer finite ends the run before this step's outputs.
             if (!guard::finite(st)) {
                 const std::string report = guard::nonfinitereport(st);
-                if (root) {
-                    console::clearprogress();
-                    std::fprintf(stderr, "%s\n", report.c_str());
-                }
+                if (root) printerror(report.c_str());
                 status = EXIT_FAILURE;
                 break;
             }
