@@ -134,31 +134,26 @@ class Trouble(CaseTest):
             self.assertGreater(os.path.getsize(os.path.join(self.dir, name)), 0, name)
 
     def test_files_a_run_needs_are_checked_before_it_starts(self):
-        case = self.case("nofolder", HotoutItm=1, dtHotoutItm=0.125, outpathItm="nosuchdir")
-        before = digest(case)
-        line = ('"outpathItm" = "nosuchdir": the output folder cannot be used '
-                "(No such file or directory)")
-        out = self.riffle(case)
-        self.assertEqual(out.returncode, 1)
-        self.assertIn(" ERROR : Failed to read the parameters ...\n " + line + "\n", out.stdout)
-        self.assertEqual(digest(case), before)
-        check = run([Paths.riffle_case, "--check", case], cwd=self.dir)
-        self.assertEqual(check.returncode, 1)
-        self.assertIn("error: " + line + "\n", check.stdout)
+        # A missing output folder (parameters error) and restart file (saved-results error):
+        # refused with the case byte for byte as it was, and --check says the same line.
+        refusals = (
+            (self.case("nofolder", HotoutItm=1, dtHotoutItm=0.125, outpathItm="nosuchdir"),
+             "parameters", '"outpathItm" = "nosuchdir": the output folder cannot be used'),
+            (self.case("nostart", HotstartItm=1, StartfileItm="gone.dat"),
+             "saved results", '"StartfileItm" = "gone.dat": the restart file cannot be read'))
+        for case, error, line in refusals:
+            line += " (No such file or directory)"
+            before = digest(case)
+            out = self.riffle(case)
+            self.assertEqual(out.returncode, 1)
+            self.assertIn(f" ERROR : Failed to read the {error} ...\n {line}\n", out.stdout)
+            self.assertEqual(digest(case), before)
+            check = run([Paths.riffle_case, "--check", case], cwd=self.dir)
+            self.assertEqual(check.returncode, 1)
+            self.assertIn("error: " + line + "\n", check.stdout)
         # Without any file in that folder, the folder does not matter.
         self.assertEqual(run([Paths.riffle_case, "--check", self.case(
             "nooutputs", outpathItm="nosuchdir")], cwd=self.dir).returncode, 0)
-
-        case = self.case("nostart", HotstartItm=1, StartfileItm="gone.dat")
-        before = digest(case)
-        line = '"StartfileItm" = "gone.dat": the restart file cannot be read (No such file or directory)'
-        out = self.riffle(case)
-        self.assertEqual(out.returncode, 1)
-        self.assertIn(" ERROR : Failed to read the saved results ...\n " + line + "\n", out.stdout)
-        self.assertEqual(digest(case), before)
-        check = run([Paths.riffle_case, "--check", case], cwd=self.dir)
-        self.assertEqual(check.returncode, 1)
-        self.assertIn("error: " + line + "\n", check.stdout)
 
         # A fixed step of 0.2 s over 25 mm cells at 0.3 m/s: Courant number 2.4.
         recipe = os.path.join(self.dir, "long.recipe")
