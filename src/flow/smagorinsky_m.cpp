@@ -6,6 +6,7 @@
 #include "ibm/immersing_m.hpp"
 #include "ibm/wallmodel_m.hpp"
 #include "run/halo_m.hpp"
+#include "run/loops.hpp"
 
 namespace riffle::flow {
 
@@ -73,20 +74,14 @@ template <int Dir> void ghostfaces(Storage& st) {
         Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 1, st.ibp[2 * Dir + 1]);
     const bool high =
         Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 2, st.ibp[2 * Dir + 2]);
-#pragma omp for schedule(static)
-    for (int b = 0; b <= nb + 1; ++b) {
+    loops::forplane(Range{0, na + 1}, Range{0, nb + 1}, [=](int a, int b) {
         for (const View3<double>& f : strain) {
-            for (int a = 0; a <= na + 1; ++a) {
-                if (low) at(f, 0, a, b) = alo * at(f, 1, a, b) + (1.0 - alo) * at(f, n, a, b);
-                if (high) at(f, n + 1, a, b) = ahi * at(f, n, a, b) + (1.0 - ahi) * at(f, 1, a, b);
-            }
+            if (low) at(f, 0, a, b) = alo * at(f, 1, a, b) + (1.0 - alo) * at(f, n, a, b);
+            if (high) at(f, n + 1, a, b) = ahi * at(f, n, a, b) + (1.0 - ahi) * at(f, 1, a, b);
         }
-        for (int a = 0; a <= na + 1; ++a) {
-            if (low) at(nut, 0, a, b) = -clo * at(nut, 1, a, b) + (1.0 - alo) * at(nut, n, a, b);
-            if (high)
-                at(nut, n + 1, a, b) = -chi * at(nut, n, a, b) + (1.0 - ahi) * at(nut, 1, a, b);
-        }
-    }
+        if (low) at(nut, 0, a, b) = -clo * at(nut, 1, a, b) + (1.0 - alo) * at(nut, n, a, b);
+        if (high) at(nut, n + 1, a, b) = -chi * at(nut, n, a, b) + (1.0 - ahi) * at(nut, 1, a, b);
+    });
 }
 
 } // namespace
@@ -100,46 +95,32 @@ void smagorinsky(Storage& st) {
     const auto s11 = st.s11.view(), s22 = st.s22.view(), s33 = st.s33.view();
     const auto s12 = st.s12.view(), s13 = st.s13.view(), s23 = st.s23.view();
     const auto sabs = st.sabs.view(), nut = st.nut.view();
-#pragma omp parallel
-    {
-#pragma omp for schedule(static)
-        for (int k = 1; k <= kmax; ++k) {
-            for (int j = 1; j <= jmax; ++j) {
-                // The strain arrays and nut are written, the velocities read: no dependence
-                // between the i points.
-#pragma omp simd
-                for (int i = 1; i <= imax; ++i) {
-                    const Strain s = strainrate(u, v, w, dx, dy, dz, i, j, k);
-                    s11(i, j, k) = s.s11;
-                    s22(i, j, k) = s.s22;
-                    s33(i, j, k) = s.s33;
-                    s12(i, j, k) = s.s12;
-                    s13(i, j, k) = s.s13;
-                    s23(i, j, k) = s.s23;
-                    sabs(i, j, k) = magnitude(s);
-                    nut(i, j, k) = cl2 * sabs(i, j, k);
-                }
-            }
-        }
-        // Forcing cells next to the bed take the eddy viscosity of the wall-law interpolation;
-        // it reads only fluid cells, which this loop does not write. On blocks it reads those
-        // of the neighbours near their faces too.
-        if (st.dec.distributed()) {
-#pragma omp master
-            exchangeinside(st.dec, st.nut, imax, jmax);
-#pragma omp barrier
-        }
-        // With the wall-layer model, the forcing cells and the layer above them carry the wall
-        // law's stress instead.
-        if (st.iwallmodel == 1) {
-            ibm::wallnut(st);
-        } else {
-            ibm::immersingnut(st);
-        }
-        ghostfaces<0>(st);
-        ghostfaces<1>(st);
-        ghostfaces<2>(st);
+    // The strain arrays and nut are written, the velocities read: no dependence between points.
+    loops::forbox({{1, imax}, {1, jmax}, {1, kmax}}, [=](int i, int j, int k) {
+        const Strain s = strainrate(u, v, w, dx, dy, dz, i, j, k);
+        s11(i, j, k) = s.s11;
+        s22(i, j, k) = s.s22;
+        s33(i, j, k) = s.s33;
+        s12(i, j, k) = s.s12;
+        s13(i, j, k) = s.s13;
+        s23(i, j, k) = s.s23;
+        sabs(i, j, k) = magnitude(s);
+        nut(i, j, k) = cl2 * sabs(i, j, k);
+    });
+    // Forcing cells next to the bed take the eddy viscosity of the wall-law interpolation; it
+    // reads only fluid cells, which that loop does not write. On blocks it reads those of the
+    // neighbours near their faces too.
+    if (st.dec.distributed()) exchangeinside(st.dec, st.nut, imax, jmax);
+    // With the wall-layer model, the forcing cells and the layer above them carry the wall law's
+    // stress instead.
+    if (st.iwallmodel == 1) {
+        ibm::wallnut(st);
+    } else {
+        ibm::immersingnut(st);
     }
+    ghostfaces<0>(st);
+    ghostfaces<1>(st);
+    ghostfaces<2>(st);
     // The momentum stencils read nut across the block faces; the strain arrays' halos are not read.
     if (st.dec.distributed()) exchange(st.dec, st.nut, imax, jmax);
 }

@@ -222,18 +222,24 @@ void flagmove(Storage& st) {
     const View3<double> vo = st.vo.view();
     const View3<double> wo = st.wo.view();
     const Storage& state = st; // the search reads the current fields and writes only its value
-
+    // A search that finds no foot stops the run after the loop, u before v before w.
+    std::atomic<bool> failed[3] = {false, false, false};
     loops::forbox(
         {{1, imax}, {1, jmax}, {1, kmax}},
         [&](int i, int j, int k) {
-            if (fuo(i, j, k) == solid && fu(i, j, k) == forcing)
-                searchu(state, i, j, k, uo(i, j, k));
-            if (fvo(i, j, k) == solid && fv(i, j, k) == forcing)
-                searchv(state, i, j, k, vo(i, j, k));
-            if (fwo(i, j, k) == solid && fw(i, j, k) == forcing)
-                searchw(state, i, j, k, wo(i, j, k));
+            if (fuo(i, j, k) == solid && fu(i, j, k) == forcing &&
+                !searchu(state, i, j, k, uo(i, j, k)))
+                failed[0].store(true, std::memory_order_relaxed);
+            if (fvo(i, j, k) == solid && fv(i, j, k) == forcing &&
+                !searchv(state, i, j, k, vo(i, j, k)))
+                failed[1].store(true, std::memory_order_relaxed);
+            if (fwo(i, j, k) == solid && fw(i, j, k) == forcing &&
+                !searchw(state, i, j, k, wo(i, j, k)))
+                failed[2].store(true, std::memory_order_relaxed);
         },
         loops::Share::free);
+    for (int s = 0; s < 3; ++s)
+        if (failed[s].load()) searchfailed(static_cast<Site>(s));
 }
 
 } // namespace riffle::ibm

@@ -24,6 +24,7 @@
 #include "ibm/walllaw_m.hpp"
 #include "ibm/wallmodel_m.hpp"
 #include "run/console_m.hpp"
+#include "run/loops.hpp"
 #include "run/messages.hpp"
 #include "run/parallel.hpp"
 #include "run/storage_m.hpp"
@@ -155,82 +156,78 @@ template <> std::vector<TrilinearPoint>& entriesof(PointList& list) { return lis
 template <> std::vector<IdwPoint>& entriesof(PointList& list) { return list.idw; }
 template <> std::vector<EddyPoint>& entriesof(PointList& list) { return list.eddy; }
 
+// What the searches of one thread found while a list was made: the warnings of its entries, in
+// the order it met them, and the first entry whose search failed.
+struct Found {
+    std::vector<SearchWarning> warnings;
+    std::int32_t failed = INT_MAX;
+    std::vector<double> search; // the warnings of one search
+};
+
 // Makes `list` again from the flags of its site, with entries of type Entry filled by make.
-// Work-shared among the calling team; every thread calls it.
 template <class Entry, class Make>
 void build(Storage& st, Site site, PointList& list, const ListKey& key, Make make) {
-    ForcingLists& fl = st.forcing;
     std::vector<Entry>& entries = entriesof<Entry>(list);
-#pragma omp single
-    {
-        list.built = false;
-        fl.wall.built = false; // its faces point into the lists
-        list.trilinear.clear();
-        list.idw.clear();
-        list.eddy.clear();
-        list.warnings.clear();
-        const Flags flag = site == Site::u   ? st.iflagu.cview()
-                           : site == Site::v ? st.iflagv.cview()
-                           : site == Site::w ? st.iflagw.cview()
-                                             : st.iflagp.cview();
-        const int klast = site == Site::w ? st.kmax - 1 : st.kmax;
-        for (int k = 1; k <= klast; ++k)
-            for (int j = 1; j <= st.jmax; ++j)
-                for (int i = 1; i <= st.imax; ++i) {
-                    if (flag(i, j, k) != forcing) continue;
-                    Entry e;
-                    e.i = i;
-                    e.j = j;
-                    e.k = k;
-                    entries.push_back(e);
-                }
-        entries.shrink_to_fit();
-        const auto nt = static_cast<std::size_t>(omp_get_num_threads());
-        fl.threadwarnings.resize(nt);
-        for (auto& w : fl.threadwarnings)
-            w.clear();
-        fl.threadfailed.assign(nt, INT_MAX);
+    list.built = false;
+    st.forcing.wall.built = false; // its faces point into the lists
+    list.trilinear.clear();
+    list.idw.clear();
+    list.eddy.clear();
+    list.warnings.clear();
+    const Flags flag = site == Site::u   ? st.iflagu.cview()
+                       : site == Site::v ? st.iflagv.cview()
+                       : site == Site::w ? st.iflagw.cview()
+                                         : st.iflagp.cview();
+    const int klast = site == Site::w ? st.kmax - 1 : st.kmax;
+    for (int k = 1; k <= klast; ++k)
+        for (int j = 1; j <= st.jmax; ++j)
+            for (int i = 1; i <= st.imax; ++i) {
+                if (flag(i, j, k) != forcing) continue;
+                Entry e;
+                e.i = i;
+                e.j = j;
+                e.k = k;
+                entries.push_back(e);
+            }
+    entries.shrink_to_fit();
+    // The searches take very different times: handed out as threads come free.
+    const Storage& cst = st;
+    const std::vector<Found> found = loops::collectpoints(
+        static_cast<long long>(entries.size()), Found{},
+        [&](Found& acc, long long n) {
+            const auto m = static_cast<std::int32_t>(n);
+            Entry& e = entries[static_cast<std::size_t>(m)];
+            acc.search.clear();
+            const Foot f = searchfoot(cst, site, e.i, e.j, e.k, &acc.search);
+            for (double err : acc.search)
+                acc.warnings.push_back({m, err});
+            if (!f.found) {
+                acc.failed = std::min(acc.failed, m);
+                return;
+            }
+            make(cst, f, e);
+        },
+        loops::Share::free);
+    std::int32_t failed = INT_MAX;
+    for (const Found& t : found) {
+        list.warnings.insert(list.warnings.end(), t.warnings.begin(), t.warnings.end());
+        failed = std::min(failed, t.failed);
     }
-    const auto t = static_cast<std::size_t>(omp_get_thread_num());
-    std::vector<double> found; // the warnings of one search
-    const auto n = static_cast<std::int32_t>(entries.size());
-#pragma omp for schedule(dynamic, 16)
-    for (std::int32_t m = 0; m < n; ++m) {
-        Entry& e = entries[static_cast<std::size_t>(m)];
-        found.clear();
-        const Foot f = searchfoot(st, site, e.i, e.j, e.k, &found);
-        for (double err : found)
-            fl.threadwarnings[t].push_back({m, err});
-        if (!f.found) {
-            fl.threadfailed[t] = std::min(fl.threadfailed[t], m);
-            continue;
-        }
-        make(st, f, e);
+    // Each entry's warnings stay in the order its search met them.
+    std::stable_sort(
+        list.warnings.begin(), list.warnings.end(),
+        [](const SearchWarning& a, const SearchWarning& b) { return a.entry < b.entry; });
+    if (failed != INT_MAX) {
+        for (const SearchWarning& w : list.warnings)
+            if (w.entry <= failed) console::writeline(messages::not_converged, w.err);
+        searchfailed(site);
     }
-#pragma omp single
-    {
-        for (const auto& w : fl.threadwarnings)
-            list.warnings.insert(list.warnings.end(), w.begin(), w.end());
-        // Each entry's warnings stay in the order its search met them.
-        std::stable_sort(
-            list.warnings.begin(), list.warnings.end(),
-            [](const SearchWarning& a, const SearchWarning& b) { return a.entry < b.entry; });
-        const std::int32_t failed =
-            *std::min_element(fl.threadfailed.begin(), fl.threadfailed.end());
-        if (failed != INT_MAX) {
-            for (const SearchWarning& w : list.warnings)
-                if (w.entry <= failed) console::writeline(messages::not_converged, w.err);
-            searchfailed(site);
-        }
-        list.key = key;
-        list.built = true;
-    }
+    list.key = key;
+    list.built = true;
 }
 
-// The warnings the searches of a list printed, once per use (every thread calls it).
+// The warnings the searches of a list printed, once per use.
 void printwarnings(const PointList& list) {
-    if (list.warnings.empty()) return;
-#pragma omp single
     for (const SearchWarning& w : list.warnings)
         console::writeline(messages::not_converged, w.err);
 }
@@ -452,9 +449,7 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
     const bool smooth = st.ibed == 0, trilinearlaw = st.iIBM == 0;
     const double visc = st.visc;
     const Entry* entries = list.data();
-    const Block mine = staticblock(0, static_cast<int>(list.size()) - 1);
-    for (int m0 = mine.lo; m0 <= mine.hi; m0 += group) {
-        const int count = std::min(group, mine.hi - m0 + 1);
+    loops::forgroups(static_cast<int>(list.size()), group, [&](int m0, int count) {
         Tangential t[group];
         double value[group], start[group], ut[group], d[group], ustar[group];
         bool converged[group];
@@ -504,7 +499,7 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
                 out.ustar[m0 + n] = us;
                 out.tdir[m0 + n] = divide(t[n].vt, t[n].ut);
             }
-            continue;
+            return;
         }
         for (int l = 0; l < nlaw; ++l) {
             const int n = law[l];
@@ -518,7 +513,7 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
             const Entry& e = entries[m0 + n];
             q(e.i, e.j, e.k) = value[n];
         }
-    }
+    });
 }
 
 template <bool Law = false>
@@ -549,50 +544,48 @@ void walkvelocity(Storage& st, int grid, LawOut out = {nullptr, nullptr}) {
 }
 
 // The eddy viscosity of the forcing cells. Variant B sums the blocks of three entries side by
-// side; each thread takes the share of the list a static schedule would give it.
+// side.
 void walkeddy(Storage& st) {
     const PointList& list = st.forcing.eddy;
     const Flow fl(st);
     const View3<double> nut = st.nut.view();
     const EddyPoint* entries = list.eddy.data();
-    const Block mine = staticblock(0, static_cast<int>(list.eddy.size()) - 1);
+    const int size = static_cast<int>(list.eddy.size());
     if (st.iIBM == 0) {
-        for (int m = mine.lo; m <= mine.hi; ++m) {
+        loops::forgroups(size, 1, [&](int m, int) {
             const EddyPoint& e = entries[m];
             nut(e.i, e.j, e.k) = e.zero ? 0.0 : trilinear(fl.nut, e.s) * e.dp / e.den;
-        }
-    } else {
-        constexpr int group = 3;
-        for (int m0 = mine.lo; m0 <= mine.hi; m0 += group) {
-            const int count = std::min(group, mine.hi - m0 + 1);
-            Terms terms[group];
-            Terms* t[group];
-            bool cube[group];
-            for (int n = 0; n < group; ++n) {
-                t[n] = &terms[n];
-                terms[n].n = 0;
-                cube[n] = true;
-                if (n >= count || entries[m0 + n].zero) continue;
-                const EddyPoint& e = entries[m0 + n];
-                cube[n] = blockterms(fl.nut, fl.fp, fl.gc, e.r, e.block, terms[n]);
-            }
-            double sum[group];
-            sumterms<group>(t, sum);
-            for (int n = 0; n < count; ++n) {
-                const EddyPoint& e = entries[m0 + n];
-                const IdwBlock& b = e.block;
-                double value = 0.0;
-                if (!e.zero) {
-                    const double atr = !cube[n] ? idwvalue(fl.nut, fl.fp, fl.gc, e.r, b)
-                                       : b.near ? fl.nut(b.i, b.j, b.k)
-                                                : quotient(sum[n], b.sumw);
-                    value = atr * e.dp / e.den;
-                }
-                nut(e.i, e.j, e.k) = value;
-            }
-        }
+        });
+        return;
     }
-#pragma omp barrier
+    constexpr int group = 3;
+    loops::forgroups(size, group, [&](int m0, int count) {
+        Terms terms[group];
+        Terms* t[group];
+        bool cube[group];
+        for (int n = 0; n < group; ++n) {
+            t[n] = &terms[n];
+            terms[n].n = 0;
+            cube[n] = true;
+            if (n >= count || entries[m0 + n].zero) continue;
+            const EddyPoint& e = entries[m0 + n];
+            cube[n] = blockterms(fl.nut, fl.fp, fl.gc, e.r, e.block, terms[n]);
+        }
+        double sum[group];
+        sumterms<group>(t, sum);
+        for (int n = 0; n < count; ++n) {
+            const EddyPoint& e = entries[m0 + n];
+            const IdwBlock& b = e.block;
+            double value = 0.0;
+            if (!e.zero) {
+                const double atr = !cube[n] ? idwvalue(fl.nut, fl.fp, fl.gc, e.r, b)
+                                   : b.near ? fl.nut(b.i, b.j, b.k)
+                                            : quotient(sum[n], b.sumw);
+                value = atr * e.dp / e.den;
+            }
+            nut(e.i, e.j, e.k) = value;
+        }
+    });
 }
 
 } // namespace
@@ -626,39 +619,29 @@ bool flagscurrent(const Storage& st) {
     return fl.enabled && fl.classified && sameinputs(st, fl.inputs);
 }
 
-// The three grids one after the other without waiting in between: the walk of one writes its
-// component at its forcing points, which the others never read (they read fluid points only).
+// The three grids one after the other: the walk of one writes its component at its forcing
+// points, which the others never read (they read fluid points only).
 void forcevelocity(Storage& st) {
     const ListKey key = keyof(st);
-    bool stale[3];
-    for (std::size_t grid = 0; grid < 3; ++grid) {
-        const PointList& list = st.forcing.velocity[grid];
-        stale[grid] = !(list.built && list.key == key);
-    }
-#pragma omp parallel
-    {
-        for (int grid = 0; grid < 3; ++grid) {
-            PointList& list = st.forcing.velocity[static_cast<std::size_t>(grid)];
-            if (stale[grid]) {
-                const auto site = static_cast<Site>(grid);
-                if (st.iIBM == 0) {
-                    build<TrilinearPoint>(st, site, list, key, maketrilinear);
-                } else {
-                    build<IdwPoint>(st, site, list, key, makeidw);
-                }
+    for (int grid = 0; grid < 3; ++grid) {
+        PointList& list = st.forcing.velocity[static_cast<std::size_t>(grid)];
+        if (!(list.built && list.key == key)) {
+            const auto site = static_cast<Site>(grid);
+            if (st.iIBM == 0) {
+                build<TrilinearPoint>(st, site, list, key, maketrilinear);
+            } else {
+                build<IdwPoint>(st, site, list, key, makeidw);
             }
-            printwarnings(list);
-            walkvelocity(st, grid);
         }
+        printwarnings(list);
+        walkvelocity(st, grid);
     }
 }
 
 void forceeddy(Storage& st) {
     PointList& list = st.forcing.eddy;
     const ListKey key = keyof(st);
-    const bool stale = !(list.built && list.key == key);
-#pragma omp barrier
-    if (stale) build<EddyPoint>(st, Site::centre, list, key, makeeddy);
+    if (!(list.built && list.key == key)) build<EddyPoint>(st, Site::centre, list, key, makeeddy);
     printwarnings(list);
     walkeddy(st);
 }
@@ -756,45 +739,37 @@ void forcewall(Storage& st, int layers) {
     ForcingLists& fl = st.forcing;
     WallLists& wl = fl.wall;
     const ListKey key = keyof(st);
-    bool stale[4];
-    for (std::size_t g = 0; g < 3; ++g)
-        stale[g] = !(fl.velocity[g].built && fl.velocity[g].key == key);
-    stale[3] = !(fl.eddy.built && fl.eddy.key == key);
-#pragma omp barrier
     for (int g = 0; g < 3; ++g) {
-        if (!stale[g]) continue;
         PointList& list = fl.velocity[static_cast<std::size_t>(g)];
+        if (list.built && list.key == key) continue;
         if (st.iIBM == 0) {
             build<TrilinearPoint>(st, static_cast<Site>(g), list, key, maketrilinear);
         } else {
             build<IdwPoint>(st, static_cast<Site>(g), list, key, makeidw);
         }
     }
-    if (stale[3]) build<EddyPoint>(st, Site::centre, fl.eddy, key, makeeddy);
+    if (!(fl.eddy.built && fl.eddy.key == key))
+        build<EddyPoint>(st, Site::centre, fl.eddy, key, makeeddy);
     printwarnings(fl.eddy);
-    const bool rebuilt = !wl.built; // read by every thread before the single below sets it
-#pragma omp barrier
-#pragma omp single
-    {
-        if (!wl.built) {
-            if (st.iIBM == 0) {
-                mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, trilinearof, st.imax, st.jmax);
-            } else {
-                mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, idwof, st.imax, st.jmax);
-            }
-            for (std::size_t g = 0; g < 3; ++g) {
-                const PointList& l = fl.velocity[g];
-                const std::size_t n = l.trilinear.size() + l.idw.size();
-                wl.ustar[g].assign(n, 0.0);
-                wl.tdir[g].assign(n, Point3{0.0, 0.0, 0.0});
-            }
-            wl.built = true;
+    const bool rebuilt = !wl.built;
+    if (!wl.built) {
+        if (st.iIBM == 0) {
+            mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, trilinearof, st.imax, st.jmax);
+        } else {
+            mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, idwof, st.imax, st.jmax);
         }
-        if (!st.bedshear.allocated()) {
-            st.bedshear.allocate(Range{0, st.imax + 1}, Range{0, st.jmax + 1}, Range{0, 2});
+        for (std::size_t g = 0; g < 3; ++g) {
+            const PointList& l = fl.velocity[g];
+            const std::size_t n = l.trilinear.size() + l.idw.size();
+            wl.ustar[g].assign(n, 0.0);
+            wl.tdir[g].assign(n, Point3{0.0, 0.0, 0.0});
         }
-        st.bedshear.fill(0.0);
+        wl.built = true;
     }
+    if (!st.bedshear.allocated()) {
+        st.bedshear.allocate(Range{0, st.imax + 1}, Range{0, st.jmax + 1}, Range{0, 2});
+    }
+    st.bedshear.fill(0.0);
     // The law at every velocity forcing point from the current flow, unless the update before
     // this one found it for the same velocity and lists.
     if (!(wl.current && !rebuilt)) {
@@ -803,7 +778,6 @@ void forcewall(Storage& st, int layers) {
             walkvelocity<true>(st, g, LawOut{wl.ustar[gi].data(), wl.tdir[gi].data()});
         }
     }
-#pragma omp barrier
     // Each forcing cell writes its own nut, and the topmost one of a column the cells above it
     // and the column's stress: no two entries write the same place.
     const EddyPoint* cells = fl.eddy.eddy.data();
@@ -813,14 +787,13 @@ void forcewall(Storage& st, int layers) {
     const Field2d& zb = st.zb;
     const int kmax = st.kmax;
     const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
-    const Block mine = staticblock(0, static_cast<int>(fl.eddy.eddy.size()) - 1);
-    for (int m = mine.lo; m <= mine.hi; ++m) {
+    loops::forgroups(static_cast<int>(fl.eddy.eddy.size()), 1, [&](int m, int) {
         const EddyPoint& e = cells[m];
         const WallCell& c = wl.cells[static_cast<std::size_t>(m)];
         const CellLaw law = celllaw(c, wl);
         if (!c.top) {
             nut(e.i, e.j, e.k) = std::max(0.0, kappa * law.ustar * e.dp - visc);
-            continue;
+            return;
         }
         // The wall layer above: its share of kappa u* z where that exceeds the Smagorinsky
         // viscosity.
@@ -856,8 +829,7 @@ void forcewall(Storage& st, int layers) {
         shear(e.i, e.j, 0) = law.tau;
         shear(e.i, e.j, 1) = law.stress.x;
         shear(e.i, e.j, 2) = law.stress.y;
-    }
-#pragma omp barrier
+    });
 }
 
 std::size_t listbytes(const ForcingLists& fl) {

@@ -134,9 +134,6 @@ struct ForcingLists {
     std::array<PointList, 3> velocity; // u, v, w
     PointList eddy;                    // cell centres
     WallLists wall;                    // the wall-layer model's, when it is on
-    // Working space of a build, one slot per thread.
-    std::vector<std::vector<SearchWarning>> threadwarnings;
-    std::vector<std::int32_t> threadfailed;
 };
 
 // Switches the lists on and classifies the points again, so that the flags in use are known to
@@ -152,17 +149,16 @@ void noteclassification(Storage& st);
 // rewrite every flag with the value it already holds.
 [[nodiscard]] bool flagscurrent(const Storage& st);
 
-// The velocity forcing from the lists (u, v, w in turn): a parallel region of its own.
+// The velocity forcing from the lists (u, v, w in turn).
 void forcevelocity(Storage& st);
 
-// The eddy viscosity of the forcing cells from their list, shared among the threads of the team
-// that calls it (every thread of a parallel region, or one thread outside any).
+// The eddy viscosity of the forcing cells from their list.
 void forceeddy(Storage& st);
 
-// The wall-layer model over the lists (wallmodel_m.hpp), shared among the threads of the team
-// that calls it: the friction velocity of every velocity forcing point from the current flow,
-// then the eddy viscosity of the forcing cells and of `layers` cells above the topmost one of
-// each column, and the bed shear stress of each column (st.bedshear, interior columns).
+// The wall-layer model over the lists (wallmodel_m.hpp): the friction velocity of every velocity
+// forcing point from the current flow, then the eddy viscosity of the forcing cells and of `layers`
+// cells above the topmost one of each column, and the bed shear stress of each column (st.bedshear,
+// interior columns).
 void forcewall(Storage& st, int layers);
 
 // Bytes held by the lists (entries, warnings, the saved bed).

@@ -1,15 +1,40 @@
 // Immersed-boundary forcing. With the lists of forcing points switched on (a run), the routines
 // walk the lists (forcinglist_m), each split evenly among the threads. Otherwise they search the
-// bed at every call: three loops over the u, v and w forcing points in one parallel region, k
-// shared out statically, and the forcing cells' loop of the eddy-viscosity routine. A forcing
+// bed at every call: a loop over the u, v and w forcing points in turn, and one over the forcing
+// cells for the eddy viscosity. A forcing
 // point's wall law reads only fluid points (flag 1), which no loop here writes, so the result does
 // not depend on how the points are shared.
 #include "ibm/immersing_m.hpp"
 
+#include <atomic>
+#include <cstdint>
+
 #include "ibm/forcinglist_m.hpp"
 #include "ibm/pointsearch_m.hpp"
+#include "run/loops.hpp"
 
 namespace riffle::ibm {
+
+namespace {
+
+// Runs `search` at the points of the box whose flag marks a forcing point, the k layers dealt out
+// as the forcing asks; a search that finds no foot stops the run after the loop.
+template <class Search>
+void searchbox(const loops::Box& box, const ConstView3<std::int32_t>& flag, Site site,
+               loops::Share share, Search search) {
+    std::atomic<bool> failed{false};
+    std::atomic<bool>* const fail = &failed;
+    loops::forbox(
+        box,
+        [=](int i, int j, int k) {
+            if (flag(i, j, k) == 0 && !search(i, j, k))
+                fail->store(true, std::memory_order_relaxed);
+        },
+        share);
+    if (failed.load()) searchfailed(site);
+}
+
+} // namespace
 
 void immersing(Storage& st) {
     if (st.forcing.enabled) {
@@ -17,31 +42,18 @@ void immersing(Storage& st) {
         return;
     }
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const auto flagu = st.iflagu.cview(), flagv = st.iflagv.cview(), flagw = st.iflagw.cview();
     const auto u = st.u.view(), v = st.v.view(), w = st.w.view();
-    const Storage& cst = st; // the point routines read the shared state only
-#pragma omp parallel
-    {
-        // Static schedule in chunks of one layer: the forcing points gather in the few layers
-        // just above the bed, and dealing the layers out in turn shares them among the threads
-        // (contiguous blocks of k would give nearly all of them to the first thread). Each
-        // work-shared loop ends with its implicit barrier.
-#pragma omp for schedule(static, 1)
-        for (int k = 1; k <= kmax; ++k)
-            for (int j = 1; j <= jmax; ++j)
-                for (int i = 1; i <= imax; ++i) // u(0) is a boundary face: not forced here
-                    if (flagu(i, j, k) == 0) searchu(cst, i, j, k, u(i, j, k));
-#pragma omp for schedule(static, 1)
-        for (int k = 1; k <= kmax; ++k)
-            for (int j = 1; j <= jmax; ++j) // v(0) is a boundary face: not forced here
-                for (int i = 1; i <= imax; ++i)
-                    if (flagv(i, j, k) == 0) searchv(cst, i, j, k, v(i, j, k));
-#pragma omp for schedule(static, 1)
-        for (int k = 1; k <= kmax - 1; ++k) // w(0) and w(kmax) are boundary faces
-            for (int j = 1; j <= jmax; ++j)
-                for (int i = 1; i <= imax; ++i)
-                    if (flagw(i, j, k) == 0) searchw(cst, i, j, k, w(i, j, k));
-    }
+    const Storage* cst = &st; // the point routines read the shared state only
+    // k dealt out one layer at a time: the forcing points gather in the few layers just above the
+    // bed, and contiguous blocks of k would give nearly all of them to the first thread.
+    constexpr loops::Share turns = loops::Share::turns;
+    // u(0), v(0), w(0) and w(kmax) are boundary faces: not forced here.
+    searchbox({{1, imax}, {1, jmax}, {1, kmax}}, st.iflagu.cview(), Site::u, turns,
+              [=](int i, int j, int k) { return searchu(*cst, i, j, k, u(i, j, k)); });
+    searchbox({{1, imax}, {1, jmax}, {1, kmax}}, st.iflagv.cview(), Site::v, turns,
+              [=](int i, int j, int k) { return searchv(*cst, i, j, k, v(i, j, k)); });
+    searchbox({{1, imax}, {1, jmax}, {1, kmax - 1}}, st.iflagw.cview(), Site::w, turns,
+              [=](int i, int j, int k) { return searchw(*cst, i, j, k, w(i, j, k)); });
 }
 
 void immersingnut(Storage& st) {
@@ -49,18 +61,11 @@ void immersingnut(Storage& st) {
         forceeddy(st);
         return;
     }
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const auto iflagp = st.iflagp.cview();
     const auto nut = st.nut.view();
-    const Storage& cst = st;
-#pragma omp for schedule(static)
-    for (int k = 1; k <= kmax; ++k) {
-        for (int j = 1; j <= jmax; ++j) {
-            for (int i = 1; i <= imax; ++i) {
-                if (iflagp(i, j, k) == 0) searchnut(cst, i, j, k, nut(i, j, k));
-            }
-        }
-    }
+    const Storage* cst = &st;
+    searchbox({{1, st.imax}, {1, st.jmax}, {1, st.kmax}}, st.iflagp.cview(), Site::centre,
+              loops::Share::blocks,
+              [=](int i, int j, int k) { return searchnut(*cst, i, j, k, nut(i, j, k)); });
 }
 
 } // namespace riffle::ibm

@@ -18,8 +18,7 @@ void immersing(Storage& st);
 
 // Eddy viscosity of the forcing cells (flag 0) over i = 1..imax, j = 1..jmax, k = 1..kmax from the
 // wall-law interpolation, nut(P) = nut(R) dP/(dP + |R - P|). Reads nut at fluid cells only and
-// writes it at forcing cells. Work-shared: every thread of the calling team calls it (inside the
-// eddy-viscosity routine's parallel region), and it ends with a barrier.
+// writes it at forcing cells.
 void immersingnut(Storage& st);
 
 } // namespace riffle::ibm

@@ -278,45 +278,39 @@ Foot searchfoot(const Storage& st, Site s, int i, int j, int k, std::vector<doub
     return {p, b.foot, b.found};
 }
 
-// Called from inside parallel loops: one thread reports, waits for the operator and ends the
-// process; the others stop at the critical section and never come out of it.
 void searchfailed(Site s) {
     const char* message = s == Site::u   ? failed_u
                           : s == Site::v ? failed_v
                           : s == Site::w ? failed_w
                                          : failed_visc;
-#pragma omp critical(riffle_ibm_searchfailed)
-    {
-        console::writeline(message);
-        console::pause();
-        std::fflush(stdout);
-        std::_Exit(EXIT_FAILURE);
-    }
-    std::abort(); // not reached
+    console::writeline(message);
+    console::pause();
+    std::fflush(stdout);
+    std::_Exit(EXIT_FAILURE);
 }
 
-void searchu(const Storage& st, int i, int j, int k, double& value) {
+bool searchu(const Storage& st, int i, int j, int k, double& value) {
     const Foot f = searchfoot(st, Site::u, i, j, k, nullptr);
-    if (!f.found) searchfailed(Site::u);
-    wallvelocity(st, f.p, f.foot, Component::x, value);
+    if (f.found) wallvelocity(st, f.p, f.foot, Component::x, value);
+    return f.found;
 }
 
-void searchv(const Storage& st, int i, int j, int k, double& value) {
+bool searchv(const Storage& st, int i, int j, int k, double& value) {
     const Foot f = searchfoot(st, Site::v, i, j, k, nullptr);
-    if (!f.found) searchfailed(Site::v);
-    wallvelocity(st, f.p, f.foot, Component::y, value);
+    if (f.found) wallvelocity(st, f.p, f.foot, Component::y, value);
+    return f.found;
 }
 
-void searchw(const Storage& st, int i, int j, int k, double& value) {
+bool searchw(const Storage& st, int i, int j, int k, double& value) {
     const Foot f = searchfoot(st, Site::w, i, j, k, nullptr);
-    if (!f.found) searchfailed(Site::w);
-    wallvelocity(st, f.p, f.foot, Component::z, value);
+    if (f.found) wallvelocity(st, f.p, f.foot, Component::z, value);
+    return f.found;
 }
 
-void searchnut(const Storage& st, int i, int j, int k, double& value) {
+bool searchnut(const Storage& st, int i, int j, int k, double& value) {
     const Foot f = searchfoot(st, Site::centre, i, j, k, nullptr);
-    if (!f.found) searchfailed(Site::centre);
-    walleddy(st, f.p, f.foot, value);
+    if (f.found) walleddy(st, f.p, f.foot, value);
+    return f.found;
 }
 
 } // namespace riffle::ibm

@@ -6,7 +6,7 @@
 // centres and the vertical points below the centres for the nearest bed point (the foot), then
 // let the wall law set the value handed in. They are called from parallel loops by many threads at
 // once: every working value is local, shared arrays are only read, and only `value` is written.
-// When no candidate is found the run stops with the routine's message after a pause.
+// When no candidate is found the caller stops the run with the routine's message after a pause.
 //
 // Points: u at (x(i), yc(j), zc(k)), v at (xc(i), y(j), zc(k)), w at (xc(i), yc(j), zf(k)), cell
 // centres at (xc(i), yc(j), zc(k)), with x(i) = xmin + i dx, xc(i) = xmin + (i - 0.5) dx and
@@ -75,15 +75,19 @@ struct Foot {
                               std::vector<double>* warnings);
 
 // Reports the failed search of a site with its routine's message, pauses and ends the process.
+// Called by the host after the loop whose search failed.
 [[noreturn]] void searchfailed(Site s);
 
+// The point-by-point path: the search and the wall law at one point, the reference that the
+// lists of forcing points (forcinglist_m) reproduce. Each returns false, leaving `value` as it
+// is, when the search finds no foot; its caller reports that after its loop (searchfailed).
 // u point (x(i), yc(j), zc(k)): sets the u velocity `value` of a forcing point.
-void searchu(const Storage& st, int i, int j, int k, double& value);
+bool searchu(const Storage& st, int i, int j, int k, double& value);
 // v point (xc(i), y(j), zc(k)).
-void searchv(const Storage& st, int i, int j, int k, double& value);
+bool searchv(const Storage& st, int i, int j, int k, double& value);
 // w point (xc(i), yc(j), zf(k)).
-void searchw(const Storage& st, int i, int j, int k, double& value);
+bool searchw(const Storage& st, int i, int j, int k, double& value);
 // Cell centre (xc(i), yc(j), zc(k)): sets the eddy viscosity `value` of a forcing cell.
-void searchnut(const Storage& st, int i, int j, int k, double& value);
+bool searchnut(const Storage& st, int i, int j, int k, double& value);
 
 } // namespace riffle::ibm

@@ -40,18 +40,8 @@ void ghostcolumns(Storage& st) {
 
 void wallnut(Storage& st) {
     forcewall(st, wall_layers);
-#pragma omp single
     ghostcolumns(st);
-    if (st.dec.distributed()) {
-#pragma omp master
-        exchange(st.dec, st.bedshear, st.imax, st.jmax);
-#pragma omp barrier
-    }
-}
-
-void bedshear(Storage& st) {
-#pragma omp parallel
-    wallnut(st);
+    if (st.dec.distributed()) exchange(st.dec, st.bedshear, st.imax, st.jmax);
 }
 
 void bedshearnodes(const Storage& st, BedShearNodes& out) {

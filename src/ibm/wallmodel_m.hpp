@@ -83,14 +83,9 @@ inline constexpr double face_cap = 4.0;
 }
 
 // The eddy viscosity of the forcing cells and of the wall layer above them, and the bed shear
-// stress of every cell column (st.bedshear), from the current velocity. Shared among the threads
-// of the team that calls it (every thread of a parallel region, or one thread outside any), in
-// place of the forcing cells' interpolation of the plain solver.
+// stress of every cell column (st.bedshear), from the current velocity, in place of the forcing
+// cells' interpolation of the plain solver.
 void wallnut(Storage& st);
-
-// The same from outside any parallel region (the first write of the results): st.bedshear and
-// the eddy viscosity near the bed from the current velocity.
-void bedshear(Storage& st);
 
 // The bed shear stress at the nodes (0..imax, 0..jmax) of this rank's block, i fastest, in Pa:
 // the density times the mean of the four cell columns around the node (st.bedshear, its ghost

@@ -384,7 +384,7 @@ void startup(Storage& st, NodeArrays& nodes) {
         readinteger("iIBMItm", st.iIBM);
         // The law reads the velocity around the image points, across the block faces too.
         velocityboundaries(st); // the ghost layers of the initial flow: neighbours, boundaries
-        ibm::bedshear(st);
+        ibm::wallnut(st);
     }
     // With the wall-layer model on, the bed's surface (base /Bed) for the bed's fields.
     if (st.iwallmodel == 1 && myrank() == 0) writebedsurface(st, nodes);

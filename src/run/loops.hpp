@@ -90,6 +90,44 @@ template <class Kernel> void forpoints(long long count, Kernel&& f) {
         f(n);
 }
 
+// Runs f(first, count) over the entries 0..n-1 of a list: each thread takes the share that a
+// static schedule gives it and walks it in groups of at most `group` entries from the start of
+// its share (a kernel may work on the entries of a group side by side); f must write only what
+// belongs to the entries of its group.
+template <class Kernel> void forgroups(int n, int group, Kernel&& f) {
+#pragma omp parallel
+    {
+        const Block mine = staticblock(0, n - 1);
+        for (int m0 = mine.lo; m0 <= mine.hi; m0 += group)
+            f(m0, std::min(group, mine.hi - m0 + 1));
+    }
+}
+
+// Runs f(acc, n) for n = 0..count-1 with an accumulator of the calling thread's own, which starts
+// as `start`: the points shared in static blocks, or handed out sixteen at a time as threads come
+// free (Share::free, where the work per point varies). Returns the accumulators in thread order,
+// for the caller to combine; what one holds depends on the points its thread took.
+template <class Acc, class Kernel>
+[[nodiscard]] std::vector<Acc> collectpoints(long long count, const Acc& start, Kernel&& f,
+                                             Share share = Share::blocks) {
+    std::vector<Acc> accs(static_cast<std::size_t>(omp_get_max_threads()), start);
+#pragma omp parallel
+    {
+        Acc acc = start;
+        if (share == Share::free) {
+#pragma omp for schedule(dynamic, 16) nowait
+            for (long long n = 0; n < count; ++n)
+                f(acc, n);
+        } else {
+#pragma omp for schedule(static) nowait
+            for (long long n = 0; n < count; ++n)
+                f(acc, n);
+        }
+        accs[static_cast<std::size_t>(omp_get_thread_num())] = std::move(acc);
+    }
+    return accs;
+}
+
 // f(i, j, k) over the box combined by op from `start`: each thread combines its k planes in loop
 // order from `start`, and the partial results are combined in thread order from `start`.
 template <class T, class Kernel, class Combine>

@@ -151,7 +151,7 @@ TEST(WallLaw, InverseDistanceImageVelocity) {
                              {3, 3, 1, 70.0, false},
                              {7, 3, 3, 90.0, false}},
                             {1.5, 1.0, 0.32});
-    searchu(st, 3, 3, 2, u);
+    EXPECT_TRUE(searchu(st, 3, 3, 2, u));
     EXPECT_LT(relerr(u, mean * logratio(0.17, 0.34, z0)), 1e-12);
 
     // Bed z = c + x/2 under u(3,2,5) = (1.5, 0.6, 0.45), 0.375 above it: the image point is
@@ -170,7 +170,7 @@ TEST(WallLaw, InverseDistanceImageVelocity) {
                      {px - s * shift, 0.6, pz + shift});
     // V = (q, 0, 0) at R; its part along the bed keeps (1 - ex^2) = 1/(1 + s^2) of q in x.
     const double dp = h / std::sqrt(1.0 + s * s);
-    searchu(st, 3, 2, 5, u);
+    EXPECT_TRUE(searchu(st, 3, 2, 5, u));
     EXPECT_LT(relerr(u, mean / (1.0 + s * s) * logratio(dp, 2.0 * dp, z0)), 1e-9);
 }
 
@@ -184,7 +184,7 @@ TEST(WallLaw, EddyViscosityStepsOutPastForcingCellsToTheLinearProfile) {
                           [](double, double, double z) { return z < 0.2 ? 0 : 1; });
     for (int k = 1; k <= 2; ++k) {
         double nut = 99.0;
-        searchnut(st, 3, 3, k, nut);
+        EXPECT_TRUE(searchnut(st, 3, 3, k, nut));
         EXPECT_LT(relerr(nut, 3.0 * ((k - 0.5) * st.dz - 0.01)), 1e-12) << "k " << k;
     }
 }
