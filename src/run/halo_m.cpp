@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "run/loops.hpp"
 #include "run/storage_m.hpp"
 
 #ifdef RIFFLE_MPI
@@ -94,33 +95,25 @@ void swap(Field3<T>& f, int sendfirst, int recvfirst, int layers, int to, int fr
     out.resize(count);
     in.resize(count);
     const auto view = f.view();
-    const auto index = [&](int m, int a, int k) {
-        return static_cast<std::size_t>(((k - rk.lo) * across.extent() + (a - across.lo)) * layers +
-                                        m);
+    const int extent = across.extent();
+    const auto index = [=](int m, int a, int k) {
+        return static_cast<std::size_t>(((k - rk.lo) * extent + (a - across.lo)) * layers + m);
     };
-#pragma omp parallel for schedule(static)
-    for (int k = rk.lo; k <= rk.hi; ++k) {
-        for (int a = across.lo; a <= across.hi; ++a) {
-            for (int m = 0; m < layers; ++m) {
-                out[index(m, a, k)] =
-                    Dir == 0 ? view(sendfirst + m, a, k) : view(a, sendfirst + m, k);
-            }
-        }
-    }
+    T* const outp = out.data();
+    loops::forbox({{0, layers - 1}, across, rk}, [=](int m, int a, int k) {
+        outp[index(m, a, k)] = Dir == 0 ? view(sendfirst + m, a, k) : view(a, sendfirst + m, k);
+    });
     if (to != MPI_PROC_NULL) counts.bytes += static_cast<double>(count * sizeof(T));
     MPI_Sendrecv(out.data(), static_cast<int>(count), mpitype<T>(), to, tag, in.data(),
                  static_cast<int>(count), mpitype<T>(), from, tag, MPI_COMM_WORLD,
                  MPI_STATUS_IGNORE);
     if (from == MPI_PROC_NULL) return; // a box face: nothing came, the halo stays as it is
-#pragma omp parallel for schedule(static)
-    for (int k = std::max(rk.lo, keepk.lo); k <= std::min(rk.hi, keepk.hi); ++k) {
-        for (int a = std::max(across.lo, keep.lo); a <= std::min(across.hi, keep.hi); ++a) {
-            for (int m = 0; m < layers; ++m) {
-                (Dir == 0 ? view(recvfirst + m, a, k) : view(a, recvfirst + m, k)) =
-                    in[index(m, a, k)];
-            }
-        }
-    }
+    const T* const inp = in.data();
+    const Range ka{std::max(rk.lo, keepk.lo), std::min(rk.hi, keepk.hi)};
+    const Range aa{std::max(across.lo, keep.lo), std::min(across.hi, keep.hi)};
+    loops::forbox({{0, layers - 1}, aa, ka}, [=](int m, int a, int k) {
+        (Dir == 0 ? view(recvfirst + m, a, k) : view(a, recvfirst + m, k)) = inp[index(m, a, k)];
+    });
 }
 
 template <class T> struct Buffers { std::vector<T> out, in; };
@@ -184,21 +177,18 @@ template <bool ToBuffer>
 void copybox(const BoxHeader& b, int di, int dj, const View3<double>& f, Range rk, double* buf) {
     const std::size_t ni = static_cast<std::size_t>(b[1] - b[0] + 1);
     const std::size_t nj = static_cast<std::size_t>(b[3] - b[2] + 1);
-#pragma omp parallel for schedule(static)
-    for (int k = rk.lo; k <= rk.hi; ++k) {
-        for (int j = b[2]; j <= b[3]; ++j) {
-            double* row = buf + (static_cast<std::size_t>(k - rk.lo) * nj +
-                                 static_cast<std::size_t>(j - b[2])) *
-                                    ni;
-            for (int i = b[0]; i <= b[1]; ++i) {
-                if constexpr (ToBuffer) {
-                    row[i - b[0]] = f(i - di, j - dj, k);
-                } else {
-                    f(i - di, j - dj, k) = row[i - b[0]];
-                }
-            }
+    const loops::Box box{{b[0], b[1]}, {b[2], b[3]}, rk};
+    loops::forbox(box, [=](int i, int j, int k) {
+        double& packed = buf[(static_cast<std::size_t>(k - rk.lo) * nj +
+                              static_cast<std::size_t>(j - box.j.lo)) *
+                                 ni +
+                             static_cast<std::size_t>(i - box.i.lo)];
+        if constexpr (ToBuffer) {
+            packed = f(i - di, j - dj, k);
+        } else {
+            f(i - di, j - dj, k) = packed;
         }
-    }
+    });
 }
 
 std::size_t boxsize(const BoxHeader& b, Range rk) {
