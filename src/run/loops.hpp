@@ -53,26 +53,86 @@ template <class Kernel> inline void plane(const Box& b, Kernel f, int k) {
 
 } // namespace detail
 
-// Runs f(i, j, k) over the box: k outermost, i innermost, the k planes shared as `share` says;
-// f must write only what belongs to its own point.
-template <class Kernel> void forbox(const Box& b, Kernel&& f, Share share = Share::blocks) {
+// Runs f(i, j, k) over the box: k outermost, i innermost, the k planes shared as `share` says
+// (on one thread when `threads` is false: a box too small to share); f must write only what
+// belongs to its own point.
+template <class Kernel>
+void forbox(const Box& b, Kernel&& f, Share share = Share::blocks, bool threads = true) {
     switch (share) {
     case Share::blocks:
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (threads)
         for (int k = b.k.lo; k <= b.k.hi; ++k)
             detail::plane(b, f, k);
         break;
     case Share::turns:
-#pragma omp parallel for schedule(static, 1)
+#pragma omp parallel for schedule(static, 1) if (threads)
         for (int k = b.k.lo; k <= b.k.hi; ++k)
             detail::plane(b, f, k);
         break;
     case Share::free:
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, 1) if (threads)
         for (int k = b.k.lo; k <= b.k.hi; ++k)
             detail::plane(b, f, k);
         break;
     }
+}
+
+// A team of threads that runs several loops in one parallel region, for passes whose loops are
+// too short to start the threads for each (the multigrid's levels). Its loops are shared among
+// the team in static blocks and end together (every thread waits for the last), so each sees
+// what the one before it wrote; `single` runs host work (a halo exchange) on one thread between
+// two such waits. Only `together` makes a team.
+class Team {
+public:
+    // f(i, j, k) over the box, as forbox.
+    template <class Kernel> void forbox(const Box& b, Kernel&& f) const {
+#pragma omp for schedule(static)
+        for (int k = b.k.lo; k <= b.k.hi; ++k)
+            detail::plane(b, f, k);
+    }
+    // f(a, b) over a plane, b shared (faces and edges of a box).
+    template <class Kernel> void forplane(Range a, Range b, Kernel&& f) const {
+#pragma omp for schedule(static)
+        for (int y = b.lo; y <= b.hi; ++y)
+            for (int x = a.lo; x <= a.hi; ++x)
+                f(x, y);
+    }
+    // f(n) over a range (the k planes of a plane kernel); with `wait` false a thread goes on to
+    // the next loop as soon as its own share is done.
+    template <class Kernel> void forrange(Range r, Kernel&& f, bool wait = true) const {
+        if (wait) {
+#pragma omp for schedule(static)
+            for (int n = r.lo; n <= r.hi; ++n)
+                f(n);
+        } else {
+#pragma omp for schedule(static) nowait
+            for (int n = r.lo; n <= r.hi; ++n)
+                f(n);
+        }
+    }
+    // The calling thread's static share of a range, for a driver that walks it in an order of
+    // its own (the line smoother's wavefront), and the wait for the whole team.
+    [[nodiscard]] Block share(Range r) const { return staticblock(r.lo, r.hi); }
+    void wait() const {
+#pragma omp barrier
+    }
+    // f() on the team's first thread once every thread has arrived; the others wait for it.
+    template <class F> void single(F&& f) const {
+#pragma omp barrier
+#pragma omp master
+        f();
+#pragma omp barrier
+    }
+
+private:
+    Team() = default;
+    template <class Body> friend void together(bool threads, Body&& body);
+};
+
+// Runs body(team) on every thread of a new team (on one thread when `threads` is false).
+template <class Body> void together(bool threads, Body&& body) {
+#pragma omp parallel if (threads)
+    body(Team{});
 }
 
 // Runs f(a, b) over a plane, b outermost, the b rows shared as `share` says (faces of the box,
