@@ -149,17 +149,14 @@ void noteclassification(Storage& st);
 // rewrite every flag with the value it already holds.
 [[nodiscard]] bool flagscurrent(const Storage& st);
 
-// The velocity forcing from the lists (u, v, w in turn).
-void forcevelocity(Storage& st);
+// Makes the list of velocity forcing points of grid `grid` (0 u, 1 v, 2 w), or of the forcing
+// cells, again when it is missing or was made under other flags or settings; a failed search
+// stops the run with its routine's message (after the warnings of the entries before it).
+void makevelocitylist(Storage& st, int grid);
+void makeeddylist(Storage& st);
 
-// The eddy viscosity of the forcing cells from their list.
-void forceeddy(Storage& st);
-
-// The wall-layer model over the lists (wallmodel_m.hpp): the friction velocity of every velocity
-// forcing point from the current flow, then the eddy viscosity of the forcing cells and of `layers`
-// cells above the topmost one of each column, and the bed shear stress of each column (st.bedshear,
-// interior columns).
-void forcewall(Storage& st, int layers);
+// Prints the warnings that the searches of a list met, as each use of the list does.
+void printwarnings(const PointList& list);
 
 // Bytes held by the lists (entries, warnings, the saved bed).
 [[nodiscard]] std::size_t listbytes(const ForcingLists& fl);

@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "ibm/forcinglist_m.hpp"
+#include "ibm/forcingwalk_m.hpp"
 #include "ibm/pointsearch_m.hpp"
 #include "run/loops.hpp"
 

@@ -1,14 +1,199 @@
 #include "ibm/wallmodel_m.hpp"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <vector>
 
 #include "ibm/forcinglist_m.hpp"
+#include "ibm/forcingwalk_m.hpp"
+#include "ibm/walllaw_k.hpp"
 #include "run/halo_m.hpp"
+#include "run/loops.hpp"
 
 namespace riffle::ibm {
 
 namespace {
+
+// The entry of point (i, j, k) in a list ordered by k, j, i; -1 when it is not a forcing point.
+template <class Entry> std::int32_t entryat(const std::vector<Entry>& list, int i, int j, int k) {
+    const auto before = [](const Entry& e, const std::array<int, 3>& key) {
+        return std::array<int, 3>{e.k, e.j, e.i} < key;
+    };
+    const std::array<int, 3> key{k, j, i};
+    const auto it = std::lower_bound(list.begin(), list.end(), key, before);
+    if (it == list.end() || it->i != i || it->j != j || it->k != k) return -1;
+    return static_cast<std::int32_t>(it - list.begin());
+}
+
+template <class Entry>
+void mapfaces(const std::array<PointList, 3>& velocity, const std::vector<EddyPoint>& cells,
+              std::vector<WallCell>& out, const std::vector<Entry>& (*of)(const PointList&),
+              int imax, int jmax) {
+    // The topmost forcing cell of each column.
+    std::vector<int> topk(static_cast<std::size_t>(imax + 2) * (jmax + 2), -1);
+    const auto col = [imax](int i, int j) {
+        return static_cast<std::size_t>(j) * (imax + 2) + static_cast<std::size_t>(i);
+    };
+    for (const EddyPoint& e : cells)
+        topk[col(e.i, e.j)] = std::max(topk[col(e.i, e.j)], e.k);
+    out.resize(cells.size());
+    for (std::size_t m = 0; m < cells.size(); ++m) {
+        const EddyPoint& e = cells[m];
+        WallCell& w = out[m];
+        w.faces = {entryat(of(velocity[0]), e.i, e.j, e.k), entryat(of(velocity[1]), e.i, e.j, e.k),
+                   entryat(of(velocity[2]), e.i, e.j, e.k - 1),
+                   entryat(of(velocity[2]), e.i, e.j, e.k)};
+        w.top = topk[col(e.i, e.j)] == e.k;
+    }
+}
+
+const std::vector<TrilinearPoint>& trilinearof(const PointList& l) { return l.trilinear; }
+const std::vector<IdwPoint>& idwof(const PointList& l) { return l.idw; }
+
+// What the law gives a forcing cell.
+struct CellLaw {
+    double ustar = 0.0; // mean u*
+    double tau = 0.0;   // mean u*^2
+    Point3 stress;      // mean u*^2 along the tangential direction
+};
+
+// The friction velocity and bed stress of a forcing cell from the velocity forcing points on the
+// faces it owns that have a law. The topmost forcing cell of a column leaves out its lower w face
+// where another face has a law: that point lies below the cell centre, where the image point
+// comes so close to the bed that ln(d/z0) is small and u* several times that of its neighbours,
+// while the faces at and above the centre bound the first fluid cell whose stress the cell sets.
+inline CellLaw celllaw(const WallCell& c, const WallLists& wl) {
+    constexpr std::array<std::size_t, 4> grid{0, 1, 2, 2}; // the list of each face
+    constexpr std::size_t lower = 2;                       // w(k-1)
+    const auto law = [&](std::size_t f) {
+        const std::int32_t m = c.faces[f];
+        return m < 0 ? -1.0 : wl.ustar[grid[f]][static_cast<std::size_t>(m)];
+    };
+    bool others = false;
+    for (std::size_t f = 0; f < c.faces.size(); ++f)
+        others = others || (f != lower && law(f) >= 0.0);
+    CellLaw out;
+    int n = 0;
+    for (std::size_t f = 0; f < c.faces.size(); ++f) {
+        const double us = law(f);
+        if (us < 0.0) continue; // no forcing point, or within z0 of the bed: no law
+        if (f == lower && c.top && others) continue;
+        const std::int32_t m = c.faces[f];
+        out.ustar += us;
+        out.tau += us * us;
+        out.stress = out.stress + (us * us) * wl.tdir[grid[f]][static_cast<std::size_t>(m)];
+        ++n;
+    }
+    if (n == 0) return out;
+    const double inv = 1.0 / n;
+    out.ustar *= inv;
+    out.tau *= inv;
+    out.stress = inv * out.stress;
+    return out;
+}
+
+// The velocity at the centre of cell (i, j, k): the mean of its two faces in each direction.
+inline Point3 centrevelocity(const ConstView3<double>& u, const ConstView3<double>& v,
+                             const ConstView3<double>& w, int i, int j, int k) {
+    return {0.5 * (u(i - 1, j, k) + u(i, j, k)), 0.5 * (v(i, j - 1, k) + v(i, j, k)),
+            0.5 * (w(i, j, k - 1) + w(i, j, k))};
+}
+
+// The wall-layer model over the lists: the friction velocity of every velocity forcing point
+// from the current flow, then the eddy viscosity of the forcing cells and of `layers` cells above
+// the topmost one of each column, and the bed shear stress of each column (st.bedshear, interior
+// columns).
+void forcewall(Storage& st, int layers) {
+    ForcingLists& fl = st.forcing;
+    WallLists& wl = fl.wall;
+    for (int g = 0; g < 3; ++g)
+        makevelocitylist(st, g);
+    makeeddylist(st);
+    printwarnings(fl.eddy);
+    const bool rebuilt = !wl.built;
+    if (!wl.built) {
+        if (st.iIBM == 0) {
+            mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, trilinearof, st.imax, st.jmax);
+        } else {
+            mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, idwof, st.imax, st.jmax);
+        }
+        for (std::size_t g = 0; g < 3; ++g) {
+            const PointList& l = fl.velocity[g];
+            const std::size_t n = l.trilinear.size() + l.idw.size();
+            wl.ustar[g].assign(n, 0.0);
+            wl.tdir[g].assign(n, Point3{0.0, 0.0, 0.0});
+        }
+        wl.built = true;
+    }
+    if (!st.bedshear.allocated()) {
+        st.bedshear.allocate(Range{0, st.imax + 1}, Range{0, st.jmax + 1}, Range{0, 2});
+    }
+    st.bedshear.fill(0.0);
+    // The law at every velocity forcing point from the current flow, unless the update before
+    // this one found it for the same velocity and lists.
+    if (!(wl.current && !rebuilt)) {
+        for (int g = 0; g < 3; ++g) {
+            const auto gi = static_cast<std::size_t>(g);
+            lawvelocity(st, g, LawOut{wl.ustar[gi].data(), wl.tdir[gi].data()});
+        }
+    }
+    // Each forcing cell writes its own nut, and the topmost one of a column the cells above it
+    // and the column's stress: no two entries write the same place.
+    const EddyPoint* cells = fl.eddy.eddy.data();
+    const View3<double> nut = st.nut.view();
+    const View3<double> shear = st.bedshear.view();
+    const double visc = st.visc, dz = st.dz, zmin = st.zmin, zmax = st.zmax;
+    const Field2d& zb = st.zb;
+    const int kmax = st.kmax;
+    const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
+    loops::forgroups(static_cast<int>(fl.eddy.eddy.size()), 1, [&](int m, int) {
+        const EddyPoint& e = cells[m];
+        const WallCell& c = wl.cells[static_cast<std::size_t>(m)];
+        const CellLaw law = celllaw(c, wl);
+        if (!c.top) {
+            nut(e.i, e.j, e.k) = std::max(0.0, kappa * law.ustar * e.dp - visc);
+            return;
+        }
+        // The wall layer above: its share of kappa u* z where that exceeds the Smagorinsky
+        // viscosity.
+        const int last = std::min(kmax, e.k + layers);
+        for (int k = e.k + 1; k <= last; ++k) {
+            const double z = e.dp + (k - e.k) * dz * e.ez;
+            nut(e.i, e.j, k) =
+                std::max(nut(e.i, e.j, k), layerviscosity(law.ustar, z, visc, k - e.k));
+        }
+        // The forcing cell: the face between it and the cell above, which the momentum stencils
+        // give the mean of the two, carries the wall law's stress. Where the forcing cell lies so
+        // close to the bed that the cell above holds more than the face may have, the cell above
+        // gives way: the bed stress comes first.
+        if (e.k + 1 <= kmax) {
+            double du = 0.0;
+            if (law.tau > 0.0) {
+                const Point3 dir = divide(law.stress, std::sqrt(dot(law.stress, law.stress)));
+                du = dot(centrevelocity(u, v, w, e.i, e.j, e.k + 1) -
+                             centrevelocity(u, v, w, e.i, e.j, e.k),
+                         dir);
+            }
+            // The face carries the stress of its height in the column's depth.
+            const double bed = zb(e.i, e.j), face = zmin + e.k * dz;
+            const double tau = law.tau * stressshare(face - bed, zmax - bed);
+            const double room =
+                std::max(0.0, 2.0 * (facetotal(law.ustar, tau, e.dp, dz * e.ez, du) - visc));
+            double& above = nut(e.i, e.j, e.k + 1);
+            above = std::min(above, room);
+            nut(e.i, e.j, e.k) = room - above;
+        } else {
+            nut(e.i, e.j, e.k) = std::max(0.0, kappa * law.ustar * e.dp - visc);
+        }
+        shear(e.i, e.j, 0) = law.tau;
+        shear(e.i, e.j, 1) = law.stress.x;
+        shear(e.i, e.j, 2) = law.stress.y;
+    });
+}
 
 // Ghost columns of the bed stress by the pressure codes: a copy of the adjacent column at a
 // wall, the column at the far end on a periodic face; a face shared with another block takes

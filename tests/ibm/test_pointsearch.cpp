@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "ibm/immersing_m.hpp"
 #include "ibm/pointsearch_m.hpp"
 #include "ibm/walllaw_m.hpp"
 #include "support/ibm_bed.hpp"
@@ -132,6 +133,14 @@ TEST(PointSearchDeathTest, NoCandidateStopsWithTheRoutineMessage) {
                      dup2(STDERR_FILENO, STDOUT_FILENO), searched(st, grid, 2, 2, 1)),
                     testing::ExitedWithCode(EXIT_FAILURE),
                     std::string("^ ") + names[grid] + " could not find the minimum point\n$");
+    // The forcing loops report a point whose search failed once the loop is done.
+    for (Field3i* f : {&st.iflagu, &st.iflagv, &st.iflagw})
+        f->fill(1);
+    st.iflagv(3, 2, 2) = 0;
+    EXPECT_EXIT((std::fflush(stdout), std::freopen("/dev/null", "r", stdin),
+                 dup2(STDERR_FILENO, STDOUT_FILENO), immersing(st)),
+                testing::ExitedWithCode(EXIT_FAILURE),
+                "^ immrsing v could not find the minimum point\n$");
 }
 
 } // namespace
