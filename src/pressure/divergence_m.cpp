@@ -1,5 +1,7 @@
 #include "pressure/divergence_m.hpp"
 
+#include "pressure/projection_k.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -33,10 +35,7 @@ void divergence(Storage& st) {
     // Each thread sums its columns in order, k innermost, so a thread count gives fixed bits.
     const std::vector<Found> found = loops::forcolumns(
         {{1, imax}, {1, jmax}, {1, kmax}}, Found{},
-        [=](int i, int j, int k) {
-            return (u(i, j, k) - u(i - 1, j, k)) / dx + (v(i, j, k) - v(i, j - 1, k)) / dy +
-                   (w(i, j, k) - w(i, j, k - 1)) / dz;
-        },
+        [=](int i, int j, int k) { return celldivergence(u, v, w, i, j, k, dx, dy, dz); },
         [=](Found& f, double d, int i, int j, int k) {
             f.dsum += d;
             f.dmax = std::max(f.dmax, std::abs(d));

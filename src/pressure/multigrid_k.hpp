@@ -1,11 +1,12 @@
 // The multigrid's arithmetic at a point (or along one plane where a sum runs through it): the
-// face ghosts' rule, the seven-point operator, the residual, the restriction and prolongation,
-// and the point Gauss-Seidel value of the coarsest level. The drivers in multigridp_m run these
+// seven-point operator, the residual, the restriction and prolongation, and the point
+// Gauss-Seidel value of the coarsest level. The drivers in multigridp_m run these
 // over the levels; the line smoother's drivers are in linesweep_m.
 #pragma once
 
 #include <cmath>
 
+#include "run/faces_k.hpp"
 #include "run/field3.hpp"
 #include "run/loops.hpp"
 
@@ -13,12 +14,6 @@ namespace riffle::pressure {
 
 using View = View3<double>;
 using CView = ConstView3<double>;
-
-// Ghost value of a face of code t: t * (adjacent interior) + (1 - |t|) * (opposite end). The
-// formula is applied even where a factor is 0, so a periodic face is an exact copy.
-RIFFLE_HD inline double ghost(double t, double adjacent, double opposite) {
-    return t * adjacent + (1.0 - std::abs(t)) * opposite;
-}
 
 // Second difference of one direction, formed as (east - centre - centre + west) / h^2.
 RIFFLE_HD inline double secdiff(double west, double centre, double east, double h2) {

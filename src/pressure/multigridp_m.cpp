@@ -21,6 +21,7 @@
 
 #include "pressure/linesweep_m.hpp"
 #include "pressure/multigrid_k.hpp"
+#include "pressure/projection_k.hpp"
 #include "run/halo_m.hpp"
 #include "run/loops.hpp"
 #include "run/parallel.hpp"
@@ -310,10 +311,7 @@ void sourcep(Storage& st) {
     loops::forbox(
         {{1, nx}, {1, ny}, {1, nz}},
         [=](int i, int j, int k) {
-            src(i, j, k) =
-                ((u(i, j, k) - u(i - 1, j, k)) / dx + (v(i, j, k) - v(i, j - 1, k)) / dy +
-                 (w(i, j, k) - w(i, j, k - 1)) / dz) *
-                factor;
+            src(i, j, k) = celldivergence(u, v, w, i, j, k, dx, dy, dz) * factor;
         },
         loops::Share::blocks, worththreads(nx, ny, nz));
 }

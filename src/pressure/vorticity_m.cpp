@@ -1,5 +1,8 @@
 #include "pressure/vorticity_m.hpp"
 
+#include "pressure/vorticity_k.hpp"
+#include "run/faces_k.hpp"
+
 #include <cmath>
 
 #include "run/halo_m.hpp"
@@ -7,67 +10,7 @@
 
 namespace riffle::pressure {
 
-namespace {
-
-using CView = ConstView3<double>;
 using View = View3<double>;
-
-// ---- pointwise arithmetic ---------------------------------------------------------------------
-
-// The nine components of the velocity gradient at one cell centre.
-struct Gradient {
-    double ux, uy, uz;
-    double vx, vy, vz;
-    double wx, wy, wz;
-};
-
-// Difference of two four-point averages one cell apart: (0.25 (a0+a1+p0+p1) - 0.25 (a0+a1+m0+m1))
-// / h, where a0, a1 are the two faces of this cell and p, m those of the neighbours.
-inline double crossdiff(double a0, double a1, double p0, double p1, double m0, double m1,
-                        double h) {
-    const double plus = 0.25 * (a0 + a1 + p0 + p1);
-    const double minus = 0.25 * (a0 + a1 + m0 + m1);
-    return (plus - minus) / h;
-}
-
-inline Gradient gradient(const CView& u, const CView& v, const CView& w, int i, int j, int k,
-                         double dx, double dy, double dz) {
-    Gradient g{};
-    g.ux = (u(i, j, k) - u(i - 1, j, k)) / dx;
-    g.vy = (v(i, j, k) - v(i, j - 1, k)) / dy;
-    g.wz = (w(i, j, k) - w(i, j, k - 1)) / dz;
-    g.uy = crossdiff(u(i - 1, j, k), u(i, j, k), u(i - 1, j + 1, k), u(i, j + 1, k),
-                     u(i - 1, j - 1, k), u(i, j - 1, k), dy);
-    g.uz = crossdiff(u(i - 1, j, k), u(i, j, k), u(i - 1, j, k + 1), u(i, j, k + 1),
-                     u(i - 1, j, k - 1), u(i, j, k - 1), dz);
-    g.vx = crossdiff(v(i, j - 1, k), v(i, j, k), v(i + 1, j - 1, k), v(i + 1, j, k),
-                     v(i - 1, j - 1, k), v(i - 1, j, k), dx);
-    g.vz = crossdiff(v(i, j - 1, k), v(i, j, k), v(i, j - 1, k + 1), v(i, j, k + 1),
-                     v(i, j - 1, k - 1), v(i, j, k - 1), dz);
-    g.wx = crossdiff(w(i, j, k - 1), w(i, j, k), w(i + 1, j, k - 1), w(i + 1, j, k),
-                     w(i - 1, j, k - 1), w(i - 1, j, k), dx);
-    g.wy = crossdiff(w(i, j, k - 1), w(i, j, k), w(i, j + 1, k - 1), w(i, j + 1, k),
-                     w(i, j - 1, k - 1), w(i, j - 1, k), dy);
-    return g;
-}
-
-inline double vorticitymagnitude(const Gradient& g) {
-    const double ox = g.wy - g.vz, oy = g.uz - g.wx, oz = g.vx - g.uy;
-    return std::sqrt(ox * ox + oy * oy + oz * oz);
-}
-
-inline double qcriterion(const Gradient& g) {
-    return -0.5 * (g.ux * g.ux + g.vy * g.vy + g.wz * g.wz + 2.0 * g.vx * g.uy + 2.0 * g.wx * g.uz +
-                   2.0 * g.wy * g.vz);
-}
-
-// Ghost value of a face of code t; applied even where a factor is 0, so a periodic face is an
-// exact copy of the opposite end.
-inline double ghost(double t, double adjacent, double opposite) {
-    return t * adjacent + (1.0 - std::abs(t)) * opposite;
-}
-
-} // namespace
 
 void vorticity(Storage& st) {
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
