@@ -1,5 +1,5 @@
-// The shared storage of a run: grid scalars, calculation conditions, every field on the staggered
-// grid and the multigrid hierarchy, in one object created once by the driver.
+// The storage of a run: the grid and its geometry, the calculation conditions, the flow fields on
+// the staggered grid, the multigrid hierarchy, the bed's state and the run's clock and outputs.
 //
 // Grid: imax x jmax x kmax cells of dx x dy x dz. Cell (i,j,k), i = 1..imax, spans
 // xmin + (i-1) dx .. xmin + i dx (likewise in y and z); index 0 and imax+1 are ghost cells.
@@ -7,10 +7,6 @@
 // (0:imax+1, 0:jmax+1, 0:kmax+1); u on x-faces (u(i) between cells i and i+1) with one more ghost
 // layer at i = -1; v on y-faces with j = -1; w on z-faces with k = -1. The flag arrays share the
 // ranges of the variable they classify.
-//
-// Every solver routine takes this object by reference and reads and writes its members under the
-// names used throughout the solver (u, iflagu, kpoismax, ...). Scalars start at zero: a condition
-// that is absent from the case file leaves its variable at zero (ks excepted, see casefile_m).
 #pragma once
 
 #include <array>
@@ -43,20 +39,33 @@ struct mglevel {
 // Faces of the box, in the order of the boundary-code arrays (index 1..6; index 0 unused).
 enum Face : int { west = 1, east = 2, south = 3, north = 4, bottom = 5, top = 6 };
 
-struct Storage {
-    // ---- grid -----------------------------------------------------------------------------
-    // On several ranks imax and jmax count the cells of this rank's block (dec.ni, dec.nj), and
-    // the hierarchy mg(0..lmin) holds the block's share of each level down to the level of the
-    // block unit; rank 0 keeps the coarser levels of the whole box in `whole`.
+// The storage of a run in parts that say what they are; each routine of the time step takes the
+// parts it reads and writes.
+
+// The grid and its geometry: cell counts and spacings, the box, the multigrid depth, this rank's
+// block of the box, and the bed. On several ranks imax and jmax count the cells of this rank's
+// block (dec.ni, dec.nj).
+struct Geometry {
     int imax = 0, jmax = 0, kmax = 0;
     double dx = 0.0, dy = 0.0, dz = 0.0;
     double xmin = 0.0, xmax = 0.0, ymin = 0.0, ymax = 0.0, zmin = 0.0, zmax = 0.0;
     int lmin = 0;
+    Field2d zb;        // bed elevation at the cell centres, over (0:imax+1, 0:jmax+1)
+    Decomposition dec; // the block of this rank; one rank: nranks == 1, and dec is not read
 
-    // ---- calculation conditions -------------------------------------------------------------
+    // The offset of this rank's block in the whole box (0 on one process), and the whole box's
+    // cell counts in x and y.
+    [[nodiscard]] int ioffset() const { return dec.distributed() ? dec.i0 : 0; }
+    [[nodiscard]] int joffset() const { return dec.distributed() ? dec.j0 : 0; }
+    [[nodiscard]] int iwhole() const { return dec.distributed() ? dec.imaxg : imax; }
+    [[nodiscard]] int jwhole() const { return dec.distributed() ? dec.jmaxg : jmax; }
+};
+
+// The calculation conditions read from the case file; fixed during a run.
+struct Conditions {
     double visc = 0.0, dens = 0.0, gravity = 0.0, discharge = 0.0;
     int timetype = 0;
-    double dt = 0.0, cfl = 0.0;
+    double cfl = 0.0;
     // The two initial-state switches are read as reals into 8-byte slots; every test looks only
     // at the low 32 bits of the slot taken as a signed integer (see int32view).
     double iInitial = 0.0, iPerturb = 0.0;
@@ -75,37 +84,58 @@ struct Storage {
     // indexed by Face 1..6.
     std::array<int, 7> ibu{}, ibv{}, ibw{}, ibp{};
     std::array<double, 7> ubval{}, vbval{}, wbval{};
+};
 
-    // Driving accelerations (set each step by the driving-force routine).
-    double fx = 0.0, fy = 0.0, fz = 0.0;
-
-    // ---- run state ----------------------------------------------------------------------------
-    int istep = 0;
-    double time = 0.0, endtime = 0.0;
-    int npois = 0;
-    double divmax = 0.0, divtotal = 0.0;
-
-    // ---- output settings ----------------------------------------------------------------------
-    double otime = 0.0, dthotout = 0.0, dttecplot = 0.0;
-    int hotout = 0, tecplot = 0;
-    std::string outpath, outfile, startfile;
-    std::string casename; // the case file, as named on the command line
-
-    // ---- fields -------------------------------------------------------------------------------
+// The flow: velocities, pressure, their previous levels and right-hand sides, the eddy viscosity
+// with the strain rates it comes from, vorticity and Q, and the driving accelerations (set each
+// step by the driving-force routine).
+struct FlowFields {
     Field3d u, v, w, p;
     Field3d uo, vo, wo;
     Field3d fu, fv, fw, fuo, fvo, fwo;
     Field3d nut;
     Field3d s11, s22, s33, s12, s13, s23, sabs;
     Field3d vort, qc;
+    double fx = 0.0, fy = 0.0, fz = 0.0;
+};
+
+// The multigrid hierarchy of the pressure increment: on several ranks each block's share of
+// each level down to the level of the block unit (rank 0 solves the coarser ones of the whole
+// box, Storage::whole).
+struct Hierarchy {
+    std::vector<mglevel> mglevels; // level l lives at mglevels[-l]; use mg(l)
+    [[nodiscard]] mglevel& mg(int l) { return mglevels[static_cast<std::size_t>(-l)]; }
+    [[nodiscard]] const mglevel& mg(int l) const { return mglevels[static_cast<std::size_t>(-l)]; }
+};
+
+// The bed as the flow sees it: the classification of every point (1 fluid, 0 forcing, -1 solid)
+// now and at the previous level, the forcing points derived from it, and the bed shear stress.
+struct BedState {
     Field3i iflagu, iflagv, iflagw, iflagp;
     Field3i iflaguo, iflagvo, iflagwo;
-    Field2d zb;
-    std::vector<mglevel> mglevels; // level l lives at mglevels[-l]; use mg(l)
-    ibm::ForcingLists forcing;     // forcing points of the bed, derived from the flags; never saved
+    ibm::ForcingLists forcing; // forcing points of the bed, derived from the flags; never saved
     // The classification (forcing.classification) whose flags the old flags hold, while the lists
     // are in use; any other value: the old flags must be copied again.
     std::uint64_t oldflagsof = ~std::uint64_t{0};
+    // The bed shear stress under each cell column, over (0:imax+1, 0:jmax+1) and three planes
+    // (wallmodel_m.hpp): k = 0 u*^2, k = 1 and 2 its x and y components along the tangential
+    // velocity (kinematic, m^2/s^2). Allocated only with the wall-layer model on.
+    Field3d bedshear;
+};
+
+// The run's clock, its report and its outputs: step, time and step size, the Poisson solve's
+// report, output times and files, the point data and statistics that restart files carry.
+struct RunClock {
+    int istep = 0;
+    double time = 0.0, endtime = 0.0;
+    double dt = 0.0; // the step size: read, or set each step from the Courant number
+    int npois = 0;
+    double divmax = 0.0, divtotal = 0.0;
+
+    double otime = 0.0, dthotout = 0.0, dttecplot = 0.0;
+    int hotout = 0, tecplot = 0;
+    std::string outpath, outfile, startfile;
+    std::string casename; // the case file, as named on the command line
 
     // Point data kept in restart files: npt points, six reals and one integer each. No
     // computation produces such points; npt is 0 after the initial state.
@@ -132,26 +162,27 @@ struct Storage {
         long long bedsamples = 0;
         std::array<Field3d, 3> bedsum;
     } stats;
+};
 
-    // The bed shear stress under each cell column, over (0:imax+1, 0:jmax+1) and three planes
-    // (wallmodel_m.hpp): k = 0 u*^2, k = 1 and 2 its x and y components along the tangential
-    // velocity (kinematic, m^2/s^2). Allocated only with the wall-layer model on.
-    Field3d bedshear;
-
-    Decomposition dec; // the block of this rank; one rank: nranks == 1, and dec is not read
+// The whole storage of a run, created once by the driver. Its members keep the names used
+// throughout the solver (u, iflagu, kpoismax, ...); scalars start at zero: a condition that is
+// absent from the case file leaves its variable at zero (ks excepted, see casefile_m).
+struct Storage : Geometry, Conditions, FlowFields, Hierarchy, BedState, RunClock {
     // Rank 0 of several: the whole box's multigrid levels below the blocks' coarsest (mg(lmin)
     // gathered and all coarser ones), with the grid scalars and codes they are solved with.
     std::unique_ptr<Storage> whole;
 
-    // The offset of this rank's block in the whole box (0 on one process), and the whole box's
-    // cell counts in x and y.
-    [[nodiscard]] int ioffset() const { return dec.distributed() ? dec.i0 : 0; }
-    [[nodiscard]] int joffset() const { return dec.distributed() ? dec.j0 : 0; }
-    [[nodiscard]] int iwhole() const { return dec.distributed() ? dec.imaxg : imax; }
-    [[nodiscard]] int jwhole() const { return dec.distributed() ? dec.jmaxg : jmax; }
-
-    [[nodiscard]] mglevel& mg(int l) { return mglevels[static_cast<std::size_t>(-l)]; }
-    [[nodiscard]] const mglevel& mg(int l) const { return mglevels[static_cast<std::size_t>(-l)]; }
+    [[nodiscard]] Geometry& geometry() { return *this; }
+    [[nodiscard]] const Geometry& geometry() const { return *this; }
+    [[nodiscard]] Conditions& conditions() { return *this; }
+    [[nodiscard]] const Conditions& conditions() const { return *this; }
+    [[nodiscard]] FlowFields& flow() { return *this; }
+    [[nodiscard]] const FlowFields& flow() const { return *this; }
+    [[nodiscard]] Hierarchy& hierarchy() { return *this; }
+    [[nodiscard]] BedState& bed() { return *this; }
+    [[nodiscard]] const BedState& bed() const { return *this; }
+    [[nodiscard]] RunClock& clock() { return *this; }
+    [[nodiscard]] const RunClock& clock() const { return *this; }
 };
 
 // The low 32 bits of an 8-byte real's bit pattern, as a signed integer.
