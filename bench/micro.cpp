@@ -54,7 +54,7 @@ void percell(benchmark::State& state, const Storage& st) {
 void xvelocity(benchmark::State& state) {
     Storage st = disturbedbox(static_cast<int>(state.range(0)));
     for (auto _ : state)
-        riffle::flow::xvelocity(st);
+        riffle::flow::xvelocity(st.geometry(), st.conditions(), st.clock(), st.flow());
     percell(state, st);
 }
 BENCHMARK(xvelocity)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);

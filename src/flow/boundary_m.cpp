@@ -23,10 +23,10 @@ struct Plane {
     int na, nb; // cells along the two plane directions (the plane covers 0..na+1 x 0..nb+1)
 };
 
-template <int Dir> Plane plane(const Storage& st) {
-    if constexpr (Dir == 0) return {st.imax, st.jmax, st.kmax};
-    if constexpr (Dir == 1) return {st.jmax, st.imax, st.kmax};
-    return {st.kmax, st.imax, st.jmax};
+template <int Dir> Plane plane(const Geometry& grid) {
+    if constexpr (Dir == 0) return {grid.imax, grid.jmax, grid.kmax};
+    if constexpr (Dir == 1) return {grid.jmax, grid.imax, grid.kmax};
+    return {grid.kmax, grid.imax, grid.jmax};
 }
 
 // A face across which the component is tangential: its ghost lies half a cell outside. The
@@ -73,8 +73,8 @@ void normalface(const View3<double>& f, Plane pl, bool low, int c, double val, d
 
 // Whether this block fills the ghosts of `face` by its rule: always on one rank and at the bottom
 // and top; a side face shared with another block is filled by the halo exchange instead.
-bool applies(const Storage& st, int face, int code) {
-    return !st.dec.distributed() || face > north || st.dec.appliesface(face, code);
+bool applies(const Geometry& grid, int face, int code) {
+    return !grid.dec.distributed() || face > north || grid.dec.appliesface(face, code);
 }
 
 // The outer ghost layers in the component's own direction, after the six faces.
@@ -95,12 +95,12 @@ void outerghosts(const View3<double>& f, Plane pl, int clow, int chigh, bool low
 
 // Applies the faces of one direction pair (low then high), normal or tangential to the component.
 template <int Dir>
-void facepair(const Storage& st, const View3<double>& f, bool normal,
+void facepair(const Geometry& grid, const View3<double>& f, bool normal,
               const std::array<int, 7>& code, const std::array<double, 7>& val, double h) {
-    const Plane pl = plane<Dir>(st);
+    const Plane pl = plane<Dir>(grid);
     const int lowface = 2 * Dir + 1, highface = 2 * Dir + 2;
-    const bool low = applies(st, lowface, code[lowface]);
-    const bool high = applies(st, highface, code[highface]);
+    const bool low = applies(grid, lowface, code[lowface]);
+    const bool high = applies(grid, highface, code[highface]);
     if (normal) {
         if (low) normalface<Dir>(f, pl, true, code[lowface], val[lowface], h);
         if (high) normalface<Dir>(f, pl, false, code[highface], val[highface], h);
@@ -115,32 +115,39 @@ void facepair(const Storage& st, const View3<double>& f, bool normal,
 // in order.
 // On several ranks the halo then comes from the neighbour blocks, corners included.
 template <int Normal, int Second, int Third>
-void component(Storage& st, Field3d& field, const std::array<int, 7>& code,
+void component(const Geometry& grid, Field3d& field, const std::array<int, 7>& code,
                const std::array<double, 7>& val) {
-    const double h[3] = {st.dx, st.dy, st.dz};
+    const double h[3] = {grid.dx, grid.dy, grid.dz};
     const View3<double> f = field.view();
     const int low = 2 * Normal + 1, high = 2 * Normal + 2;
-    const bool outerlow = applies(st, low, code[low]), outerhigh = applies(st, high, code[high]);
-    facepair<Normal>(st, f, true, code, val, h[Normal]);
-    facepair<Second>(st, f, false, code, val, h[Second]);
-    facepair<Third>(st, f, false, code, val, h[Third]);
-    outerghosts<Normal>(f, plane<Normal>(st), code[low], code[high], outerlow, outerhigh);
-    if (st.dec.distributed()) exchange(st.dec, field, st.imax, st.jmax);
+    const bool outerlow = applies(grid, low, code[low]),
+               outerhigh = applies(grid, high, code[high]);
+    facepair<Normal>(grid, f, true, code, val, h[Normal]);
+    facepair<Second>(grid, f, false, code, val, h[Second]);
+    facepair<Third>(grid, f, false, code, val, h[Third]);
+    outerghosts<Normal>(f, plane<Normal>(grid), code[low], code[high], outerlow, outerhigh);
+    if (grid.dec.distributed()) exchange(grid.dec, field, grid.imax, grid.jmax);
 }
 
 } // namespace
 
-void boundaryu(Storage& st) { component<0, 1, 2>(st, st.u, st.ibu, st.ubval); }
-void boundaryv(Storage& st) { component<1, 2, 0>(st, st.v, st.ibv, st.vbval); }
-void boundaryw(Storage& st) { component<2, 0, 1>(st, st.w, st.ibw, st.wbval); }
+void boundaryu(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
+    component<0, 1, 2>(grid, flow.u, cond.ibu, cond.ubval);
+}
+void boundaryv(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
+    component<1, 2, 0>(grid, flow.v, cond.ibv, cond.vbval);
+}
+void boundaryw(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
+    component<2, 0, 1>(grid, flow.w, cond.ibw, cond.wbval);
+}
 
-void boundaryp(Storage& st) {
-    const View3<double> p = st.p.view();
+void boundaryp(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
+    const View3<double> p = flow.p.view();
     static constexpr std::array<double, 7> novalue{};
-    facepair<0>(st, p, false, st.ibp, novalue, st.dx);
-    facepair<2>(st, p, false, st.ibp, novalue, st.dz);
-    facepair<1>(st, p, false, st.ibp, novalue, st.dy);
-    if (st.dec.distributed()) exchange(st.dec, st.p, st.imax, st.jmax);
+    facepair<0>(grid, p, false, cond.ibp, novalue, grid.dx);
+    facepair<2>(grid, p, false, cond.ibp, novalue, grid.dz);
+    facepair<1>(grid, p, false, cond.ibp, novalue, grid.dy);
+    if (grid.dec.distributed()) exchange(grid.dec, flow.p, grid.imax, grid.jmax);
 }
 
 } // namespace riffle::flow

@@ -2,8 +2,8 @@
 // of the box, from one algebraic rule per face driven by its code c (0 periodic, -1 prescribed
 // value, 1 prescribed gradient) and value val:
 //   tangential component, ghost half a cell outside the face:
-//       ghost = c * inner + (1 - |c|) * opposite interior + B,   B = 2 val (c = -1), -/+ h val (c =
-//       1)
+//       ghost = c * inner + (1 - |c|) * opposite interior + B,
+//       B = 2 val (c = -1), -/+ h val (c = 1)
 //   normal component, on the face itself or one layer beyond:
 //       c = 0: periodic copy;  c = -1: face value = val;  c = 1: mirrored layer with slope val.
 // After the six faces, the outer ghost layer of the component's own direction (index -1, and
@@ -16,12 +16,15 @@
 
 namespace riffle::flow {
 
-void boundaryu(Storage& st); // faces west, east, south, north, bottom, top
-void boundaryv(Storage& st); // faces south, north, bottom, top, west, east
-void boundaryw(Storage& st); // faces bottom, top, west, east, south, north
+// u: faces west, east, south, north, bottom, top
+void boundaryu(const Geometry& grid, const Conditions& cond, FlowFields& flow);
+// v: faces south, north, bottom, top, west, east
+void boundaryv(const Geometry& grid, const Conditions& cond, FlowFields& flow);
+// w: faces bottom, top, west, east, south, north
+void boundaryw(const Geometry& grid, const Conditions& cond, FlowFields& flow);
 
 // Pressure ghosts by the same rule without a value term (the time loop does not call it; the
 // pressure solver keeps its own ghost rule).
-void boundaryp(Storage& st);
+void boundaryp(const Geometry& grid, const Conditions& cond, FlowFields& flow);
 
 } // namespace riffle::flow

@@ -23,12 +23,13 @@ inline double wetheight(int k, double dz, double zmin, double bed) {
 
 } // namespace
 
-void forces(Storage& st) {
-    const int jmax = st.jmax, kmax = st.kmax;
-    const double dy = st.dy, dz = st.dz, zmin = st.zmin;
-    const ConstView3<double> uo = st.uo.cview();
-    const ConstView3<std::int32_t> flagu = st.iflagu.cview();
-    const Field2d& zb = st.zb;
+void forces(const Geometry& grid, const Conditions& cond, const BedState& bedstate,
+            FlowFields& flow) {
+    const int jmax = grid.jmax, kmax = grid.kmax;
+    const double dy = grid.dy, dz = grid.dz, zmin = grid.zmin;
+    const ConstView3<double> uo = flow.uo.cview();
+    const ConstView3<std::int32_t> flagu = bedstate.iflagu.cview();
+    const Field2d& zb = grid.zb;
 
     // The flow through the west face, row j by row j and k innermost within a row (the loop's
     // outer index carries j, its inner one k).
@@ -39,11 +40,11 @@ void forces(Storage& st) {
     });
     // On several ranks the blocks on the west face of the box carry the flow through it; the
     // others count nothing, and the rates are added in rank order.
-    if (st.dec.distributed()) flowrate = allsum(st.dec.ownsface(west) ? flowrate : 0.0);
+    if (grid.dec.distributed()) flowrate = allsum(grid.dec.ownsface(west) ? flowrate : 0.0);
 
-    st.fx = (st.discharge - flowrate) * discharge_gain;
-    st.fy = 0.0;
-    st.fz = -st.gravity;
+    flow.fx = (cond.discharge - flowrate) * discharge_gain;
+    flow.fy = 0.0;
+    flow.fz = -cond.gravity;
 }
 
 } // namespace riffle::flow

@@ -12,6 +12,7 @@
 
 namespace riffle::flow {
 
-void forces(Storage& st);
+void forces(const Geometry& grid, const Conditions& cond, const BedState& bedstate,
+            FlowFields& flow);
 
 } // namespace riffle::flow

@@ -9,13 +9,14 @@
 
 namespace riffle::flow {
 
-void timestep(Storage& st) {
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const double dx = st.dx, dy = st.dy, dz = st.dz, cfl = st.cfl;
-    const double viscous = st.visc * (1.0 / (dx * dx) + 1.0 / (dy * dy) + 1.0 / (dz * dz));
-    const auto u = st.u.cview();
-    const auto v = st.v.cview();
-    const auto w = st.w.cview();
+void timestep(const Geometry& grid, const Conditions& cond, const FlowFields& flow,
+              RunClock& clock) {
+    const int imax = grid.imax, jmax = grid.jmax, kmax = grid.kmax;
+    const double dx = grid.dx, dy = grid.dy, dz = grid.dz, cfl = cond.cfl;
+    const double viscous = cond.visc * (1.0 / (dx * dx) + 1.0 / (dy * dy) + 1.0 / (dz * dz));
+    const auto u = flow.u.cview();
+    const auto v = flow.v.cview();
+    const auto w = flow.w.cview();
 
     // The step never exceeds 1.0 time unit: 1.0 is the start of the minimum. A cell at rest with
     // no viscosity gives cfl/0 = +inf and so never sets the step.
@@ -27,7 +28,7 @@ void timestep(Storage& st) {
                              std::max(std::abs(w(i, j, k - 1)), std::abs(w(i, j, k))) / dz;
             return cfl / a;
         });
-    st.dt = st.dec.distributed() ? allmin(dtmin) : dtmin; // the smallest of every block's
+    clock.dt = grid.dec.distributed() ? allmin(dtmin) : dtmin; // the smallest of every block's
 }
 
 } // namespace riffle::flow

@@ -10,6 +10,7 @@
 
 namespace riffle::flow {
 
-void timestep(Storage& st);
+void timestep(const Geometry& grid, const Conditions& cond, const FlowFields& flow,
+              RunClock& clock);
 
 } // namespace riffle::flow

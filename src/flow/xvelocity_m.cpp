@@ -7,13 +7,15 @@
 
 namespace riffle::flow {
 
-void xvelocity(Storage& st) {
-    const MomentumCoefficients c{st.dx, st.dy, st.dz, st.visc,
-                                 st.fx + meanpressuregradient(st.dens)};
-    const int ilast = st.imax - std::abs(st.ibu[east]), jmax = st.jmax, kmax = st.kmax;
-    const double dt = st.dt;
-    const auto uo = st.uo.cview(), vo = st.vo.cview(), wo = st.wo.cview(), nut = st.nut.cview();
-    const auto u = st.u.view(), fu = st.fu.view(), fuo = st.fuo.view();
+void xvelocity(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+               FlowFields& flow) {
+    const MomentumCoefficients c{grid.dx, grid.dy, grid.dz, cond.visc,
+                                 flow.fx + meanpressuregradient(cond.dens)};
+    const int ilast = grid.imax - std::abs(cond.ibu[east]), jmax = grid.jmax, kmax = grid.kmax;
+    const double dt = clock.dt;
+    const auto uo = flow.uo.cview(), vo = flow.vo.cview(), wo = flow.wo.cview(),
+               nut = flow.nut.cview();
+    const auto u = flow.u.view(), fu = flow.fu.view(), fuo = flow.fuo.view();
     // Each point is independent: distinct arrays are written and read.
     loops::forbox({{1, ilast}, {1, jmax}, {1, kmax}}, [=](int i, int j, int k) {
         const double h = rhsu(uo, vo, wo, nut, c, i, j, k);

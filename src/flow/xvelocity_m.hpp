@@ -11,6 +11,7 @@
 
 namespace riffle::flow {
 
-void xvelocity(Storage& st);
+void xvelocity(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+               FlowFields& flow);
 
 } // namespace riffle::flow

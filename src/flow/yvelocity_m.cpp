@@ -8,13 +8,15 @@
 
 namespace riffle::flow {
 
-void yvelocity(Storage& st) {
-    const MomentumCoefficients c{st.dx, st.dy, st.dz, st.visc,
-                                 st.fy + meanpressuregradient(st.dens)};
-    const int imax = st.imax, jlast = st.jmax - std::abs(st.ibv[north]), kmax = st.kmax;
-    const double dt = st.dt;
-    const auto uo = st.uo.cview(), vo = st.vo.cview(), wo = st.wo.cview(), nut = st.nut.cview();
-    const auto v = st.v.view(), fv = st.fv.view(), fvo = st.fvo.view();
+void yvelocity(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+               FlowFields& flow) {
+    const MomentumCoefficients c{grid.dx, grid.dy, grid.dz, cond.visc,
+                                 flow.fy + meanpressuregradient(cond.dens)};
+    const int imax = grid.imax, jlast = grid.jmax - std::abs(cond.ibv[north]), kmax = grid.kmax;
+    const double dt = clock.dt;
+    const auto uo = flow.uo.cview(), vo = flow.vo.cview(), wo = flow.wo.cview(),
+               nut = flow.nut.cview();
+    const auto v = flow.v.view(), fv = flow.fv.view(), fvo = flow.fvo.view();
     // Each point is independent: distinct arrays are written and read.
     loops::forbox({{1, imax}, {1, jlast}, {1, kmax}}, [=](int i, int j, int k) {
         const double h = rhsv(uo, vo, wo, nut, c, i, j, k);

@@ -9,6 +9,7 @@
 
 namespace riffle::flow {
 
-void yvelocity(Storage& st);
+void yvelocity(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+               FlowFields& flow);
 
 } // namespace riffle::flow

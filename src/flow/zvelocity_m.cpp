@@ -8,13 +8,15 @@
 
 namespace riffle::flow {
 
-void zvelocity(Storage& st) {
-    const MomentumCoefficients c{st.dx, st.dy, st.dz, st.visc,
-                                 st.fz + meanpressuregradient(st.dens)};
-    const int imax = st.imax, jmax = st.jmax, klast = st.kmax - std::abs(st.ibw[top]);
-    const double dt = st.dt;
-    const auto uo = st.uo.cview(), vo = st.vo.cview(), wo = st.wo.cview(), nut = st.nut.cview();
-    const auto w = st.w.view(), fw = st.fw.view(), fwo = st.fwo.view();
+void zvelocity(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+               FlowFields& flow) {
+    const MomentumCoefficients c{grid.dx, grid.dy, grid.dz, cond.visc,
+                                 flow.fz + meanpressuregradient(cond.dens)};
+    const int imax = grid.imax, jmax = grid.jmax, klast = grid.kmax - std::abs(cond.ibw[top]);
+    const double dt = clock.dt;
+    const auto uo = flow.uo.cview(), vo = flow.vo.cview(), wo = flow.wo.cview(),
+               nut = flow.nut.cview();
+    const auto w = flow.w.view(), fw = flow.fw.view(), fwo = flow.fwo.view();
     // Each point is independent: distinct arrays are written and read.
     loops::forbox({{1, imax}, {1, jmax}, {1, klast}}, [=](int i, int j, int k) {
         const double h = rhsw(uo, vo, wo, nut, c, i, j, k);

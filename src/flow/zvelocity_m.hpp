@@ -10,6 +10,7 @@
 
 namespace riffle::flow {
 
-void zvelocity(Storage& st);
+void zvelocity(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+               FlowFields& flow);
 
 } // namespace riffle::flow

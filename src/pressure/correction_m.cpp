@@ -5,12 +5,13 @@
 
 namespace riffle::pressure {
 
-void correction(Storage& st) {
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const double dx = st.dx, dy = st.dy, dz = st.dz;
-    const double factor = st.dt / st.dens;
-    const auto phi = st.mg(0).phi.cview();
-    const auto p = st.p.view(), u = st.u.view(), v = st.v.view(), w = st.w.view();
+void correction(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+                const Hierarchy& levels, FlowFields& flow) {
+    const int imax = grid.imax, jmax = grid.jmax, kmax = grid.kmax;
+    const double dx = grid.dx, dy = grid.dy, dz = grid.dz;
+    const double factor = clock.dt / cond.dens;
+    const auto phi = levels.mg(0).phi.cview();
+    const auto p = flow.p.view(), u = flow.u.view(), v = flow.v.view(), w = flow.w.view();
     // Every point is updated from phi alone: p takes the step's pressure, the velocities its
     // gradient.
     loops::forbox({{0, imax + 1}, {0, jmax + 1}, {0, kmax + 1}},

@@ -9,6 +9,7 @@
 
 namespace riffle::pressure {
 
-void correction(Storage& st);
+void correction(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+                const Hierarchy& levels, FlowFields& flow);
 
 } // namespace riffle::pressure

@@ -26,12 +26,12 @@ struct Found {
 
 } // namespace
 
-void divergence(Storage& st) {
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const double dx = st.dx, dy = st.dy, dz = st.dz;
-    const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
-    const bool distributed = st.dec.distributed();
-    const int gi = st.ioffset(), gj = st.joffset();
+void divergence(const Geometry& grid, const FlowFields& flow, RunClock& clock) {
+    const int imax = grid.imax, jmax = grid.jmax, kmax = grid.kmax;
+    const double dx = grid.dx, dy = grid.dy, dz = grid.dz;
+    const auto u = flow.u.cview(), v = flow.v.cview(), w = flow.w.cview();
+    const bool distributed = grid.dec.distributed();
+    const int gi = grid.ioffset(), gj = grid.joffset();
     // Each thread sums its columns in order, k innermost, so a thread count gives fixed bits.
     const std::vector<Found> found = loops::forcolumns(
         {{1, imax}, {1, jmax}, {1, kmax}}, Found{},
@@ -48,8 +48,8 @@ void divergence(Storage& st) {
         dsum = dsum + f.dsum;
         cells.insert(cells.end(), f.cells.begin(), f.cells.end());
     }
-    st.divmax = dmax;
-    st.divtotal = dsum;
+    clock.divmax = dmax;
+    clock.divtotal = dsum;
     // The cells over the limit, in the order the threads took them: each on a line of its own,
     // and a pause for the operator after each.
     if (!distributed) {
@@ -66,8 +66,8 @@ void divergence(Storage& st) {
         console::writeline(all[n], all[n + 1], all[n + 2]);
         console::pause();
     }
-    st.divmax = allmax(st.divmax);
-    st.divtotal = allsum(st.divtotal);
+    clock.divmax = allmax(clock.divmax);
+    clock.divtotal = allsum(clock.divtotal);
 }
 
 } // namespace riffle::pressure

@@ -12,6 +12,6 @@ namespace riffle::pressure {
 // The largest cell divergence that passes without a report.
 inline constexpr double divergencelimit = 0.01;
 
-void divergence(Storage& st);
+void divergence(const Geometry& grid, const FlowFields& flow, RunClock& clock);
 
 } // namespace riffle::pressure

@@ -12,13 +12,13 @@ namespace riffle::pressure {
 
 using View = View3<double>;
 
-void vorticity(Storage& st) {
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const double dx = st.dx, dy = st.dy, dz = st.dz;
-    const double tw = st.ibp[west], te = st.ibp[east], ts = st.ibp[south];
-    const double tn = st.ibp[north], tb = st.ibp[bottom], tt = st.ibp[top];
-    const CView u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
-    const View vort = st.vort.view(), qc = st.qc.view();
+void vorticity(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
+    const int imax = grid.imax, jmax = grid.jmax, kmax = grid.kmax;
+    const double dx = grid.dx, dy = grid.dy, dz = grid.dz;
+    const double tw = cond.ibp[west], te = cond.ibp[east], ts = cond.ibp[south];
+    const double tn = cond.ibp[north], tb = cond.ibp[bottom], tt = cond.ibp[top];
+    const CView u = flow.u.cview(), v = flow.v.cview(), w = flow.w.cview();
+    const View vort = flow.vort.view(), qc = flow.qc.view();
 
     loops::forbox({{1, imax}, {1, jmax}, {1, kmax}}, [=](int i, int j, int k) {
         const Gradient g = gradient(u, v, w, i, j, k, dx, dy, dz);
@@ -45,9 +45,9 @@ void vorticity(Storage& st) {
         qc(i, j, kmax + 1) = ghost(tt, qc(i, j, kmax), qc(i, j, 1));
     });
     // Blocks: the halo from the neighbours (the side ghost passes above hold only at box faces).
-    if (st.dec.distributed()) {
-        exchange(st.dec, st.vort, imax, jmax);
-        exchange(st.dec, st.qc, imax, jmax);
+    if (grid.dec.distributed()) {
+        exchange(grid.dec, flow.vort, imax, jmax);
+        exchange(grid.dec, flow.qc, imax, jmax);
     }
 }
 

@@ -25,6 +25,6 @@
 
 namespace riffle::pressure {
 
-void vorticity(Storage& st);
+void vorticity(const Geometry& grid, const Conditions& cond, FlowFields& flow);
 
 } // namespace riffle::pressure

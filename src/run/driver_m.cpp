@@ -218,7 +218,7 @@ void startup(Storage& st, NodeArrays& nodes) {
     }
     // With the wall-layer model on, the bed's surface (base /Bed) for the bed's fields.
     if (st.iwallmodel == 1 && myrank() == 0) writebedsurface(st, nodes);
-    pressure::vorticity(st);
+    pressure::vorticity(st.geometry(), st.conditions(), st.flow());
     writeresults(st, nodes);
 
     // Read only now, after the initial write: the first step is the first to use them.
@@ -226,9 +226,9 @@ void startup(Storage& st, NodeArrays& nodes) {
 }
 
 void velocityboundaries(Storage& st) {
-    flow::boundaryu(st);
-    flow::boundaryv(st);
-    flow::boundaryw(st);
+    flow::boundaryu(st.geometry(), st.conditions(), st.flow());
+    flow::boundaryv(st.geometry(), st.conditions(), st.flow());
+    flow::boundaryw(st.geometry(), st.conditions(), st.flow());
 }
 
 // The side-wall laws run only where all three velocity codes of the face are walls.
@@ -249,17 +249,22 @@ void sidewalls(Storage& st) {
 void advance(Storage& st, RoutineTimers* timers) {
     RoutineTimers none(false);
     RoutineTimers& t = timers ? *timers : none;
+    // The parts of the storage, as each routine below reads (const) and writes them.
+    const Geometry& grid = st.geometry();
+    const Conditions& cond = st.conditions();
+    FlowFields& fields = st.flow();
+    RunClock& clock = st.clock();
     st.istep = st.istep + 1;
-    if (st.timetype == 0) t.time("timestep", [&] { flow::timestep(st); });
+    if (st.timetype == 0) t.time("timestep", [&] { flow::timestep(grid, cond, fields, clock); });
     st.time = st.time + st.dt;
 
     t.time("smagorinsky", [&] { flow::smagorinsky(st); }); // from the velocity at the start
     st.forcing.wall.current = false; // the predictor changes the velocity next
-    t.time("forces", [&] { flow::forces(st); });
+    t.time("forces", [&] { flow::forces(grid, cond, st.bed(), fields); });
     t.time("predictor", [&] {
-        flow::xvelocity(st);
-        flow::yvelocity(st);
-        flow::zvelocity(st);
+        flow::xvelocity(grid, cond, clock, fields);
+        flow::yvelocity(grid, cond, clock, fields);
+        flow::zvelocity(grid, cond, clock, fields);
     });
     // On blocks, the side walls and the bed forcing read the predicted velocities of the
     // neighbour blocks near their faces.
@@ -274,9 +279,9 @@ void advance(Storage& st, RoutineTimers* timers) {
     if (st.dt < zerosolidstep) t.time("zerosolid", [&] { zerosolid(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
     t.time("poisson", [&] { pressure::poisson(st, st.npois); });
-    t.time("correction", [&] { pressure::correction(st); });
+    t.time("correction", [&] { pressure::correction(grid, cond, clock, st.hierarchy(), fields); });
     t.time("boundaries", [&] { velocityboundaries(st); });
-    t.time("divergence", [&] { pressure::divergence(st); });
+    t.time("divergence", [&] { pressure::divergence(grid, fields, clock); });
     t.time("side walls", [&] { sidewalls(st); });
     t.time("immersing", [&] { ibm::immersing(st); });
     t.time("boundaries", [&] { velocityboundaries(st); });
@@ -301,7 +306,7 @@ void restartoutput(const Storage& st) {
 }
 
 void resultsoutput(Storage& st, NodeArrays& nodes) {
-    pressure::vorticity(st);
+    pressure::vorticity(st.geometry(), st.conditions(), st.flow());
     writeresults(st, nodes);
     if (st.stats.enabled == 1) statisticsoutput(st, nodes);
 }
@@ -320,7 +325,7 @@ Written scheduledoutputs(Storage& st, NodeArrays& nodes, double told, RoutineTim
     }
     if (st.tecplot == 1 && crossed(st.time, told, st.dttecplot)) {
         t.time("tecplot output", [&] {
-            pressure::vorticity(st);
+            pressure::vorticity(st.geometry(), st.conditions(), st.flow());
             const Storage* from = filesource(st, Part::flow);
             if (from) tecplotflow(*from, st.outpath, st.outfile, trunc32(st.time / st.dttecplot));
         });

@@ -179,6 +179,7 @@ struct Storage : Geometry, Conditions, FlowFields, Hierarchy, BedState, RunClock
     [[nodiscard]] FlowFields& flow() { return *this; }
     [[nodiscard]] const FlowFields& flow() const { return *this; }
     [[nodiscard]] Hierarchy& hierarchy() { return *this; }
+    [[nodiscard]] const Hierarchy& hierarchy() const { return *this; }
     [[nodiscard]] BedState& bed() { return *this; }
     [[nodiscard]] const BedState& bed() const { return *this; }
     [[nodiscard]] RunClock& clock() { return *this; }

@@ -38,8 +38,12 @@ TEST(Boundary, PeriodicWallsFreeSlipValuesAndPressure) {
     st.ubval[top] = ut;    // free slip with a gradient: (ghost - inner)/dz = ut
     st.wbval[bottom] = wb; // normal component with a gradient: mirrored about the face
     const Storage before = randombox();
-    flow::boundaryu(st), flow::boundaryv(st), flow::boundaryw(st);
-    flow::boundaryp(st); // p: periodic x, zero gradient y and top, zero at the bottom; no values
+    flow::boundaryu(st.geometry(), st.conditions(), st.flow()),
+        flow::boundaryv(st.geometry(), st.conditions(), st.flow()),
+        flow::boundaryw(st.geometry(), st.conditions(), st.flow());
+    flow::boundaryp(
+        st.geometry(), st.conditions(),
+        st.flow()); // p: periodic x, zero gradient y and top, zero at the bottom; no values
     for (int i = 1; i <= I; ++i) {
         for (int k = 1; k <= K; ++k) {
             EXPECT_DOUBLE_EQ(st.u(i, 0, k), -st.u(i, 1, k)); // tangential, value 0
@@ -74,7 +78,7 @@ TEST(Boundary, PeriodicWallsFreeSlipValuesAndPressure) {
 // A 1 x 1 cross-section of 4 x 5 cells of 0.25 x 0.2 carrying uo = 0.5: Q = 0.5 over a flat bed.
 double fxfor(Storage& st, double discharge) {
     st.discharge = discharge;
-    flow::forces(st);
+    flow::forces(st.geometry(), st.conditions(), st.bed(), st.flow());
     return st.fx;
 }
 

@@ -76,9 +76,9 @@ TEST(WallModel, FirstFaceCarriesTheBedStressOfEveryColumn) {
     testsupport::setfield(st.v, st, 1, [&](double, double, double z) { return 0.1 * law(z); });
     ibm::uselists(st);
     ibm::immersing(st);
-    flow::boundaryu(st);
-    flow::boundaryv(st);
-    flow::boundaryw(st);
+    flow::boundaryu(st.geometry(), st.conditions(), st.flow());
+    flow::boundaryv(st.geometry(), st.conditions(), st.flow());
+    flow::boundaryw(st.geometry(), st.conditions(), st.flow());
     flow::smagorinsky(st);
     // The forcing cells lie in layer 3 (centre at 12.5 mm), the first fluid cells in layer 4.
     ASSERT_EQ(st.iflagp(1, 1, 3), 0);

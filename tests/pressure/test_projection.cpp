@@ -42,9 +42,9 @@ Storage box(int imax, int jmax, int kmax, double lx, double ly, double lz) {
 }
 
 void predict(Storage& st) {
-    flow::xvelocity(st);
-    flow::yvelocity(st);
-    flow::zvelocity(st);
+    flow::xvelocity(st.geometry(), st.conditions(), st.clock(), st.flow());
+    flow::yvelocity(st.geometry(), st.conditions(), st.clock(), st.flow());
+    flow::zvelocity(st.geometry(), st.conditions(), st.clock(), st.flow());
 }
 
 // One step of the box solver: predictor, boundaries, projection, divergence, previous level.
@@ -53,9 +53,9 @@ void step(Storage& st) {
     predict(st);
     velocityboundaries(st);
     pressure::poisson(st, st.npois);
-    pressure::correction(st);
+    pressure::correction(st.geometry(), st.conditions(), st.clock(), st.hierarchy(), st.flow());
     velocityboundaries(st);
-    pressure::divergence(st);
+    pressure::divergence(st.geometry(), st.flow(), st.clock());
     storeold(st);
 }
 
@@ -75,14 +75,14 @@ TEST(Projection, LinearFieldsHandValues) {
     pressure::sourcep(st);
     testsupport::interior(
         st, [&](int i, int j, int k) { EXPECT_NEAR(st.mg(0).src(i, j, k), 0.012, 1e-13); });
-    pressure::divergence(st);
+    pressure::divergence(st.geometry(), st.flow(), st.clock());
     EXPECT_NEAR(st.divmax, 0.003, 1e-14);
     EXPECT_NEAR(st.divtotal, 120 * 0.003, 1e-12);
 
     // phi = 1.5 x - 2 y + 0.8 z: each face velocity drops by 0.25 times that direction's slope.
     testsupport::setcentres(st, st.mg(0).phi,
                             [](double x, double y, double z) { return 1.5 * x - 2 * y + 0.8 * z; });
-    pressure::correction(st);
+    pressure::correction(st.geometry(), st.conditions(), st.clock(), st.hierarchy(), st.flow());
     testsupport::interior(st, [&](int i, int j, int k) {
         EXPECT_NEAR(st.u(i, j, k) - before.u(i, j, k), -0.375, 1e-13);
         EXPECT_NEAR(st.v(i, j, k) - before.v(i, j, k), 0.5, 1e-13);
@@ -99,9 +99,9 @@ TEST(ProjectionVerification, RandomVelocitiesBecomeDivergenceFree) {
     pressure::poisson(st, st.npois);
     double srcnorm = 0.0;
     pressure::divnormp(st, 0, srcnorm);
-    pressure::correction(st);
+    pressure::correction(st.geometry(), st.conditions(), st.clock(), st.hierarchy(), st.flow());
     velocityboundaries(st);
-    pressure::divergence(st);
+    pressure::divergence(st.geometry(), st.flow(), st.clock());
     EXPECT_LT(st.divmax / srcnorm, 1e-10);
     EXPECT_LT(std::abs(st.divtotal), 1e-9 * srcnorm);
 }
@@ -172,10 +172,12 @@ TEST(Projection, SameResultsOnOneAndTwoThreads) {
         testsupport::randomise({&s.u, &s.v, &s.w, &s.uo, &s.vo, &s.wo, &s.fu, &s.fv, &s.fw,
                                 &s.mg(0).phi, &s.mg(0).src},
                                5, -1e-5, 1e-5);
-        flow::timestep(s), flow::smagorinsky(s), predict(s), pressure::vorticity(s);
+        flow::timestep(s.geometry(), s.conditions(), s.flow(), s.clock()), flow::smagorinsky(s),
+            predict(s), pressure::vorticity(s.geometry(), s.conditions(), s.flow());
         pressure::boundarypres(s, 0), pressure::operatorp(s, 0), pressure::residualp(s, 0);
         pressure::resnormp(s, 0, norms[n][0]), pressure::divnormp(s, 0, norms[n][1]);
-        pressure::correction(s), pressure::divergence(s);
+        pressure::correction(s.geometry(), s.conditions(), s.clock(), s.hierarchy(), s.flow()),
+            pressure::divergence(s.geometry(), s.flow(), s.clock());
         testsupport::randomise({&s.mg(0).src}, 9, -1.0, 1.0);
         for (int c = 0; c < 16; ++c)
             pressure::multigridp(s, 0, 1, 2, 2, 100);

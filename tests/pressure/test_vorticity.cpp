@@ -30,7 +30,7 @@ std::array<double, 2> vortq(const Mat& g) {
 // Largest deviation of vort and qc over the interior from the values of the gradient at the
 // cell centres.
 template <class G> std::array<double, 2> maxerror(Storage& st, G gradient) {
-    pressure::vorticity(st);
+    pressure::vorticity(st.geometry(), st.conditions(), st.flow());
     std::array<double, 2> e{0.0, 0.0};
     testsupport::interior(st, [&](int i, int j, int k) {
         const auto x = vortq(gradient((i - 0.5) * st.dx, (j - 0.5) * st.dy, (k - 0.5) * st.dz));
