@@ -41,11 +41,12 @@ inline double average4(double a, double b, double c, double d) { return quarter 
 // The first row `wall` from the second row `row`. u: direction and speed from u and w averaged to
 // the u point. w: from u averaged to the w point and `cross`, which is the wall-normal v at the
 // south wall and w itself at the north wall (that difference is intended; see walls).
-void sidewall(Storage& st, int wall, int row, const ConstView3<double>& cross) {
-    const int imax = st.imax, kmax = st.kmax;
-    const LogLaw law = loglaw(st.dy, st.ks);
-    const View3<double> u = st.u.view();
-    const View3<double> w = st.w.view();
+void sidewall(const Geometry& grid, const Conditions& cond, FlowFields& flow, int wall, int row,
+              const ConstView3<double>& cross) {
+    const int imax = grid.imax, kmax = grid.kmax;
+    const LogLaw law = loglaw(grid.dy, cond.ks);
+    const View3<double> u = flow.u.view();
+    const View3<double> w = flow.w.view();
 
     loops::forplane({1, imax}, {1, kmax}, [&](int i, int k) {
         const double wbar =
@@ -66,8 +67,12 @@ void sidewall(Storage& st, int wall, int row, const ConstView3<double>& cross) {
 
 // The w part at the south wall takes its second component from v, the wall-normal velocity, not
 // from w as the north wall does: kept on purpose.
-void walls(Storage& st) { sidewall(st, 1, 2, st.v.cview()); }
+void walls(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
+    sidewall(grid, cond, flow, 1, 2, flow.v.cview());
+}
 
-void walln(Storage& st) { sidewall(st, st.jmax, st.jmax - 1, st.w.cview()); }
+void walln(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
+    sidewall(grid, cond, flow, grid.jmax, grid.jmax - 1, flow.w.cview());
+}
 
 } // namespace riffle::flow

@@ -19,7 +19,8 @@
 
 namespace riffle::flow {
 
-void walls(Storage& st); // south wall, row j = 1
-void walln(Storage& st); // north wall, row j = jmax
+// The south wall, row j = 1, and the north wall, row j = jmax.
+void walls(const Geometry& grid, const Conditions& cond, FlowFields& flow);
+void walln(const Geometry& grid, const Conditions& cond, FlowFields& flow);
 
 } // namespace riffle::flow

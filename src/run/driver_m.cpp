@@ -85,11 +85,12 @@ bool crossed(double time, double told, double interval) {
     return trunc32(time / interval) != trunc32(told / interval);
 }
 
-void zerosolid(Storage& st) {
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const auto fu = st.iflagu.cview(), fv = st.iflagv.cview(), fw = st.iflagw.cview();
-    const auto fp = st.iflagp.cview();
-    const auto u = st.u.view(), v = st.v.view(), w = st.w.view(), nut = st.nut.view();
+void zerosolid(const Geometry& grid, const BedState& bedstate, FlowFields& flow) {
+    const int imax = grid.imax, jmax = grid.jmax, kmax = grid.kmax;
+    const auto fu = bedstate.iflagu.cview(), fv = bedstate.iflagv.cview(),
+               fw = bedstate.iflagw.cview();
+    const auto fp = bedstate.iflagp.cview();
+    const auto u = flow.u.view(), v = flow.v.view(), w = flow.w.view(), nut = flow.nut.view();
     // Every point is set from its own flag alone.
     loops::forbox({{0, imax + 1}, {0, jmax + 1}, {0, kmax + 1}}, [=](int i, int j, int k) {
         if (fu(i, j, k) == -1) u(i, j, k) = 0.0;
@@ -99,15 +100,18 @@ void zerosolid(Storage& st) {
     });
 }
 
-void storeold(Storage& st) {
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
-    const auto fu = st.iflagu.cview(), fv = st.iflagv.cview(), fw = st.iflagw.cview();
-    const auto uo = st.uo.view(), vo = st.vo.view(), wo = st.wo.view();
-    const auto fuo = st.iflaguo.view(), fvo = st.iflagvo.view(), fwo = st.iflagwo.view();
+void storeold(const Geometry& grid, FlowFields& flow, BedState& bedstate) {
+    const int imax = grid.imax, jmax = grid.jmax, kmax = grid.kmax;
+    const auto u = flow.u.cview(), v = flow.v.cview(), w = flow.w.cview();
+    const auto fu = bedstate.iflagu.cview(), fv = bedstate.iflagv.cview(),
+               fw = bedstate.iflagw.cview();
+    const auto uo = flow.uo.view(), vo = flow.vo.view(), wo = flow.wo.view();
+    const auto fuo = bedstate.iflaguo.view(), fvo = bedstate.iflagvo.view(),
+               fwo = bedstate.iflagwo.view();
     // The old flags already hold the flags of an unchanged classification: only the velocities
     // need copying then.
-    const bool copyflags = !(st.forcing.enabled && st.oldflagsof == st.forcing.classification);
+    const bool copyflags =
+        !(bedstate.forcing.enabled && bedstate.oldflagsof == bedstate.forcing.classification);
     const loops::Box all{{0, imax + 1}, {0, jmax + 1}, {0, kmax + 1}};
     loops::forbox(all, [=](int i, int j, int k) {
         uo(i, j, k) = u(i, j, k);
@@ -121,7 +125,8 @@ void storeold(Storage& st) {
             fwo(i, j, k) = fw(i, j, k);
         });
     }
-    st.oldflagsof = st.forcing.enabled ? st.forcing.classification : ~std::uint64_t{0};
+    bedstate.oldflagsof =
+        bedstate.forcing.enabled ? bedstate.forcing.classification : ~std::uint64_t{0};
 }
 
 void stepreport(const Storage& st) {
@@ -213,7 +218,9 @@ void startup(Storage& st, NodeArrays& nodes) {
         // (read again with the solver settings below, to the same value).
         readinteger("iIBMItm", st.iIBM);
         // The law reads the velocity around the image points, across the block faces too.
-        velocityboundaries(st); // the ghost layers of the initial flow: neighbours, boundaries
+        velocityboundaries(
+            st.geometry(), st.conditions(),
+            st.flow()); // the ghost layers of the initial flow: neighbours, boundaries
         ibm::wallnut(st);
     }
     // With the wall-layer model on, the bed's surface (base /Bed) for the bed's fields.
@@ -225,24 +232,27 @@ void startup(Storage& st, NodeArrays& nodes) {
     readsolversettings(st);
 }
 
-void velocityboundaries(Storage& st) {
-    flow::boundaryu(st.geometry(), st.conditions(), st.flow());
-    flow::boundaryv(st.geometry(), st.conditions(), st.flow());
-    flow::boundaryw(st.geometry(), st.conditions(), st.flow());
+void velocityboundaries(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
+    flow::boundaryu(grid, cond, flow);
+    flow::boundaryv(grid, cond, flow);
+    flow::boundaryw(grid, cond, flow);
 }
 
 // The side-wall laws run only where all three velocity codes of the face are walls.
 // On several ranks, the blocks that lie on the wall; then every block takes the first rows the
 // neighbours changed near their faces (the bed forcing reads them next).
-void sidewalls(Storage& st) {
-    const bool blocks = st.dec.distributed();
-    const bool s = st.ibu[south] == -1 && st.ibv[south] == -1 && st.ibw[south] == -1;
-    const bool n = st.ibu[north] == -1 && st.ibv[north] == -1 && st.ibw[north] == -1;
-    if (s && (!blocks || st.dec.ownsface(south))) flow::walls(st);
-    if (n && (!blocks || st.dec.ownsface(north))) flow::walln(st);
+void sidewalls(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
+    const bool blocks = grid.dec.distributed();
+    const auto& ibu = cond.ibu;
+    const auto& ibv = cond.ibv;
+    const auto& ibw = cond.ibw;
+    const bool s = ibu[south] == -1 && ibv[south] == -1 && ibw[south] == -1;
+    const bool n = ibu[north] == -1 && ibv[north] == -1 && ibw[north] == -1;
+    if (s && (!blocks || grid.dec.ownsface(south))) flow::walls(grid, cond, flow);
+    if (n && (!blocks || grid.dec.ownsface(north))) flow::walln(grid, cond, flow);
     if (blocks && (s || n)) {
-        for (Field3d* f : {&st.u, &st.w})
-            exchangeinside(st.dec, *f, st.imax, st.jmax);
+        for (Field3d* f : {&flow.u, &flow.w})
+            exchangeinside(grid.dec, *f, grid.imax, grid.jmax);
     }
 }
 
@@ -254,13 +264,14 @@ void advance(Storage& st, RoutineTimers* timers) {
     const Conditions& cond = st.conditions();
     FlowFields& fields = st.flow();
     RunClock& clock = st.clock();
-    st.istep = st.istep + 1;
-    if (st.timetype == 0) t.time("timestep", [&] { flow::timestep(grid, cond, fields, clock); });
-    st.time = st.time + st.dt;
+    BedState& bedstate = st.bed();
+    clock.istep = clock.istep + 1;
+    if (cond.timetype == 0) t.time("timestep", [&] { flow::timestep(grid, cond, fields, clock); });
+    clock.time = clock.time + clock.dt;
 
     t.time("smagorinsky", [&] { flow::smagorinsky(st); }); // from the velocity at the start
-    st.forcing.wall.current = false; // the predictor changes the velocity next
-    t.time("forces", [&] { flow::forces(grid, cond, st.bed(), fields); });
+    bedstate.forcing.wall.current = false; // the predictor changes the velocity next
+    t.time("forces", [&] { flow::forces(grid, cond, bedstate, fields); });
     t.time("predictor", [&] {
         flow::xvelocity(grid, cond, clock, fields);
         flow::yvelocity(grid, cond, clock, fields);
@@ -268,29 +279,29 @@ void advance(Storage& st, RoutineTimers* timers) {
     });
     // On blocks, the side walls and the bed forcing read the predicted velocities of the
     // neighbour blocks near their faces.
-    if (st.dec.distributed()) {
+    if (grid.dec.distributed()) {
         t.time("halo", [&] {
-            for (Field3d* f : {&st.u, &st.v, &st.w})
-                exchangeinside(st.dec, *f, st.imax, st.jmax);
+            for (Field3d* f : {&fields.u, &fields.v, &fields.w})
+                exchangeinside(grid.dec, *f, grid.imax, grid.jmax);
         });
     }
-    t.time("side walls", [&] { sidewalls(st); });
+    t.time("side walls", [&] { sidewalls(grid, cond, fields); });
     t.time("immersing", [&] { ibm::immersing(st); });
-    if (st.dt < zerosolidstep) t.time("zerosolid", [&] { zerosolid(st); });
-    t.time("boundaries", [&] { velocityboundaries(st); });
-    t.time("poisson", [&] { pressure::poisson(st, st.npois); });
+    if (clock.dt < zerosolidstep) t.time("zerosolid", [&] { zerosolid(grid, bedstate, fields); });
+    t.time("boundaries", [&] { velocityboundaries(grid, cond, fields); });
+    t.time("poisson", [&] { pressure::poisson(st, clock.npois); });
     t.time("correction", [&] { pressure::correction(grid, cond, clock, st.hierarchy(), fields); });
-    t.time("boundaries", [&] { velocityboundaries(st); });
+    t.time("boundaries", [&] { velocityboundaries(grid, cond, fields); });
     t.time("divergence", [&] { pressure::divergence(grid, fields, clock); });
-    t.time("side walls", [&] { sidewalls(st); });
+    t.time("side walls", [&] { sidewalls(grid, cond, fields); });
     t.time("immersing", [&] { ibm::immersing(st); });
-    t.time("boundaries", [&] { velocityboundaries(st); });
+    t.time("boundaries", [&] { velocityboundaries(grid, cond, fields); });
     t.time("smagorinsky", [&] { flow::smagorinsky(st); }); // from the corrected velocity
     // The wall-layer model's friction velocities stay those of the velocity until the next step's
     // first eddy-viscosity update, which then takes them as they are.
-    st.forcing.wall.current = st.iwallmodel == 1;
+    bedstate.forcing.wall.current = cond.iwallmodel == 1;
     t.time("flagdeter", [&] { ibm::flagdeter(st); });
-    t.time("storeold", [&] { storeold(st); });
+    t.time("storeold", [&] { storeold(grid, fields, bedstate); });
 }
 
 namespace {

@@ -30,20 +30,20 @@ void startup(Storage& st, NodeArrays& nodes);
 void advance(Storage& st, RoutineTimers* timers = nullptr);
 
 // boundaryu, boundaryv, boundaryw, in that order.
-void velocityboundaries(Storage& st);
+void velocityboundaries(const Geometry& grid, const Conditions& cond, FlowFields& flow);
 
 // The south and north wall laws, each where all three velocity codes of its face are walls (on
 // several ranks: on the blocks that lie on the wall, then the halo of u and w refreshed).
-void sidewalls(Storage& st);
+void sidewalls(const Geometry& grid, const Conditions& cond, FlowFields& flow);
 
 // Zeroes the velocities and eddy viscosity at points inside the bed (flag -1); each point
 // depends on its own flag only, so the planes are shared among threads.
-void zerosolid(Storage& st);
+void zerosolid(const Geometry& grid, const BedState& bedstate, FlowFields& flow);
 
 // Copies u, v, w and their flags to the previous level over 0..n+1 in each direction (the extra
 // ghost layer at -1 is not copied). The flags are copied only when the classification may have
 // changed since the last copy (always, unless the lists of forcing points are in use).
-void storeold(Storage& st);
+void storeold(const Geometry& grid, FlowFields& flow, BedState& bedstate);
 
 // The seven-line report after every step.
 void stepreport(const Storage& st);

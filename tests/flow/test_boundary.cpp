@@ -118,9 +118,9 @@ TEST(SideWalls, LogLawFromTheSecondRowSouthTakingVNorthTakingW) {
         for (int i = 0; i <= 5; ++i)
             for (int row : {2, 5})
                 st.u(i, row, k) = 3.0, st.v(i, row, k) = -0.1, st.w(i, row, k) = 4.0;
-    flow::walls(st);
+    flow::walls(st.geometry(), st.conditions(), st.flow());
     EXPECT_EQ(st.u(2, 6, 2), 9.0); // walls leaves the north rows alone
-    flow::walln(st);
+    flow::walln(st.geometry(), st.conditions(), st.flow());
     testsupport::interior(st, [&](int i, int j, int k) {
         if (j != 1 && j != 6) return;
         EXPECT_NEAR(st.u(i, j, k), 3.0 * ratio, 1e-12);

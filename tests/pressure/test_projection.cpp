@@ -51,12 +51,12 @@ void predict(Storage& st) {
 void step(Storage& st) {
     st.time += st.dt;
     predict(st);
-    velocityboundaries(st);
+    velocityboundaries(st.geometry(), st.conditions(), st.flow());
     pressure::poisson(st, st.npois);
     pressure::correction(st.geometry(), st.conditions(), st.clock(), st.hierarchy(), st.flow());
-    velocityboundaries(st);
+    velocityboundaries(st.geometry(), st.conditions(), st.flow());
     pressure::divergence(st.geometry(), st.flow(), st.clock());
-    storeold(st);
+    storeold(st.geometry(), st.flow(), st.bed());
 }
 
 TEST(Projection, LinearFieldsHandValues) {
@@ -95,12 +95,12 @@ TEST(ProjectionVerification, RandomVelocitiesBecomeDivergenceFree) {
     Storage st = box(16, 16, 8, 1.0, 0.8, 0.3);
     testsupport::randomise({&st.u, &st.v, &st.w}, 3, -1.0, 1.0);
     st.dens = 2.0, st.dt = 0.5, st.kpoismax = 60;
-    velocityboundaries(st);
+    velocityboundaries(st.geometry(), st.conditions(), st.flow());
     pressure::poisson(st, st.npois);
     double srcnorm = 0.0;
     pressure::divnormp(st, 0, srcnorm);
     pressure::correction(st.geometry(), st.conditions(), st.clock(), st.hierarchy(), st.flow());
-    velocityboundaries(st);
+    velocityboundaries(st.geometry(), st.conditions(), st.flow());
     pressure::divergence(st.geometry(), st.flow(), st.clock());
     EXPECT_LT(st.divmax / srcnorm, 1e-10);
     EXPECT_LT(std::abs(st.divtotal), 1e-9 * srcnorm);
@@ -117,8 +117,8 @@ double taylorgreenerror(int n) {
         return Vec{std::sin(x) * std::cos(y), -std::cos(x) * std::sin(y), 0.0};
     };
     testsupport::setvelocity(st, st.u, st.v, st.w, mode);
-    velocityboundaries(st);
-    storeold(st);
+    velocityboundaries(st.geometry(), st.conditions(), st.flow());
+    storeold(st.geometry(), st.flow(), st.bed());
     // The right-hand sides of the starting field (a pass with dt = 0) make the first step a true
     // second-order step.
     st.dt = 0.0, predict(st), st.dt = 0.02 * 16.0 / n;
