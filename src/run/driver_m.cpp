@@ -217,10 +217,9 @@ void startup(Storage& st, NodeArrays& nodes) {
         // The bed shear stress of the initial flow, by the wall-law variant the run will use
         // (read again with the solver settings below, to the same value).
         readinteger("iIBMItm", st.iIBM);
-        // The law reads the velocity around the image points, across the block faces too.
-        velocityboundaries(
-            st.geometry(), st.conditions(),
-            st.flow()); // the ghost layers of the initial flow: neighbours, boundaries
+        // The law reads the velocity around the image points, across the block faces too: the
+        // ghost layers of the initial flow from the neighbours and the boundaries.
+        velocityboundaries(st.geometry(), st.conditions(), st.flow());
         ibm::wallnut(st);
     }
     // With the wall-layer model on, the bed's surface (base /Bed) for the bed's fields.
