@@ -69,7 +69,8 @@ BENCHMARK(smagorinsky)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 void smoothing(benchmark::State& state) {
     Storage st = disturbedbox(static_cast<int>(state.range(0)));
-    riffle::pressure::sourcep(st);
+    riffle::pressure::sourcep(st.geometry(), st.conditions(), st.clock(), st.flow(),
+                              st.hierarchy());
     for (auto _ : state)
         riffle::pressure::smoothingp(st, 0, 1);
     percell(state, st);
@@ -78,7 +79,8 @@ BENCHMARK(smoothing)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 void vcycle(benchmark::State& state) {
     Storage st = disturbedbox(static_cast<int>(state.range(0)));
-    riffle::pressure::sourcep(st);
+    riffle::pressure::sourcep(st.geometry(), st.conditions(), st.clock(), st.flow(),
+                              st.hierarchy());
     for (auto _ : state)
         riffle::pressure::multigridp(st, 0, 1, 2, 2, 100);
     percell(state, st);

@@ -46,10 +46,10 @@ struct Level {
     double hx, hy, hz;
 };
 
-Level level_of(const Storage& st, int level) {
-    const mglevel& m = st.mg(level);
+Level level_of(const PoissonGrid& pg, int level) {
+    const mglevel& m = pg.levels.mg(level);
     const double f = static_cast<double>(1 << (-level));
-    return {m.ni, m.nj, m.nk, st.dx * f, st.dy * f, st.dz * f};
+    return {m.ni, m.nj, m.nk, pg.grid.dx * f, pg.grid.dy * f, pg.grid.dz * f};
 }
 
 // The six face codes as real factors, and which of the four side faces this block fills by its
@@ -60,28 +60,28 @@ struct Codes {
     bool bw = true, be = true, bs = true, bn = true; // the block lies on that box face
 };
 
-Codes codes_of(const Storage& st) {
-    Codes c{static_cast<double>(st.ibp[west]),   static_cast<double>(st.ibp[east]),
-            static_cast<double>(st.ibp[south]),  static_cast<double>(st.ibp[north]),
-            static_cast<double>(st.ibp[bottom]), static_cast<double>(st.ibp[top])};
-    if (st.dec.distributed()) {
-        c.rw = st.dec.appliesface(west, st.ibp[west]);
-        c.re = st.dec.appliesface(east, st.ibp[east]);
-        c.rs = st.dec.appliesface(south, st.ibp[south]);
-        c.rn = st.dec.appliesface(north, st.ibp[north]);
-        c.bw = st.dec.ownsface(west);
-        c.be = st.dec.ownsface(east);
-        c.bs = st.dec.ownsface(south);
-        c.bn = st.dec.ownsface(north);
+Codes codes_of(const PoissonGrid& pg) {
+    Codes c{static_cast<double>(pg.ibp[west]),   static_cast<double>(pg.ibp[east]),
+            static_cast<double>(pg.ibp[south]),  static_cast<double>(pg.ibp[north]),
+            static_cast<double>(pg.ibp[bottom]), static_cast<double>(pg.ibp[top])};
+    if (pg.grid.dec.distributed()) {
+        c.rw = pg.grid.dec.appliesface(west, pg.ibp[west]);
+        c.re = pg.grid.dec.appliesface(east, pg.ibp[east]);
+        c.rs = pg.grid.dec.appliesface(south, pg.ibp[south]);
+        c.rn = pg.grid.dec.appliesface(north, pg.ibp[north]);
+        c.bw = pg.grid.dec.ownsface(west);
+        c.be = pg.grid.dec.ownsface(east);
+        c.bs = pg.grid.dec.ownsface(south);
+        c.bn = pg.grid.dec.ownsface(north);
     }
     return c;
 }
 
 // After the face ghosts are written: on several ranks one thread of the team refreshes the halo
 // of phi from the neighbour blocks while the others wait.
-void halo(const Team& team, const Storage& st, Field3d& phi, int nx, int ny) {
-    if (!st.dec.distributed()) return;
-    team.single([&] { exchange(st.dec, phi, nx, ny, true); });
+void halo(const Team& team, const PoissonGrid& pg, Field3d& phi, int nx, int ny) {
+    if (!pg.grid.dec.distributed()) return;
+    team.single([&] { exchange(pg.grid.dec, phi, nx, ny, true); });
 }
 
 // ---- ghost passes ------------------------------------------------------------------------------
@@ -177,21 +177,21 @@ double sumsquares(const CView& a, int nx, int ny, int nz) {
 // The cycle's descent from `level`: face ghosts of phi, the residual, and its restriction to the
 // next coarser level, two fine planes and the coarse plane they make at a time, so the residual
 // is averaged while it is still in cache. lphi is not kept: nothing reads it.
-void residualrestriction(Storage& st, int level) {
-    const Level g = level_of(st, level);
+void residualrestriction(const PoissonGrid& pg, int level) {
+    const Level g = level_of(pg, level);
     const int nx = g.nx, ny = g.ny, nz = g.nz;
     const double hx2 = g.hx * g.hx, hy2 = g.hy * g.hy, hz2 = g.hz * g.hz;
-    const Codes t = codes_of(st);
-    const View phi = st.mg(level).phi.view();
-    const CView src = st.mg(level).src.cview();
-    const View res = st.mg(level).res.view();
-    const mglevel& c = st.mg(level - 1);
+    const Codes t = codes_of(pg);
+    const View phi = pg.levels.mg(level).phi.view();
+    const CView src = pg.levels.mg(level).src.cview();
+    const View res = pg.levels.mg(level).res.view();
+    const mglevel& c = pg.levels.mg(level - 1);
     const int ncx = c.ni, ncy = c.nj, ncz = c.nk;
-    const View csrc = st.mg(level - 1).src.view();
-    const View cphi = st.mg(level - 1).phi.view();
+    const View csrc = pg.levels.mg(level - 1).src.view();
+    const View cphi = pg.levels.mg(level - 1).phi.view();
     loops::together(worththreads(nx, ny, nz), [&](const Team& team) {
         faceghosts(team, phi, nx, ny, nz, t);
-        halo(team, st, st.mg(level).phi, nx, ny);
+        halo(team, pg, pg.levels.mg(level).phi, nx, ny);
         // Fine planes left over above 2 ncz (none while nz is a power of two) get their residual
         // alone.
         team.forrange(
@@ -209,14 +209,14 @@ void residualrestriction(Storage& st, int level) {
 
 // Coarsest level: point Gauss-Seidel, each sweep after a face-ghost refresh, until the largest
 // relative change of a sweep is below the tolerance or ncoarse sweeps are done.
-void coarsesolve(Storage& st, int level, int ncoarse) {
-    const Level g = level_of(st, level);
+void coarsesolve(const PoissonGrid& pg, int level, int ncoarse) {
+    const Level g = level_of(pg, level);
     const int nx = g.nx, ny = g.ny, nz = g.nz;
     const double hx2 = g.hx * g.hx, hy2 = g.hy * g.hy, hz2 = g.hz * g.hz;
     const double diag = 2.0 / hx2 + 2.0 / hy2 + 2.0 / hz2;
-    const Codes t = codes_of(st);
-    const View phi = st.mg(level).phi.view();
-    const CView src = st.mg(level).src.cview();
+    const Codes t = codes_of(pg);
+    const View phi = pg.levels.mg(level).phi.view();
+    const CView src = pg.levels.mg(level).src.cview();
 
     // The largest relative change of each plane in a sweep, combined afterwards (exact).
     std::vector<double> planechange(static_cast<std::size_t>(nz) + 1, 0.0);
@@ -252,20 +252,20 @@ void coarsesolve(Storage& st, int level, int ncoarse) {
 
 // Face ghosts of level 0's phi, its residual and the residual's norm in one pass. Each plane's
 // sum of squares is formed by one thread and the planes are added in order, as resnormp does.
-void residualnorm(Storage& st, double& norm) {
-    const Level g = level_of(st, 0);
+void residualnorm(const PoissonGrid& pg, double& norm) {
+    const Level g = level_of(pg, 0);
     const int nx = g.nx, ny = g.ny, nz = g.nz;
     const double hx2 = g.hx * g.hx, hy2 = g.hy * g.hy, hz2 = g.hz * g.hz;
-    const Codes t = codes_of(st);
-    const View phi = st.mg(0).phi.view();
-    const CView src = st.mg(0).src.cview();
-    const View res = st.mg(0).res.view();
+    const Codes t = codes_of(pg);
+    const View phi = pg.levels.mg(0).phi.view();
+    const CView src = pg.levels.mg(0).src.cview();
+    const View res = pg.levels.mg(0).res.view();
     thread_local std::vector<double> plane;
     if (plane.size() < static_cast<std::size_t>(nz) + 1) plane.resize(nz + 1);
     double* const sums = plane.data();
     loops::together(worththreads(nx, ny, nz), [&](const Team& team) {
         faceghosts(team, phi, nx, ny, nz, t);
-        halo(team, st, st.mg(0).phi, nx, ny);
+        halo(team, pg, pg.levels.mg(0).phi, nx, ny);
         team.forrange(Range{1, nz}, [&](int k) {
             sums[k] = residualplane(res, phi, src, nx, ny, k, hx2, hy2, hz2);
         });
@@ -273,40 +273,44 @@ void residualnorm(Storage& st, double& norm) {
     double sum = 0.0;
     for (int k = 1; k <= nz; ++k)
         sum += sums[k];
-    if (st.dec.distributed()) sum = allsum(sum); // the blocks' sums in rank order
+    if (pg.grid.dec.distributed()) sum = allsum(sum); // the blocks' sums in rank order
     norm = std::sqrt(sum);
 }
 
 // The blocks' coarsest level is gathered onto rank 0, which runs the cycle of the whole box from
 // there down (coarsest-level iteration included), and every block takes its share of the
 // correction back with a ring of halo for the prolongation.
-void gathersolve(Storage& st, int level, int igamma, int ipres, int iposts, int ncoarse) {
-    const Decomposition c = coarsened(st.dec, level);
-    mglevel& m = st.mg(level);
-    Storage* const w = st.whole.get();
-    gather(m.src, Range{1, m.ni}, Range{1, m.nj}, c.i0, c.j0, w ? &w->mg(level).src : nullptr);
-    gather(m.phi, Range{1, m.ni}, Range{1, m.nj}, c.i0, c.j0, w ? &w->mg(level).phi : nullptr);
+void gathersolve(const PoissonGrid& pg, int level, int igamma, int ipres, int iposts, int ncoarse) {
+    const Decomposition c = coarsened(pg.grid.dec, level);
+    mglevel& m = pg.levels.mg(level);
+    CoarseLevels* const w = pg.levels.whole.get();
+    Hierarchy* const whole = w ? &w->levels : nullptr;
+    gather(m.src, Range{1, m.ni}, Range{1, m.nj}, c.i0, c.j0,
+           whole ? &whole->mg(level).src : nullptr);
+    gather(m.phi, Range{1, m.ni}, Range{1, m.nj}, c.i0, c.j0,
+           whole ? &whole->mg(level).phi : nullptr);
     if (w != nullptr) {
-        w->dx = st.dx;
-        w->dy = st.dy;
-        w->dz = st.dz;
-        w->ibp = st.ibp;
-        multigridp(*w, level, igamma, ipres, iposts, ncoarse);
+        w->grid.dx = pg.grid.dx;
+        w->grid.dy = pg.grid.dy;
+        w->grid.dz = pg.grid.dz;
+        w->ibp = pg.ibp;
+        multigridp(PoissonGrid(w->grid, w->ibp, w->levels), level, igamma, ipres, iposts, ncoarse);
     }
     scatter(m.phi, Range{0, m.ni + 1}, Range{0, m.nj + 1}, c.i0, c.j0,
-            w ? &w->mg(level).phi : nullptr);
+            whole ? &whole->mg(level).phi : nullptr);
 }
 
 } // namespace
 
 // ---- public routines ---------------------------------------------------------------------------
 
-void sourcep(Storage& st) {
-    const int nx = st.imax, ny = st.jmax, nz = st.kmax;
-    const double dx = st.dx, dy = st.dy, dz = st.dz;
-    const double factor = st.dens / st.dt;
-    const CView u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
-    const View src = st.mg(0).src.view();
+void sourcep(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+             const FlowFields& flow, Hierarchy& levels) {
+    const int nx = grid.imax, ny = grid.jmax, nz = grid.kmax;
+    const double dx = grid.dx, dy = grid.dy, dz = grid.dz;
+    const double factor = cond.dens / clock.dt;
+    const CView u = flow.u.cview(), v = flow.v.cview(), w = flow.w.cview();
+    const View src = levels.mg(0).src.view();
     // Cells inside the bed get a source like any other: the Poisson problem covers the box.
     loops::forbox(
         {{1, nx}, {1, ny}, {1, nz}},
@@ -316,21 +320,23 @@ void sourcep(Storage& st) {
         loops::Share::blocks, worththreads(nx, ny, nz));
 }
 
-void poisson(Storage& st, int& npois) {
-    const int ipres = st.ipres, iposts = st.iposts, igamma = st.igamma;
-    const int kpoismax = st.kpoismax;
+void poisson(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+             const FlowFields& flow, Hierarchy& levels, int& npois) {
+    const int ipres = cond.ipres, iposts = cond.iposts, igamma = cond.igamma;
+    const int kpoismax = cond.kpoismax;
     // eps is the setting's bit pattern as a subnormal (m*2^-1074): kpoismax sets the work per step.
-    const double eps = std::bit_cast<double>(std::uint64_t{static_cast<std::uint32_t>(st.eps)});
+    const double eps = std::bit_cast<double>(std::uint64_t{static_cast<std::uint32_t>(cond.eps)});
 
-    sourcep(st);
+    const PoissonGrid pg(grid, cond.ibp, levels);
+    sourcep(grid, cond, clock, flow, levels);
     double divnorm = 0.0, resnorm = 1.0;
-    divnormp(st, 0, divnorm);
+    divnormp(pg, 0, divnorm);
     int n = 0;
     for (;;) {
         ++n;
         npois = n;
-        multigridp(st, 0, igamma, ipres, iposts, coarsesweeps);
-        residualnorm(st, resnorm); // also leaves phi's face ghosts fresh for the correction
+        multigridp(pg, 0, igamma, ipres, iposts, coarsesweeps);
+        residualnorm(pg, resnorm); // also leaves phi's face ghosts fresh for the correction
         if (n > kpoismax) break;
         if (resnorm / divnorm > eps) continue; // a NaN ratio fails this test
         if (n < 2) continue;
@@ -338,90 +344,90 @@ void poisson(Storage& st, int& npois) {
     }
 }
 
-void divnormp(const Storage& st, int level, double& norm) {
-    const mglevel& m = st.mg(level);
+void divnormp(const PoissonGrid& pg, int level, double& norm) {
+    const mglevel& m = pg.levels.mg(level);
     double sum = sumsquares(m.src.cview(), m.ni, m.nj, m.nk);
-    if (st.dec.distributed()) sum = allsum(sum);
+    if (pg.grid.dec.distributed()) sum = allsum(sum);
     norm = std::sqrt(sum);
 }
 
-void resnormp(const Storage& st, int level, double& norm) {
-    const mglevel& m = st.mg(level);
+void resnormp(const PoissonGrid& pg, int level, double& norm) {
+    const mglevel& m = pg.levels.mg(level);
     double sum = sumsquares(m.res.cview(), m.ni, m.nj, m.nk);
-    if (st.dec.distributed()) sum = allsum(sum);
+    if (pg.grid.dec.distributed()) sum = allsum(sum);
     norm = std::sqrt(sum);
 }
 
-void multigridp(Storage& st, int level, int igamma, int ipres, int iposts, int ncoarse) {
-    if (level == st.lmin) {
-        if (st.dec.distributed()) {
-            gathersolve(st, level, igamma, ipres, iposts, ncoarse);
+void multigridp(const PoissonGrid& pg, int level, int igamma, int ipres, int iposts, int ncoarse) {
+    if (level == pg.grid.lmin) {
+        if (pg.grid.dec.distributed()) {
+            gathersolve(pg, level, igamma, ipres, iposts, ncoarse);
         } else {
-            coarsesolve(st, level, ncoarse); // no smoothing before or after on the coarsest level
+            coarsesolve(pg, level, ncoarse); // no smoothing before or after on the coarsest level
         }
         return;
     }
-    smoothingp(st, level, ipres);   // in: phi, src;  out: smoothed phi
-    residualrestriction(st, level); // out: res; coarse src, coarse phi = 0
+    smoothingp(pg, level, ipres);   // in: phi, src;  out: smoothed phi
+    residualrestriction(pg, level); // out: res; coarse src, coarse phi = 0
     for (int g = 0; g < igamma; ++g) {
-        multigridp(st, level - 1, igamma, ipres, iposts, ncoarse); // out: coarse correction
+        multigridp(pg, level - 1, igamma, ipres, iposts, ncoarse); // out: coarse correction
     }
-    prolongationp(st, level);      // phi += interpolated correction; fresh ghosts
-    smoothingp(st, level, iposts); // out: smoothed phi
+    prolongationp(pg, level);      // phi += interpolated correction; fresh ghosts
+    smoothingp(pg, level, iposts); // out: smoothed phi
 }
 
-void boundarypres(Storage& st, int level) {
-    const Level g = level_of(st, level);
+void boundarypres(const PoissonGrid& pg, int level) {
+    const Level g = level_of(pg, level);
     const int nx = g.nx, ny = g.ny, nz = g.nz;
-    const Codes t = codes_of(st);
-    const View phi = st.mg(level).phi.view();
+    const Codes t = codes_of(pg);
+    const View phi = pg.levels.mg(level).phi.view();
     loops::together(worththreads(nx, ny, nz), [&](const Team& team) {
         faceghosts(team, phi, nx, ny, nz, t);
-        halo(team, st, st.mg(level).phi, nx, ny);
+        halo(team, pg, pg.levels.mg(level).phi, nx, ny);
         edgeghosts(team, phi, nx, ny, nz, t);
     });
 }
 
-void operatorp(Storage& st, int level) {
-    const Level g = level_of(st, level);
+void operatorp(const PoissonGrid& pg, int level) {
+    const Level g = level_of(pg, level);
     const int nx = g.nx, ny = g.ny, nz = g.nz;
     const double hx2 = g.hx * g.hx, hy2 = g.hy * g.hy, hz2 = g.hz * g.hz;
-    const Codes t = codes_of(st);
-    Field3d& lphifield = st.mg(level).lphi;
+    const Codes t = codes_of(pg);
+    Field3d& lphifield = pg.levels.mg(level).lphi;
     if (!lphifield.allocated()) {
         lphifield.allocate(Range{0, nx + 1}, Range{0, ny + 1}, Range{0, nz + 1});
     }
-    const View phi = st.mg(level).phi.view();
+    const View phi = pg.levels.mg(level).phi.view();
     const View lphi = lphifield.view();
     loops::together(worththreads(nx, ny, nz), [&](const Team& team) {
         faceghosts(team, phi, nx, ny, nz, t);
-        halo(team, st, st.mg(level).phi, nx, ny);
+        halo(team, pg, pg.levels.mg(level).phi, nx, ny);
         team.forbox({{1, nx}, {1, ny}, {1, nz}}, [=](int i, int j, int k) {
             lphi(i, j, k) = laplacian(phi, i, j, k, hx2, hy2, hz2);
         });
     });
 }
 
-void residualp(Storage& st, int level) {
-    const mglevel& m = st.mg(level);
+void residualp(const PoissonGrid& pg, int level) {
+    const mglevel& m = pg.levels.mg(level);
     const int nx = m.ni, ny = m.nj, nz = m.nk;
     const CView src = m.src.cview(), lphi = m.lphi.cview();
-    const View res = st.mg(level).res.view();
+    const View res = pg.levels.mg(level).res.view();
     loops::forbox(
         {{1, nx}, {1, ny}, {1, nz}},
         [=](int i, int j, int k) { res(i, j, k) = src(i, j, k) - lphi(i, j, k); },
         loops::Share::blocks, worththreads(nx, ny, nz));
 }
 
-void smoothingp(Storage& st, int level, int nsweeps) {
+void smoothingp(const PoissonGrid& pg, int level, int nsweeps) {
     if (nsweeps <= 0) return;
-    const Level g = level_of(st, level);
+    const Level g = level_of(pg, level);
     const int nx = g.nx, ny = g.ny, nz = g.nz;
     const double cx = 1.0 / (g.hx * g.hx), cy = 1.0 / (g.hy * g.hy), cz = 1.0 / (g.hz * g.hz);
     const double d0 = -2.0 * (cx + cy + cz);
-    const Codes t = codes_of(st);
-    const View phi = st.mg(level).phi.view();
-    const CView src = st.mg(level).src.cview();
+    const Codes t = codes_of(pg);
+    const View phi = pg.levels.mg(level).phi.view();
+    const CView src = pg.levels.mg(level).src.cview();
     // The eliminated diagonal of the column system is the same for every column of the level.
     thread_local std::vector<double> diagonal;
     if (diagonal.size() < static_cast<std::size_t>(nz) + 1) diagonal.resize(nz + 1);
@@ -430,7 +436,7 @@ void smoothingp(Storage& st, int level, int nsweeps) {
     loops::together(worththreads(nx, ny, nz), [&](const Team& team) {
         for (int s = 0; s < nsweeps; ++s) {
             faceghosts(team, phi, nx, ny, nz, t);
-            halo(team, st, st.mg(level).phi, nx, ny);
+            halo(team, pg, pg.levels.mg(level).phi, nx, ny);
             // Rows j are shared out in static blocks. Rows of neighbouring blocks on different
             // threads read each other while they are being updated, without ordering:
             // deliberate, the smoother tolerates it. Within a block the sweep is lexicographic.
@@ -441,24 +447,25 @@ void smoothingp(Storage& st, int level, int nsweeps) {
     });
 }
 
-void prolongationp(Storage& st, int level) {
+void prolongationp(const PoissonGrid& pg, int level) {
     // The interpolation reads the coarse neighbours across the block faces as they are now.
-    if (st.dec.distributed()) {
-        exchange(st.dec, st.mg(level - 1).phi, st.mg(level - 1).ni, st.mg(level - 1).nj, true);
+    if (pg.grid.dec.distributed()) {
+        exchange(pg.grid.dec, pg.levels.mg(level - 1).phi, pg.levels.mg(level - 1).ni,
+                 pg.levels.mg(level - 1).nj, true);
     }
-    const mglevel& cm = st.mg(level - 1);
+    const mglevel& cm = pg.levels.mg(level - 1);
     const int ncx = cm.ni, ncy = cm.nj, ncz = cm.nk;
     const CView cphi = cm.phi.cview();
-    const Level g = level_of(st, level);
-    const Codes t = codes_of(st);
-    const View phi = st.mg(level).phi.view();
-    const View res = st.mg(level).res.view();
+    const Level g = level_of(pg, level);
+    const Codes t = codes_of(pg);
+    const View phi = pg.levels.mg(level).phi.view();
+    const View res = pg.levels.mg(level).res.view();
     // One team: the interpolation, then the fine level's ghost refresh (boundarypres).
     loops::together(worththreads(g.nx, g.ny, g.nz), [&](const Team& team) {
         team.forbox({{1, 2 * ncx}, {1, 2 * ncy}, {1, 2 * ncz}},
                     [=](int i, int j, int k) { prolongpoint(phi, res, cphi, i, j, k); });
         faceghosts(team, phi, g.nx, g.ny, g.nz, t);
-        halo(team, st, st.mg(level).phi, g.nx, g.ny);
+        halo(team, pg, pg.levels.mg(level).phi, g.nx, g.ny);
         edgeghosts(team, phi, g.nx, g.ny, g.nz, t);
     });
 }

@@ -25,9 +25,23 @@
 
 namespace riffle::pressure {
 
+// The pressure problem as the multigrid sees it: the grid, the pressure codes of its faces and
+// the hierarchy of levels. A run's storage gives its own; rank 0 solves the whole box's coarse
+// levels (CoarseLevels) as one of its own.
+struct PoissonGrid {
+    const Geometry& grid;
+    const std::array<int, 7>& ibp;
+    Hierarchy& levels;
+    PoissonGrid(const Geometry& g, const std::array<int, 7>& codes, Hierarchy& h)
+        : grid(g), ibp(codes), levels(h) {}
+    // Implicit: a run's storage is the pressure problem of its own grid.
+    PoissonGrid(Storage& st) : grid(st), ibp(st.ibp), levels(st) {}
+};
+
 // Poisson source on level 0: src = (dens/dt) * ((u(i)-u(i-1))/dx + (v(j)-v(j-1))/dy
 // + (w(k)-w(k-1))/dz) over the interior cells; the ghost layer of src is not written.
-void sourcep(Storage& st);
+void sourcep(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+             const FlowFields& flow, Hierarchy& levels);
 
 // Pressure-solve driver: source, then multigrid cycles on level 0 from the phi of the previous
 // step, each followed by the residual res and its norm. Stops after kpoismax + 1 cycles (one
@@ -36,34 +50,35 @@ void sourcep(Storage& st);
 // level 0 consistent, with phi's face ghosts fresh for the velocity correction. The cycle and
 // the driver form the Laplacian inside the residual pass and do not keep it in lphi; only
 // operatorp writes lphi.
-void poisson(Storage& st, int& npois);
+void poisson(const Geometry& grid, const Conditions& cond, const RunClock& clock,
+             const FlowFields& flow, Hierarchy& levels, int& npois);
 
 // Euclidean norm of src (divnormp) and of res (resnormp) over the interior of `level`.
-void divnormp(const Storage& st, int level, double& norm);
-void resnormp(const Storage& st, int level, double& norm);
+void divnormp(const PoissonGrid& pg, int level, double& norm);
+void resnormp(const PoissonGrid& pg, int level, double& norm);
 
 // One multigrid cycle on `level` and, recursively, on all coarser levels: igamma = 1 V-cycle,
 // 2 W-cycle, <= 0 no coarse correction. ipres / iposts smoothing sweeps before / after the
 // coarse correction; ncoarse is the sweep limit of the coarsest-level iteration.
-void multigridp(Storage& st, int level, int igamma, int ipres, int iposts, int ncoarse);
+void multigridp(const PoissonGrid& pg, int level, int igamma, int ipres, int iposts, int ncoarse);
 
 // Face ghosts of phi on all six faces (i, then j, then k faces), then the twelve edge lines:
 // edge = (face ghost beside it in the first direction) + (face ghost beside it in the second)
 // - (interior cell diagonally inside it).
-void boundarypres(Storage& st, int level);
+void boundarypres(const PoissonGrid& pg, int level);
 
 // Face ghosts of phi, then lphi = the seven-point Laplacian of phi over the interior.
-void operatorp(Storage& st, int level);
+void operatorp(const PoissonGrid& pg, int level);
 
 // res = src - lphi over the interior of `level`.
-void residualp(Storage& st, int level);
+void residualp(const PoissonGrid& pg, int level);
 
 // nsweeps sweeps of vertical-line Gauss-Seidel: face ghosts, then for every column (i,j) the
 // tridiagonal system in k with the horizontal neighbours at their current values, solved exactly.
-void smoothingp(Storage& st, int level, int nsweeps);
+void smoothingp(const PoissonGrid& pg, int level, int nsweeps);
 
 // Adds the four-point interpolation of level-1's phi to phi of `level`, stores the added
 // correction in res of `level`, then refreshes the ghosts of `level` (boundarypres).
-void prolongationp(Storage& st, int level);
+void prolongationp(const PoissonGrid& pg, int level);
 
 } // namespace riffle::pressure

@@ -264,6 +264,7 @@ void advance(Storage& st, RoutineTimers* timers) {
     FlowFields& fields = st.flow();
     RunClock& clock = st.clock();
     BedState& bedstate = st.bed();
+    Hierarchy& levels = st.hierarchy();
     clock.istep = clock.istep + 1;
     if (cond.timetype == 0) t.time("timestep", [&] { flow::timestep(grid, cond, fields, clock); });
     clock.time = clock.time + clock.dt;
@@ -288,8 +289,8 @@ void advance(Storage& st, RoutineTimers* timers) {
     t.time("immersing", [&] { ibm::immersing(st); });
     if (clock.dt < zerosolidstep) t.time("zerosolid", [&] { zerosolid(grid, bedstate, fields); });
     t.time("boundaries", [&] { velocityboundaries(grid, cond, fields); });
-    t.time("poisson", [&] { pressure::poisson(st, clock.npois); });
-    t.time("correction", [&] { pressure::correction(grid, cond, clock, st.hierarchy(), fields); });
+    t.time("poisson", [&] { pressure::poisson(grid, cond, clock, fields, levels, clock.npois); });
+    t.time("correction", [&] { pressure::correction(grid, cond, clock, levels, fields); });
     t.time("boundaries", [&] { velocityboundaries(grid, cond, fields); });
     t.time("divergence", [&] { pressure::divergence(grid, fields, clock); });
     t.time("side walls", [&] { sidewalls(grid, cond, fields); });

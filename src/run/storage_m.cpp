@@ -14,6 +14,11 @@
 
 namespace riffle {
 
+Hierarchy::Hierarchy() = default;
+Hierarchy::Hierarchy(Hierarchy&&) noexcept = default;
+Hierarchy& Hierarchy::operator=(Hierarchy&&) noexcept = default;
+Hierarchy::~Hierarchy() = default;
+
 std::int32_t int32view(double slot) {
     // Little-endian: the first four bytes of the slot are the low half of the bit pattern.
     return static_cast<std::int32_t>(std::bit_cast<std::uint64_t>(slot) & 0xffffffffu);
@@ -120,16 +125,16 @@ void blockhierarchy(Storage& st) {
     }
     st.whole.reset();
     if (d.rank != 0) return;
-    st.whole = std::make_unique<Storage>();
-    Storage& w = *st.whole;
-    w.imax = d.imaxg;
-    w.jmax = d.jmaxg;
-    w.kmax = st.kmax;
-    w.lmin = lwhole;
-    w.mglevels.resize(static_cast<std::size_t>(1 - lwhole));
+    st.whole = std::make_unique<CoarseLevels>();
+    CoarseLevels& w = *st.whole;
+    w.grid.imax = d.imaxg;
+    w.grid.jmax = d.jmaxg;
+    w.grid.kmax = st.kmax;
+    w.grid.lmin = lwhole;
+    w.levels.mglevels.resize(static_cast<std::size_t>(1 - lwhole));
     for (int l = lblock; l >= lwhole; --l) {
-        allocatelevel(w.mg(l), d.imaxg >> -l, d.jmaxg >> -l, st.kmax >> -l);
-        w.mg(l).phi.fill(0.0);
+        allocatelevel(w.levels.mg(l), d.imaxg >> -l, d.jmaxg >> -l, st.kmax >> -l);
+        w.levels.mg(l).phi.fill(0.0);
     }
 }
 

@@ -99,13 +99,30 @@ struct FlowFields {
     double fx = 0.0, fy = 0.0, fz = 0.0;
 };
 
+struct CoarseLevels;
+
 // The multigrid hierarchy of the pressure increment: on several ranks each block's share of
-// each level down to the level of the block unit (rank 0 solves the coarser ones of the whole
-// box, Storage::whole).
+// each level down to the level of the block unit, and on rank 0 the coarser levels of the whole
+// box, where the coarse problem is gathered and solved (`whole`).
 struct Hierarchy {
     std::vector<mglevel> mglevels; // level l lives at mglevels[-l]; use mg(l)
+    std::unique_ptr<CoarseLevels> whole;
+
+    Hierarchy();
+    Hierarchy(Hierarchy&&) noexcept;
+    Hierarchy& operator=(Hierarchy&&) noexcept;
+    ~Hierarchy();
     [[nodiscard]] mglevel& mg(int l) { return mglevels[static_cast<std::size_t>(-l)]; }
     [[nodiscard]] const mglevel& mg(int l) const { return mglevels[static_cast<std::size_t>(-l)]; }
+};
+
+// The whole box's coarse levels on rank 0 of several: the grid of the whole box (mg(lmin) gathered
+// from the blocks' coarsest and all coarser ones), the pressure codes they are solved with, and
+// the levels themselves.
+struct CoarseLevels {
+    Geometry grid;
+    std::array<int, 7> ibp{};
+    Hierarchy levels;
 };
 
 // The bed as the flow sees it: the classification of every point (1 fluid, 0 forcing, -1 solid)
@@ -168,10 +185,6 @@ struct RunClock {
 // throughout the solver (u, iflagu, kpoismax, ...); scalars start at zero: a condition that is
 // absent from the case file leaves its variable at zero (ks excepted, see casefile_m).
 struct Storage : Geometry, Conditions, FlowFields, Hierarchy, BedState, RunClock {
-    // Rank 0 of several: the whole box's multigrid levels below the blocks' coarsest (mg(lmin)
-    // gathered and all coarser ones), with the grid scalars and codes they are solved with.
-    std::unique_ptr<Storage> whole;
-
     [[nodiscard]] Geometry& geometry() { return *this; }
     [[nodiscard]] const Geometry& geometry() const { return *this; }
     [[nodiscard]] Conditions& conditions() { return *this; }

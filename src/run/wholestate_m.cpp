@@ -111,7 +111,7 @@ void gatherstate(const Storage& st, Part part) {
         // The coarser levels live on rank 0 alone.
         if (w != nullptr) {
             for (int l = st.lmin - 1; l >= w->lmin; --l)
-                copyfield(st.whole->mg(l).phi, w->mg(l).phi);
+                copyfield(st.whole->levels.mg(l).phi, w->mg(l).phi);
         }
         bed();
         for (Field3d Storage::*f : {&Storage::uo, &Storage::vo, &Storage::wo, &Storage::fu,
@@ -170,7 +170,7 @@ void scatterrestart(Storage& st) {
     }
     if (w != nullptr) {
         for (int l = st.lmin; l >= w->lmin; --l)
-            copyfield(w->mg(l).phi, st.whole->mg(l).phi);
+            copyfield(w->mg(l).phi, st.whole->levels.mg(l).phi);
     }
     for (Field3d Storage::*f : {&Storage::uo, &Storage::vo, &Storage::wo, &Storage::fu,
                                 &Storage::fv, &Storage::fw, &Storage::nut, &Storage::p}) {
