@@ -74,7 +74,7 @@ void normalface(const View3<double>& f, Plane pl, bool low, int c, double val, d
 // Whether this block fills the ghosts of `face` by its rule: always on one rank and at the bottom
 // and top; a side face shared with another block is filled by the halo exchange instead.
 bool applies(const Geometry& grid, int face, int code) {
-    return !grid.dec.distributed() || face > north || grid.dec.appliesface(face, code);
+    return face > north || grid.dec.appliesface(face, code);
 }
 
 // The outer ghost layers in the component's own direction, after the six faces.
@@ -126,7 +126,7 @@ void component(const Geometry& grid, Field3d& field, const std::array<int, 7>& c
     facepair<Second>(grid, f, false, code, val, h[Second]);
     facepair<Third>(grid, f, false, code, val, h[Third]);
     outerghosts<Normal>(f, plane<Normal>(grid), code[low], code[high], outerlow, outerhigh);
-    if (grid.dec.distributed()) exchange(grid.dec, field, grid.imax, grid.jmax);
+    exchange(grid.dec, field, grid.imax, grid.jmax);
 }
 
 } // namespace
@@ -147,7 +147,7 @@ void boundaryp(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
     facepair<0>(grid, p, false, cond.ibp, novalue, grid.dx);
     facepair<2>(grid, p, false, cond.ibp, novalue, grid.dz);
     facepair<1>(grid, p, false, cond.ibp, novalue, grid.dy);
-    if (grid.dec.distributed()) exchange(grid.dec, flow.p, grid.imax, grid.jmax);
+    exchange(grid.dec, flow.p, grid.imax, grid.jmax);
 }
 
 } // namespace riffle::flow

@@ -40,7 +40,7 @@ void forces(const Geometry& grid, const Conditions& cond, const BedState& bedsta
     });
     // On several ranks the blocks on the west face of the box carry the flow through it; the
     // others count nothing, and the rates are added in rank order.
-    if (grid.dec.distributed()) flowrate = allsum(grid.dec.ownsface(west) ? flowrate : 0.0);
+    flowrate = allsum(grid.dec, grid.dec.ownsface(west) ? flowrate : 0.0);
 
     flow.fx = (cond.discharge - flowrate) * discharge_gain;
     flow.fy = 0.0;

@@ -34,10 +34,8 @@ template <int Dir> void ghostfaces(Storage& st) {
         return f(a, b, m);
     };
     // A side face shared with another block gets its halo from the exchange instead.
-    const bool low =
-        Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 1, st.ibp[2 * Dir + 1]);
-    const bool high =
-        Dir == 2 || !st.dec.distributed() || st.dec.appliesface(2 * Dir + 2, st.ibp[2 * Dir + 2]);
+    const bool low = Dir == 2 || st.dec.appliesface(2 * Dir + 1, st.ibp[2 * Dir + 1]);
+    const bool high = Dir == 2 || st.dec.appliesface(2 * Dir + 2, st.ibp[2 * Dir + 2]);
     loops::forplane(Range{0, na + 1}, Range{0, nb + 1}, [=](int a, int b) {
         for (const View3<double>& f : strain) {
             if (low) at(f, 0, a, b) = alo * at(f, 1, a, b) + (1.0 - alo) * at(f, n, a, b);
@@ -74,7 +72,7 @@ void smagorinsky(Storage& st) {
     // Forcing cells next to the bed take the eddy viscosity of the wall-law interpolation; it
     // reads only fluid cells, which that loop does not write. On blocks it reads those of the
     // neighbours near their faces too.
-    if (st.dec.distributed()) exchangeinside(st.dec, st.nut, imax, jmax);
+    exchangeinside(st.dec, st.nut, imax, jmax);
     // With the wall-layer model, the forcing cells and the layer above them carry the wall law's
     // stress instead.
     if (st.iwallmodel == 1) {
@@ -86,7 +84,7 @@ void smagorinsky(Storage& st) {
     ghostfaces<1>(st);
     ghostfaces<2>(st);
     // The momentum stencils read nut across the block faces; the strain arrays' halos are not read.
-    if (st.dec.distributed()) exchange(st.dec, st.nut, imax, jmax);
+    exchange(st.dec, st.nut, imax, jmax);
 }
 
 } // namespace riffle::flow

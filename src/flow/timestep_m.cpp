@@ -28,7 +28,7 @@ void timestep(const Geometry& grid, const Conditions& cond, const FlowFields& fl
                              std::max(std::abs(w(i, j, k - 1)), std::abs(w(i, j, k))) / dz;
             return cfl / a;
         });
-    clock.dt = grid.dec.distributed() ? allmin(dtmin) : dtmin; // the smallest of every block's
+    clock.dt = allmin(grid.dec, dtmin); // the smallest of every block's
 }
 
 } // namespace riffle::flow

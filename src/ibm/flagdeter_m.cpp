@@ -151,13 +151,11 @@ void flagdeter(Storage& st) {
                                Fill{2, kmax, false, cp[bottom], cp[top], iall, jall}};
     // On several ranks the side layers beyond a neighbour block keep their own classification
     // (the bed is known over the whole box) and take the neighbour's marking from the exchange.
-    if (st.dec.distributed()) {
-        for (std::array<Fill, 3>* fills : {&ufills, &vfills, &wfills, &pfills}) {
-            for (Fill& g : *fills) {
-                if (g.dir == 2) continue;
-                g.low = st.dec.appliesface(2 * g.dir + 1, g.clow);
-                g.high = st.dec.appliesface(2 * g.dir + 2, g.chigh);
-            }
+    for (std::array<Fill, 3>* fills : {&ufills, &vfills, &wfills, &pfills}) {
+        for (Fill& g : *fills) {
+            if (g.dir == 2) continue;
+            g.low = st.dec.appliesface(2 * g.dir + 1, g.clow);
+            g.high = st.dec.appliesface(2 * g.dir + 2, g.chigh);
         }
     }
 
@@ -205,11 +203,8 @@ void flagdeter(Storage& st) {
         markforcing(fp, Range{1, imax}, Range{1, jmax}, Range{1, kmax});
         fillghosts(fp, pfills);
     }
-    if (st.dec.distributed()) {
-        for (Field3i* f : {&st.iflagu, &st.iflagv, &st.iflagw, &st.iflagp}) {
-            exchange(st.dec, *f, imax, jmax);
-        }
-    }
+    for (Field3i* f : {&st.iflagu, &st.iflagv, &st.iflagw, &st.iflagp})
+        exchange(st.dec, *f, imax, jmax);
     if (st.forcing.enabled) noteclassification(st);
 }
 

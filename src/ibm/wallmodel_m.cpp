@@ -201,12 +201,11 @@ void forcewall(Storage& st, int layers) {
 void ghostcolumns(Storage& st) {
     const View3<double> b = st.bedshear.view();
     const int imax = st.imax, jmax = st.jmax;
-    const bool blocks = st.dec.distributed();
     for (int dir = 0; dir < 2; ++dir) {
         const int lo = 2 * dir + 1, hi = 2 * dir + 2;
         const double alo = std::abs(st.ibp[lo]), ahi = std::abs(st.ibp[hi]);
-        const bool low = !blocks || st.dec.appliesface(lo, st.ibp[lo]);
-        const bool high = !blocks || st.dec.appliesface(hi, st.ibp[hi]);
+        const bool low = st.dec.appliesface(lo, st.ibp[lo]);
+        const bool high = st.dec.appliesface(hi, st.ibp[hi]);
         const int n = dir == 0 ? imax : jmax, na = dir == 0 ? jmax : imax;
         for (int c = 0; c < 3; ++c) {
             for (int a = 0; a <= na + 1; ++a) {
@@ -226,7 +225,7 @@ void ghostcolumns(Storage& st) {
 void wallnut(Storage& st) {
     forcewall(st, wall_layers);
     ghostcolumns(st);
-    if (st.dec.distributed()) exchange(st.dec, st.bedshear, st.imax, st.jmax);
+    exchange(st.dec, st.bedshear, st.imax, st.jmax);
 }
 
 void bedshearnodes(const Storage& st, BedShearNodes& out) {

@@ -30,7 +30,6 @@ void divergence(const Geometry& grid, const FlowFields& flow, RunClock& clock) {
     const int imax = grid.imax, jmax = grid.jmax, kmax = grid.kmax;
     const double dx = grid.dx, dy = grid.dy, dz = grid.dz;
     const auto u = flow.u.cview(), v = flow.v.cview(), w = flow.w.cview();
-    const bool distributed = grid.dec.distributed();
     const int gi = grid.ioffset(), gj = grid.joffset();
     // Each thread sums its columns in order, k innermost, so a thread count gives fixed bits.
     const std::vector<Found> found = loops::forcolumns(
@@ -50,24 +49,16 @@ void divergence(const Geometry& grid, const FlowFields& flow, RunClock& clock) {
     }
     clock.divmax = dmax;
     clock.divtotal = dsum;
-    // The cells over the limit, in the order the threads took them: each on a line of its own,
-    // and a pause for the operator after each.
-    if (!distributed) {
-        for (std::size_t n = 0; n + 2 < cells.size(); n += 3) {
-            console::writeline(cells[n], cells[n + 1], cells[n + 2]);
-            console::pause();
-        }
-        return;
-    }
-    // Several ranks: rank 0 reports every block's cells by their indices in the whole box, and
-    // the largest and the sum over all blocks.
-    const std::vector<int> all = gatherlists(cells);
+    // The cells over the limit, in the order the threads took them, each on a line of its own
+    // and a pause for the operator after each; on several ranks, rank 0 reports every block's
+    // cells by their indices in the whole box, and the largest and the sum over all blocks.
+    const std::vector<int> all = gatherlists(grid.dec, cells);
     for (std::size_t n = 0; n + 2 < all.size(); n += 3) {
         console::writeline(all[n], all[n + 1], all[n + 2]);
         console::pause();
     }
-    clock.divmax = allmax(clock.divmax);
-    clock.divtotal = allsum(clock.divtotal);
+    clock.divmax = allmax(grid.dec, clock.divmax);
+    clock.divtotal = allsum(grid.dec, clock.divtotal);
 }
 
 } // namespace riffle::pressure

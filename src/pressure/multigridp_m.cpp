@@ -64,24 +64,21 @@ Codes codes_of(const PoissonGrid& pg) {
     Codes c{static_cast<double>(pg.ibp[west]),   static_cast<double>(pg.ibp[east]),
             static_cast<double>(pg.ibp[south]),  static_cast<double>(pg.ibp[north]),
             static_cast<double>(pg.ibp[bottom]), static_cast<double>(pg.ibp[top])};
-    if (pg.grid.dec.distributed()) {
-        c.rw = pg.grid.dec.appliesface(west, pg.ibp[west]);
-        c.re = pg.grid.dec.appliesface(east, pg.ibp[east]);
-        c.rs = pg.grid.dec.appliesface(south, pg.ibp[south]);
-        c.rn = pg.grid.dec.appliesface(north, pg.ibp[north]);
-        c.bw = pg.grid.dec.ownsface(west);
-        c.be = pg.grid.dec.ownsface(east);
-        c.bs = pg.grid.dec.ownsface(south);
-        c.bn = pg.grid.dec.ownsface(north);
-    }
+    const Decomposition& d = pg.grid.dec;
+    c.rw = d.appliesface(west, pg.ibp[west]);
+    c.re = d.appliesface(east, pg.ibp[east]);
+    c.rs = d.appliesface(south, pg.ibp[south]);
+    c.rn = d.appliesface(north, pg.ibp[north]);
+    c.bw = d.ownsface(west);
+    c.be = d.ownsface(east);
+    c.bs = d.ownsface(south);
+    c.bn = d.ownsface(north);
     return c;
 }
 
-// After the face ghosts are written: on several ranks one thread of the team refreshes the halo
-// of phi from the neighbour blocks while the others wait.
+// After the face ghosts are written: the halo of phi from the neighbour blocks.
 void halo(const Team& team, const PoissonGrid& pg, Field3d& phi, int nx, int ny) {
-    if (!pg.grid.dec.distributed()) return;
-    team.single([&] { exchange(pg.grid.dec, phi, nx, ny, true); });
+    exchange(team, pg.grid.dec, phi, nx, ny, true);
 }
 
 // ---- ghost passes ------------------------------------------------------------------------------
@@ -273,7 +270,7 @@ void residualnorm(const PoissonGrid& pg, double& norm) {
     double sum = 0.0;
     for (int k = 1; k <= nz; ++k)
         sum += sums[k];
-    if (pg.grid.dec.distributed()) sum = allsum(sum); // the blocks' sums in rank order
+    sum = allsum(pg.grid.dec, sum); // the blocks' sums in rank order
     norm = std::sqrt(sum);
 }
 
@@ -347,20 +344,20 @@ void poisson(const Geometry& grid, const Conditions& cond, const RunClock& clock
 void divnormp(const PoissonGrid& pg, int level, double& norm) {
     const mglevel& m = pg.levels.mg(level);
     double sum = sumsquares(m.src.cview(), m.ni, m.nj, m.nk);
-    if (pg.grid.dec.distributed()) sum = allsum(sum);
+    sum = allsum(pg.grid.dec, sum);
     norm = std::sqrt(sum);
 }
 
 void resnormp(const PoissonGrid& pg, int level, double& norm) {
     const mglevel& m = pg.levels.mg(level);
     double sum = sumsquares(m.res.cview(), m.ni, m.nj, m.nk);
-    if (pg.grid.dec.distributed()) sum = allsum(sum);
+    sum = allsum(pg.grid.dec, sum);
     norm = std::sqrt(sum);
 }
 
 void multigridp(const PoissonGrid& pg, int level, int igamma, int ipres, int iposts, int ncoarse) {
     if (level == pg.grid.lmin) {
-        if (pg.grid.dec.distributed()) {
+        if (pg.levels.gathered) {
             gathersolve(pg, level, igamma, ipres, iposts, ncoarse);
         } else {
             coarsesolve(pg, level, ncoarse); // no smoothing before or after on the coarsest level
@@ -449,10 +446,8 @@ void smoothingp(const PoissonGrid& pg, int level, int nsweeps) {
 
 void prolongationp(const PoissonGrid& pg, int level) {
     // The interpolation reads the coarse neighbours across the block faces as they are now.
-    if (pg.grid.dec.distributed()) {
-        exchange(pg.grid.dec, pg.levels.mg(level - 1).phi, pg.levels.mg(level - 1).ni,
-                 pg.levels.mg(level - 1).nj, true);
-    }
+    exchange(pg.grid.dec, pg.levels.mg(level - 1).phi, pg.levels.mg(level - 1).ni,
+             pg.levels.mg(level - 1).nj, true);
     const mglevel& cm = pg.levels.mg(level - 1);
     const int ncx = cm.ni, ncy = cm.nj, ncz = cm.nk;
     const CView cphi = cm.phi.cview();

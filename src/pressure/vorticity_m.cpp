@@ -45,10 +45,8 @@ void vorticity(const Geometry& grid, const Conditions& cond, FlowFields& flow) {
         qc(i, j, kmax + 1) = ghost(tt, qc(i, j, kmax), qc(i, j, 1));
     });
     // Blocks: the halo from the neighbours (the side ghost passes above hold only at box faces).
-    if (grid.dec.distributed()) {
-        exchange(grid.dec, flow.vort, imax, jmax);
-        exchange(grid.dec, flow.qc, imax, jmax);
-    }
+    exchange(grid.dec, flow.vort, imax, jmax);
+    exchange(grid.dec, flow.qc, imax, jmax);
 }
 
 } // namespace riffle::pressure

@@ -20,6 +20,7 @@
 
 #include "run/decomposition_m.hpp"
 #include "run/field3.hpp"
+#include "run/loops.hpp"
 
 namespace riffle {
 
@@ -45,6 +46,13 @@ void exchange(const Decomposition& d, Field3<std::int32_t>& f, int ni, int nj);
 // The halo from the neighbour blocks where they lie inside the box; a halo across a periodic box
 // face keeps what it holds (the values a one-process run has there until its boundary pass).
 void exchangeinside(const Decomposition& d, Field3<double>& f, int ni, int nj);
+// The exchange above inside a team of the loop layer: one thread exchanges while the others
+// wait, and every thread goes on with the halo in place (nothing to wait for on one process).
+inline void exchange(const loops::Team& team, const Decomposition& d, Field3<double>& f, int ni,
+                     int nj, bool boxedges) {
+    if (!d.distributed()) return;
+    team.single([&] { exchange(d, f, ni, nj, boxedges); });
+}
 
 // Gathering blocks onto rank 0 and handing them out again (the case file, restart and Tecplot
 // files are written and read by rank 0 alone). Each rank names a box of its local points, li x lj
@@ -71,6 +79,23 @@ void broadcast(std::string& text);
 [[nodiscard]] double allsum(double x);
 [[nodiscard]] double allmax(double x);
 [[nodiscard]] double allmin(double x);
+
+// The same over the blocks of a decomposition: the value itself where the decomposition is one
+// block (one process, or the whole box on rank 0), so the numerics never ask how many ranks
+// there are.
+[[nodiscard]] inline double allsum(const Decomposition& d, double x) {
+    return d.distributed() ? allsum(x) : x;
+}
+[[nodiscard]] inline double allmax(const Decomposition& d, double x) {
+    return d.distributed() ? allmax(x) : x;
+}
+[[nodiscard]] inline double allmin(const Decomposition& d, double x) {
+    return d.distributed() ? allmin(x) : x;
+}
+[[nodiscard]] inline std::vector<int> gatherlists(const Decomposition& d,
+                                                  const std::vector<int>& mine) {
+    return d.distributed() ? gatherlists(mine) : mine;
+}
 // The values of every rank, in rank order.
 [[nodiscard]] std::vector<double> allvalues(double x);
 

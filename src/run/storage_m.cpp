@@ -124,6 +124,7 @@ void blockhierarchy(Storage& st) {
         allocatelevel(st.mg(l), c.ni, c.nj, st.kmax >> -l);
     }
     st.whole.reset();
+    st.gathered = true;
     if (d.rank != 0) return;
     st.whole = std::make_unique<CoarseLevels>();
     CoarseLevels& w = *st.whole;

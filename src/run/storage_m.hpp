@@ -106,6 +106,9 @@ struct CoarseLevels;
 // box, where the coarse problem is gathered and solved (`whole`).
 struct Hierarchy {
     std::vector<mglevel> mglevels; // level l lives at mglevels[-l]; use mg(l)
+    // The coarsest level is spread over the blocks and gathered onto rank 0 to be solved there,
+    // where `whole` holds the levels of the whole box.
+    bool gathered = false;
     std::unique_ptr<CoarseLevels> whole;
 
     Hierarchy();
