@@ -19,16 +19,6 @@ namespace {
 
 using Flags = View3<std::int32_t>;
 
-// Read-only (i, j) access to the cell-centred bed, bounds-checked in Debug like the fields.
-class BedView {
-public:
-    explicit BedView(const Field2d& zb) : v_(zb.data(), zb.irange(), zb.jrange(), Range{0, 0}) {}
-    [[nodiscard]] double operator()(int i, int j) const { return v_(i, j, 0); }
-
-private:
-    ConstView3<double> v_;
-};
-
 // A point strictly below the bed is solid; one exactly on it is fluid.
 inline std::int32_t classify(double height, double bed) { return height < bed ? solid : fluid; }
 
@@ -123,7 +113,7 @@ void flagdeter(Storage& st) {
     if (flagscurrent(st)) return;
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
     const double dz = st.dz, zmin = st.zmin;
-    const BedView zb(st.zb);
+    const ConstView2<double> zb = st.zb.cview();
     const Flags fu = st.iflagu.view();
     const Flags fv = st.iflagv.view();
     const Flags fw = st.iflagw.view();
@@ -216,7 +206,7 @@ void flagmove(Storage& st) {
     const View3<double> uo = st.uo.view();
     const View3<double> vo = st.vo.view();
     const View3<double> wo = st.wo.view();
-    const Storage& state = st; // the search reads the current fields and writes only its value
+    const BedView state(st); // the search reads the current fields and writes only its value
     // A search that finds no foot stops the run after the loop, u before v before w.
     std::atomic<bool> failed[3] = {false, false, false};
     loops::forbox(

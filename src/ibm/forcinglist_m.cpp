@@ -92,7 +92,7 @@ IdwBlock idwblock(const Flags& flag, const Grid& g, Point3 r) {
     return b;
 }
 
-void maketrilinear(const Storage& st, const Foot& f, TrilinearPoint& e) {
+void maketrilinear(const BedView& st, const Foot& f, TrilinearPoint& e) {
     const double z0 = roughnesslength(st.ks);
     const TrilinearGeometry g = trilineargeometry(st, f.p, f.foot, z0);
     e.e = g.e;
@@ -105,7 +105,7 @@ void maketrilinear(const Storage& st, const Foot& f, TrilinearPoint& e) {
     e.sw = g.sw;
 }
 
-void makeidw(const Storage& st, const Foot& f, IdwPoint& e) {
+void makeidw(const BedView& st, const Foot& f, IdwPoint& e) {
     const double z0 = roughnesslength(st.ks);
     const Point3 n = f.p - f.foot;
     e.dp = norm(n);
@@ -116,12 +116,12 @@ void makeidw(const Storage& st, const Foot& f, IdwPoint& e) {
     e.d = norm(e.r - f.p) + e.dp;
     e.lndp = std::log(e.dp / z0);
     e.lnd = std::log(e.d / z0);
-    e.block[0] = idwblock(st.iflagu.cview(), ugrid(st), e.r);
-    e.block[1] = idwblock(st.iflagv.cview(), vgrid(st), e.r);
-    e.block[2] = idwblock(st.iflagw.cview(), wgrid(st), e.r);
+    e.block[0] = idwblock(st.iflagu, ugrid(st), e.r);
+    e.block[1] = idwblock(st.iflagv, vgrid(st), e.r);
+    e.block[2] = idwblock(st.iflagw, wgrid(st), e.r);
 }
 
-void makeeddy(const Storage& st, const Foot& f, EddyPoint& e) {
+void makeeddy(const BedView& st, const Foot& f, EddyPoint& e) {
     const bool tri = st.iIBM == 0;
     const EddyImage im = tri ? eddytriimage(st, f.p, f.foot) : eddyidwimage(f.p, f.foot);
     const Point3 n = f.p - f.foot;
@@ -133,7 +133,7 @@ void makeeddy(const Storage& st, const Foot& f, EddyPoint& e) {
     e.den = im.den;
     e.s = im.s;
     e.r = im.r;
-    if (!tri) e.block = idwblock(st.iflagp.cview(), cgrid(st), im.r);
+    if (!tri) e.block = idwblock(st.iflagp, cgrid(st), im.r);
 }
 
 template <class Entry> std::vector<Entry>& entriesof(PointList& list);
@@ -176,7 +176,7 @@ void build(Storage& st, Site site, PointList& list, const ListKey& key, Make mak
             }
     entries.shrink_to_fit();
     // The searches take very different times: handed out as threads come free.
-    const Storage& cst = st;
+    const BedView cst(st); // what the searches read, made once
     const std::vector<Found> found = loops::collectpoints(
         static_cast<long long>(entries.size()), Found{},
         [&](Found& acc, long long n) {

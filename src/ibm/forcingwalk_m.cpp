@@ -184,11 +184,10 @@ struct Flow {
     Flags fu, fv, fw, fp;
     Grid gu, gv, gw, gc;
     double visc;
-    explicit Flow(const Storage& st)
-        : u(st.u.cview()), v(st.v.cview()), w(st.w.cview()), nut(st.nut.cview()),
-          fu(st.iflagu.cview()), fv(st.iflagv.cview()), fw(st.iflagw.cview()),
-          fp(st.iflagp.cview()), gu(ugrid(st)), gv(vgrid(st)), gw(wgrid(st)), gc(cgrid(st)),
-          visc(st.visc) {}
+    explicit Flow(const BedView& st)
+        : u(st.u), v(st.v), w(st.w), nut(st.nut), fu(st.iflagu), fv(st.iflagv), fw(st.iflagw),
+          fp(st.iflagp), gu(ugrid(st)), gv(vgrid(st)), gw(wgrid(st)), gc(cgrid(st)), visc(st.visc) {
+    }
 };
 
 // The velocity at the image point of an entry: the three blocks summed side by side.
@@ -218,7 +217,7 @@ inline Point3 idwvelocityat(const Flow& fl, const IdwPoint& e) {
 
 // Variant 3 where the three-layer law has no solution at R: R moves out and the law is tried
 // again, as the point-by-point routine goes on from there.
-inline double fartherout(const Storage& st, const IdwPoint& e, Component c) {
+inline double fartherout(const BedView& st, const IdwPoint& e, Component c) {
     const double step = step_idw * st.dy;
     double value = 0.0;
     idwimage(st, sitepoint(st, static_cast<Site>(c), e.i, e.j, e.k), e.dp, e.e, e.r + step * e.e, c,
@@ -232,7 +231,7 @@ inline double fartherout(const Storage& st, const IdwPoint& e, Component c) {
 // velocity laws are solved side by side: the image velocity and its tangential part for each
 // entry, the laws of the group, the values. A thread goes on without waiting for the others.
 template <bool Law = false, class Entry, class Image>
-void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<double>& q,
+void walkgroups(const BedView& st, const std::vector<Entry>& list, const View3<double>& q,
                 Component c, Image image, LawOut out = {nullptr, nullptr}) {
     constexpr int group = maxsolves;
     const bool smooth = st.ibed == 0, trilinearlaw = st.iIBM == 0;
@@ -308,12 +307,13 @@ void walkgroups(const Storage& st, const std::vector<Entry>& list, const View3<d
 template <bool Law = false>
 void walkvelocity(Storage& st, int grid, LawOut out = {nullptr, nullptr}) {
     const PointList& list = st.forcing.velocity[static_cast<std::size_t>(grid)];
-    const Flow fl(st);
+    const BedView bed(st);
+    const Flow fl(bed);
     const auto c = static_cast<Component>(grid);
     const View3<double> q = grid == 0 ? st.u.view() : grid == 1 ? st.v.view() : st.w.view();
     if (st.iIBM == 0) {
         walkgroups<Law>(
-            st, list.trilinear, q, c,
+            bed, list.trilinear, q, c,
             [&fl](const TrilinearPoint& e, Tangential& t) {
                 const Point3 v{trilinear(fl.u, e.su), trilinear(fl.v, e.sv), trilinear(fl.w, e.sw)};
                 t = tangential(v, e.e);
@@ -322,7 +322,7 @@ void walkvelocity(Storage& st, int grid, LawOut out = {nullptr, nullptr}) {
             out);
     } else {
         walkgroups<Law>(
-            st, list.idw, q, c,
+            bed, list.idw, q, c,
             [&fl](const IdwPoint& e, Tangential& t) {
                 if (e.zero) return false; // within z0 of the bed: 0
                 t = tangential(idwvelocityat(fl, e), e.e);
@@ -336,7 +336,7 @@ void walkvelocity(Storage& st, int grid, LawOut out = {nullptr, nullptr}) {
 // side.
 void walkeddy(Storage& st) {
     const PointList& list = st.forcing.eddy;
-    const Flow fl(st);
+    const Flow fl{BedView(st)};
     const View3<double> nut = st.nut.view();
     const EddyPoint* entries = list.eddy.data();
     const int size = static_cast<int>(list.eddy.size());

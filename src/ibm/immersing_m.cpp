@@ -44,7 +44,8 @@ void immersing(Storage& st) {
     }
     const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
     const auto u = st.u.view(), v = st.v.view(), w = st.w.view();
-    const Storage* cst = &st; // the point routines read the shared state only
+    const BedView bed(st); // what the point routines read, made once
+    const BedView* cst = &bed;
     // k dealt out one layer at a time: the forcing points gather in the few layers just above the
     // bed, and contiguous blocks of k would give nearly all of them to the first thread.
     constexpr loops::Share turns = loops::Share::turns;
@@ -63,7 +64,8 @@ void immersingnut(Storage& st) {
         return;
     }
     const auto nut = st.nut.view();
-    const Storage* cst = &st;
+    const BedView bed(st);
+    const BedView* cst = &bed;
     searchbox({{1, st.imax}, {1, st.jmax}, {1, st.kmax}}, st.iflagp.cview(), Site::centre,
               loops::Share::blocks,
               [=](int i, int j, int k) { return searchnut(*cst, i, j, k, nut(i, j, k)); });

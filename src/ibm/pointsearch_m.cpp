@@ -160,7 +160,7 @@ inline void tryverticaly(Best& b, Point3 p, double yf, double zf) {
 
 // Foot of a point at the cell-centre column (i, j) (w faces and cell centres): four patches,
 // four edges, the vertical point.
-inline Best searchcolumn(Warnings wn, const Storage& st, int i, int j, Point3 p) {
+inline Best searchcolumn(Warnings wn, const BedView& st, int i, int j, Point3 p) {
     const double dx = st.dx, dy = st.dy;
     const auto& zb = st.zb;
     Best b{st.zmax - st.zmin, {}, false};
@@ -181,7 +181,7 @@ inline Best searchcolumn(Warnings wn, const Storage& st, int i, int j, Point3 p)
 }
 
 // u point (x(i), yc(j), zc(k)): the two patches and the edge between centres i and i+1 first.
-Best searchuface(Warnings wn, const Storage& st, int i, int j, Point3 p) {
+Best searchuface(Warnings wn, const BedView& st, int i, int j, Point3 p) {
     const double dx = st.dx, dy = st.dy;
     const auto& zb = st.zb;
     const double xw = p.x - dx / 2.0, xe = p.x + dx / 2.0; // centres i and i+1
@@ -213,7 +213,7 @@ Best searchuface(Warnings wn, const Storage& st, int i, int j, Point3 p) {
 }
 
 // v point (xc(i), y(j), zc(k)): the same with x and y exchanged.
-Best searchvface(Warnings wn, const Storage& st, int i, int j, Point3 p) {
+Best searchvface(Warnings wn, const BedView& st, int i, int j, Point3 p) {
     const double dx = st.dx, dy = st.dy;
     const auto& zb = st.zb;
     const double ys = p.y - dy / 2.0, yn = p.y + dy / 2.0; // centres j and j+1
@@ -252,7 +252,7 @@ PatchFoot patchfoot(double x1, double x2, double y1, double y2, double z11, doub
     return r;
 }
 
-Point3 sitepoint(const Storage& st, Site s, int ib, int jb, int k) {
+Point3 sitepoint(const BedView& st, Site s, int ib, int jb, int k) {
     // A block's points sit where the whole box's of the same index do.
     const int i = ib + st.ioffset(), j = jb + st.joffset();
     switch (s) {
@@ -269,7 +269,7 @@ Point3 sitepoint(const Storage& st, Site s, int ib, int jb, int k) {
     }
 }
 
-Foot searchfoot(const Storage& st, Site s, int i, int j, int k, std::vector<double>* warnings) {
+Foot searchfoot(const BedView& st, Site s, int i, int j, int k, std::vector<double>* warnings) {
     const Warnings wn{warnings};
     const Point3 p = sitepoint(st, s, i, j, k);
     const Best b = s == Site::u   ? searchuface(wn, st, i, j, p)
@@ -289,25 +289,25 @@ void searchfailed(Site s) {
     std::_Exit(EXIT_FAILURE);
 }
 
-bool searchu(const Storage& st, int i, int j, int k, double& value) {
+bool searchu(const BedView& st, int i, int j, int k, double& value) {
     const Foot f = searchfoot(st, Site::u, i, j, k, nullptr);
     if (f.found) wallvelocity(st, f.p, f.foot, Component::x, value);
     return f.found;
 }
 
-bool searchv(const Storage& st, int i, int j, int k, double& value) {
+bool searchv(const BedView& st, int i, int j, int k, double& value) {
     const Foot f = searchfoot(st, Site::v, i, j, k, nullptr);
     if (f.found) wallvelocity(st, f.p, f.foot, Component::y, value);
     return f.found;
 }
 
-bool searchw(const Storage& st, int i, int j, int k, double& value) {
+bool searchw(const BedView& st, int i, int j, int k, double& value) {
     const Foot f = searchfoot(st, Site::w, i, j, k, nullptr);
     if (f.found) wallvelocity(st, f.p, f.foot, Component::z, value);
     return f.found;
 }
 
-bool searchnut(const Storage& st, int i, int j, int k, double& value) {
+bool searchnut(const BedView& st, int i, int j, int k, double& value) {
     const Foot f = searchfoot(st, Site::centre, i, j, k, nullptr);
     if (f.found) walleddy(st, f.p, f.foot, value);
     return f.found;

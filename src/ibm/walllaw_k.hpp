@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "ibm/bedview.hpp"
 #include "ibm/points.hpp"
 #include "ibm/pointsearch_m.hpp"
 #include "ibm/walllaw_m.hpp"
@@ -78,33 +79,34 @@ inline Axis centreaxis(double lo, double h, int n, int shift = 0, Range held = {
 }
 
 // The x (dir 0) or y (dir 1) axis of a block, or of the whole box on one process.
-inline Axis sideaxis(const Storage& st, int dir, bool face) {
+inline Axis sideaxis(const BedView& st, int dir, bool face) {
     const double lo = dir == 0 ? st.xmin : st.ymin, h = dir == 0 ? st.dx : st.dy;
-    if (!st.dec.distributed()) {
+    if (!st.blocks) {
         const int n = dir == 0 ? st.imax : st.jmax;
         return face ? faceaxis(lo, h, n) : centreaxis(lo, h, n);
     }
-    const int n = dir == 0 ? st.dec.imaxg : st.dec.jmaxg, shift = dir == 0 ? st.dec.i0 : st.dec.j0;
-    const Range held = dir == 0 ? st.p.irange() : st.p.jrange();
+    const int n = dir == 0 ? st.iwhole() : st.jwhole(),
+              shift = dir == 0 ? st.ioffset() : st.joffset();
+    const Range held = dir == 0 ? st.heldi : st.heldj;
     return face ? faceaxis(lo, h, n, shift, held) : centreaxis(lo, h, n, shift, held);
 }
 
-inline Grid ugrid(const Storage& st) {
+inline Grid ugrid(const BedView& st) {
     return {sideaxis(st, 0, true), sideaxis(st, 1, false), centreaxis(st.zmin, st.dz, st.kmax)};
 }
-inline Grid vgrid(const Storage& st) {
+inline Grid vgrid(const BedView& st) {
     return {sideaxis(st, 0, false), sideaxis(st, 1, true), centreaxis(st.zmin, st.dz, st.kmax)};
 }
-inline Grid wgrid(const Storage& st) {
+inline Grid wgrid(const BedView& st) {
     return {sideaxis(st, 0, false), sideaxis(st, 1, false), faceaxis(st.zmin, st.dz, st.kmax)};
 }
-inline Grid cgrid(const Storage& st) {
+inline Grid cgrid(const BedView& st) {
     return {sideaxis(st, 0, false), sideaxis(st, 1, false), centreaxis(st.zmin, st.dz, st.kmax)};
 }
 
 // Brings each coordinate of r back inside the box narrowed by `margin` at each end. The box is
 // xmin .. xmin + imax dx (likewise y; the whole box's counts) and zmin .. zmax.
-inline Point3 keepinside(Point3 r, const Storage& st, double margin) {
+inline Point3 keepinside(Point3 r, const BedView& st, double margin) {
     const double xhi = st.xmin + st.iwhole() * st.dx, yhi = st.ymin + st.jwhole() * st.dy;
     r.x = std::min(std::max(r.x, st.xmin + margin), xhi - margin);
     r.y = std::min(std::max(r.y, st.ymin + margin), yhi - margin);
@@ -251,7 +253,7 @@ inline double setprofile(double ustar, double dp, double z0, const Tangential& t
 }
 
 // Unit normal of the bed at the foot f, from the patch of cell centres around f.
-inline Point3 bednormal(const Storage& st, Point3 f) {
+inline Point3 bednormal(const BedView& st, Point3 f) {
     // Truncation as for a non-negative column index; held so the patch stays inside zb. The
     // column is the whole box's; a block holds zb at its own offset (gi, gj).
     const int a = std::clamp(static_cast<int>((f.x - st.xmin) / st.dx + 0.5), 0, st.iwhole());
@@ -276,7 +278,7 @@ struct TrilinearGeometry {
     double d;
 };
 
-inline TrilinearGeometry trilineargeometry(const Storage& st, Point3 p, Point3 f, double z0) {
+inline TrilinearGeometry trilineargeometry(const BedView& st, Point3 p, Point3 f, double z0) {
     Point3 n = p - f;
     double dp = norm(n);
     if (dp <= z0) {
@@ -289,7 +291,7 @@ inline TrilinearGeometry trilineargeometry(const Storage& st, Point3 p, Point3 f
     // R is brought inside the box once; the outward steps after it are not clamped again.
     Point3 r = keepinside(p + n, st, clamp_margin);
     const Grid gu = ugrid(st), gv = vgrid(st), gw = wgrid(st);
-    const auto fu = st.iflagu.cview(), fv = st.iflagv.cview(), fw = st.iflagw.cview();
+    const auto fu = st.iflagu, fv = st.iflagv, fw = st.iflagw;
     const double step = step_trilinear * st.dy; // dy in all three components, deliberately
     Stencil su = enclosing(gu, r), sv = enclosing(gv, r), sw = enclosing(gw, r);
     while (fluid8(fu, su) * fluid8(fv, sv) * fluid8(fw, sw) == 0) {
@@ -302,22 +304,20 @@ inline TrilinearGeometry trilineargeometry(const Storage& st, Point3 p, Point3 f
 }
 
 // The velocity at the image point, split along the bed.
-inline Tangential trilineartangential(const Storage& st, const TrilinearGeometry& g) {
-    const Point3 v{trilinear(st.u.cview(), g.su), trilinear(st.v.cview(), g.sv),
-                   trilinear(st.w.cview(), g.sw)};
+inline Tangential trilineartangential(const BedView& st, const TrilinearGeometry& g) {
+    const Point3 v{trilinear(st.u, g.su), trilinear(st.v, g.sv), trilinear(st.w, g.sw)};
     return tangential(v, g.e);
 }
 
-inline Point3 idwvelocity(const Storage& st, Point3 r) {
-    return {idw(st.u.cview(), st.iflagu.cview(), ugrid(st), r),
-            idw(st.v.cview(), st.iflagv.cview(), vgrid(st), r),
-            idw(st.w.cview(), st.iflagw.cview(), wgrid(st), r)};
+inline Point3 idwvelocity(const BedView& st, Point3 r) {
+    return {idw(st.u, st.iflagu, ugrid(st), r), idw(st.v, st.iflagv, vgrid(st), r),
+            idw(st.w, st.iflagw, wgrid(st), r)};
 }
 
 // Variants 3 and 4 from the image point r on (walllaw_m.cpp): the image velocity, u* from the law
 // of the variant and the value at P; where the three-layer law cannot be solved, R moves out by
 // dy/4 along e and the law is tried again.
-double idwimage(const Storage& st, Point3 p, double dp, Point3 e, Point3 r, Component c,
+double idwimage(const BedView& st, Point3 p, double dp, Point3 e, Point3 r, Component c,
                 double& value, bool smooth);
 
 // The image point of a forcing cell centre P for the eddy viscosity, nut(P) = nut(R) dP/den with
@@ -331,14 +331,14 @@ struct EddyImage {
 
 // Variant A: R = P + n brought inside the box, then stepped out by dy/8 until its stencil holds
 // only fluid cells.
-inline EddyImage eddytriimage(const Storage& st, Point3 p, Point3 f) {
+inline EddyImage eddytriimage(const BedView& st, Point3 p, Point3 f) {
     const Point3 n = p - f;
     const double dp = norm(n);
     if (dp < eddy_min_dp) return {true, dp, 0.0, {}, {}};
     const Point3 e = divide(n, dp);
     Point3 r = keepinside(p + n, st, eddy_margin);
     const Grid g = cgrid(st);
-    const auto flag = st.iflagp.cview();
+    const auto flag = st.iflagp;
     const double step = step_trilinear * st.dy;
     Stencil s = enclosing(g, r);
     while (fluid8(flag, s) == 0) {

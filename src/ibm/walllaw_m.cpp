@@ -10,7 +10,7 @@ namespace riffle::ibm {
 namespace {
 
 // Variants 3 and 4 (smooth selects the three-layer law of variant 3).
-double idwvariant(const Storage& st, Point3 p, Point3 f, Component c, double& value, bool smooth) {
+double idwvariant(const BedView& st, Point3 p, Point3 f, Component c, double& value, bool smooth) {
     const double z0 = roughnesslength(st.ks);
     const Point3 n = p - f;
     const double dp = norm(n);
@@ -68,7 +68,7 @@ inline double layerpass(double us, double ut, double d, double visc, bool newton
 
 } // namespace
 
-double idwimage(const Storage& st, Point3 p, double dp, Point3 e, Point3 r, Component c,
+double idwimage(const BedView& st, Point3 p, double dp, Point3 e, Point3 r, Component c,
                 double& value, bool smooth) {
     const double z0 = roughnesslength(st.ks);
     const double step = step_idw * st.dy;
@@ -198,7 +198,7 @@ void threelayerustars(int count, const double* start, const double* ut, const do
         ustar[n] = us[n];
 }
 
-double walltrismooth(const Storage& st, Point3 p, Point3 f, Component c, double& value) {
+double walltrismooth(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
     const double z0 = roughnesslength(st.ks);
     const TrilinearGeometry g = trilineargeometry(st, p, f, z0);
     const Tangential t = trilineartangential(st, g);
@@ -212,7 +212,7 @@ double walltrismooth(const Storage& st, Point3 p, Point3 f, Component c, double&
     return setprofile(ustar, g.dp, z0, t, c, value);
 }
 
-double walltrirough(const Storage& st, Point3 p, Point3 f, Component c, double& value) {
+double walltrirough(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
     const double z0 = roughnesslength(st.ks);
     const TrilinearGeometry g = trilineargeometry(st, p, f, z0);
     const Tangential t = trilineartangential(st, g);
@@ -223,40 +223,40 @@ double walltrirough(const Storage& st, Point3 p, Point3 f, Component c, double& 
     return setprofile(roughustar(t.ut, g.d, z0), g.dp, z0, t, c, value);
 }
 
-double wallidwsmooth(const Storage& st, Point3 p, Point3 f, Component c, double& value) {
+double wallidwsmooth(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
     return idwvariant(st, p, f, c, value, true);
 }
 
-double wallidwrough(const Storage& st, Point3 p, Point3 f, Component c, double& value) {
+double wallidwrough(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
     return idwvariant(st, p, f, c, value, false);
 }
 
-double wallvelocity(const Storage& st, Point3 p, Point3 f, Component c, double& value) {
+double wallvelocity(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
     if (st.iIBM == 0) {
         return st.ibed == 0 ? walltrismooth(st, p, f, c, value) : walltrirough(st, p, f, c, value);
     }
     return st.ibed == 0 ? wallidwsmooth(st, p, f, c, value) : wallidwrough(st, p, f, c, value);
 }
 
-void eddytri(const Storage& st, Point3 p, Point3 f, double& value) {
+void eddytri(const BedView& st, Point3 p, Point3 f, double& value) {
     const EddyImage im = eddytriimage(st, p, f);
     if (im.zero) {
         value = 0.0;
         return;
     }
-    value = trilinear(st.nut.cview(), im.s) * im.dp / im.den;
+    value = trilinear(st.nut, im.s) * im.dp / im.den;
 }
 
-void eddyidw(const Storage& st, Point3 p, Point3 f, double& value) {
+void eddyidw(const BedView& st, Point3 p, Point3 f, double& value) {
     const EddyImage im = eddyidwimage(p, f);
     if (im.zero) {
         value = 0.0;
         return;
     }
-    value = idw(st.nut.cview(), st.iflagp.cview(), cgrid(st), im.r) * im.dp / im.den;
+    value = idw(st.nut, st.iflagp, cgrid(st), im.r) * im.dp / im.den;
 }
 
-void walleddy(const Storage& st, Point3 p, Point3 f, double& value) {
+void walleddy(const BedView& st, Point3 p, Point3 f, double& value) {
     if (st.iIBM == 0) {
         eddytri(st, p, f, value);
     } else {

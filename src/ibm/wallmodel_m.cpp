@@ -147,7 +147,7 @@ void forcewall(Storage& st, int layers) {
     const View3<double> nut = st.nut.view();
     const View3<double> shear = st.bedshear.view();
     const double visc = st.visc, dz = st.dz, zmin = st.zmin, zmax = st.zmax;
-    const Field2d& zb = st.zb;
+    const ConstView2<double> zb = st.zb.cview();
     const int kmax = st.kmax;
     const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
     loops::forgroups(static_cast<int>(fl.eddy.eddy.size()), 1, [&](int m, int) {

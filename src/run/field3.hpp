@@ -136,6 +136,19 @@ private:
 };
 
 // Owning 2-D array (i fastest) for the bed and other plane arrays.
+// A read-only view of a plane of values over (i, j).
+template <class T> class ConstView2 {
+public:
+    ConstView2() = default;
+    explicit ConstView2(ConstView3<T> plane) : plane_(plane) {}
+    [[nodiscard]] const T& operator()(int i, int j) const { return plane_(i, j, 0); }
+    [[nodiscard]] Range irange() const { return plane_.irange(); }
+    [[nodiscard]] Range jrange() const { return plane_.jrange(); }
+
+private:
+    ConstView3<T> plane_;
+};
+
 template <class T> class Field2 {
 public:
     Field2() = default;
@@ -150,6 +163,7 @@ public:
     [[nodiscard]] std::size_t size() const { return plane_.size(); }
     [[nodiscard]] Range irange() const { return plane_.irange(); }
     [[nodiscard]] Range jrange() const { return plane_.jrange(); }
+    [[nodiscard]] ConstView2<T> cview() const { return ConstView2<T>(plane_.cview()); }
 
 private:
     Field3<T> plane_;

@@ -118,7 +118,7 @@ TEST(Flagmove, NewlyEmergedForcingPointsTakeTheSearchedVelocity) {
     st.iflaguo(3, 2, 2) = solid;
     st.iflaguo(4, 3, 2) = fluid;
     double u = 7.0;
-    EXPECT_TRUE(searchu(st, 3, 2, 2, u));
+    EXPECT_TRUE(searchu(BedView(st), 3, 2, 2, u));
     flagmove(st);
     EXPECT_EQ(st.uo(3, 2, 2), u);
     EXPECT_TRUE(u > 0.0 && u < 1.0) << u;

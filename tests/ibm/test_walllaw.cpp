@@ -75,14 +75,15 @@ TEST(WallLaw, NoTangentialFlowOrNoRoomToTheBedGivesZero) {
         up.ibed = along.ibed = variant % 2;
         double value = 99.0, nut = 99.0;
         for (Component c : {Component::x, Component::y, Component::z}) {
-            EXPECT_EQ(wallvelocity(up, {1.3, 0.9, 0.15}, f, c, value), 0.0) << variant;
+            EXPECT_EQ(wallvelocity(BedView(up), {1.3, 0.9, 0.15}, f, c, value), 0.0) << variant;
             EXPECT_EQ(value, 0.0) << variant;
         }
-        wallvelocity(along, {f.x, f.y, f.z + 0.9 * roughnesslength(1.0)}, f, Component::x, value);
+        wallvelocity(BedView(along), {f.x, f.y, f.z + 0.9 * roughnesslength(1.0)}, f, Component::x,
+                     value);
         EXPECT_TRUE(along.iIBM == 0 || value == 0.0) << variant;
-        walleddy(along, {f.x, f.y, f.z + 5e-7}, f, nut);
+        walleddy(BedView(along), {f.x, f.y, f.z + 5e-7}, f, nut);
         EXPECT_EQ(nut, 0.0);
-        walleddy(along, {f.x, f.y, f.z + 1e-5}, f, nut);
+        walleddy(BedView(along), {f.x, f.y, f.z + 1e-5}, f, nut);
         EXPECT_NEAR(nut, 0.5, 1e-12);
     }
 }
@@ -99,8 +100,8 @@ TEST(WallLaw, PointWithinRoughnessLengthMovesOutAlongTheNormal) {
     for (int ibed : {0, 1}) {
         st.ibed = ibed;
         double within = 99.0, along = -99.0;
-        wallvelocity(st, {g.x, g.y, g.z + 0.4 * z0}, g, Component::x, within);
-        wallvelocity(st, {g.x - 0.3 * s, g.y + 0.2 * s, g.z + s}, g, Component::x, along);
+        wallvelocity(BedView(st), {g.x, g.y, g.z + 0.4 * z0}, g, Component::x, within);
+        wallvelocity(BedView(st), {g.x - 0.3 * s, g.y + 0.2 * s, g.z + s}, g, Component::x, along);
         EXPECT_LT(relerr(within, along), 1e-9) << "ibed " << ibed;
         EXPECT_GT(within, 0.0);
     }
@@ -151,7 +152,7 @@ TEST(WallLaw, InverseDistanceImageVelocity) {
                              {3, 3, 1, 70.0, false},
                              {7, 3, 3, 90.0, false}},
                             {1.5, 1.0, 0.32});
-    EXPECT_TRUE(searchu(st, 3, 3, 2, u));
+    EXPECT_TRUE(searchu(BedView(st), 3, 3, 2, u));
     EXPECT_LT(relerr(u, mean * logratio(0.17, 0.34, z0)), 1e-12);
 
     // Bed z = c + x/2 under u(3,2,5) = (1.5, 0.6, 0.45), 0.375 above it: the image point is
@@ -170,7 +171,7 @@ TEST(WallLaw, InverseDistanceImageVelocity) {
                      {px - s * shift, 0.6, pz + shift});
     // V = (q, 0, 0) at R; its part along the bed keeps (1 - ex^2) = 1/(1 + s^2) of q in x.
     const double dp = h / std::sqrt(1.0 + s * s);
-    EXPECT_TRUE(searchu(st, 3, 2, 5, u));
+    EXPECT_TRUE(searchu(BedView(st), 3, 2, 5, u));
     EXPECT_LT(relerr(u, mean / (1.0 + s * s) * logratio(dp, 2.0 * dp, z0)), 1e-9);
 }
 
@@ -184,7 +185,7 @@ TEST(WallLaw, EddyViscosityStepsOutPastForcingCellsToTheLinearProfile) {
                           [](double, double, double z) { return z < 0.2 ? 0 : 1; });
     for (int k = 1; k <= 2; ++k) {
         double nut = 99.0;
-        EXPECT_TRUE(searchnut(st, 3, 3, k, nut));
+        EXPECT_TRUE(searchnut(BedView(st), 3, 3, k, nut));
         EXPECT_LT(relerr(nut, 3.0 * ((k - 0.5) * st.dz - 0.01)), 1e-12) << "k " << k;
     }
 }

@@ -46,10 +46,11 @@ inline double logratio(double dp, double d, double z0) {
 // The value that the search and the wall law give point (i, j, k) of grid 0 u, 1 v, 2 w, 3 nut;
 // a failed search stops as a loop of the solver stops after it.
 inline double searched(const Storage& st, int grid, int i, int j, int k) {
-    bool (*const search[4])(const Storage&, int, int, int,
+    bool (*const search[4])(const ibm::BedView&, int, int, int,
                             double&) = {ibm::searchu, ibm::searchv, ibm::searchw, ibm::searchnut};
     double value = 99.0;
-    if (!search[grid](st, i, j, k, value)) ibm::searchfailed(static_cast<ibm::Site>(grid));
+    if (!search[grid](ibm::BedView(st), i, j, k, value))
+        ibm::searchfailed(static_cast<ibm::Site>(grid));
     return value;
 }
 
