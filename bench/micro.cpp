@@ -62,7 +62,7 @@ BENCHMARK(xvelocity)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 void smagorinsky(benchmark::State& state) {
     Storage st = disturbedbox(static_cast<int>(state.range(0)));
     for (auto _ : state)
-        riffle::flow::smagorinsky(st);
+        riffle::flow::smagorinsky(st.geometry(), st.conditions(), st.flow(), st.bed());
     percell(state, st);
 }
 BENCHMARK(smagorinsky)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);

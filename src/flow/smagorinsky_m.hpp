@@ -11,6 +11,7 @@
 
 namespace riffle::flow {
 
-void smagorinsky(Storage& st);
+void smagorinsky(const Geometry& grid, const Conditions& cond, FlowFields& flow,
+                 BedState& bedstate);
 
 } // namespace riffle::flow

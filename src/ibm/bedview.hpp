@@ -11,6 +11,19 @@
 
 namespace riffle::ibm {
 
+// The parts of the storage that the bed's routines read and write: the grid with the bed, the
+// conditions (the wall law's settings, the boundary codes), the flow, and the bed's state.
+struct BedParts {
+    const Geometry& grid;
+    const Conditions& cond;
+    FlowFields& flow;
+    BedState& bed;
+    BedParts(const Geometry& g, const Conditions& c, FlowFields& f, BedState& b)
+        : grid(g), cond(c), flow(f), bed(b) {}
+    // Implicit: a run's storage holds all four.
+    BedParts(Storage& st) : grid(st), cond(st), flow(st), bed(st) {}
+};
+
 struct BedView {
     int imax = 0, jmax = 0, kmax = 0;
     double dx = 0.0, dy = 0.0, dz = 0.0;
@@ -33,15 +46,16 @@ struct BedView {
     [[nodiscard]] int jwhole() const { return jw; }
 
     BedView() = default;
-    // The storage's own bed and flow.
-    explicit BedView(const Storage& st)
-        : imax(st.imax), jmax(st.jmax), kmax(st.kmax), dx(st.dx), dy(st.dy), dz(st.dz),
-          xmin(st.xmin), ymin(st.ymin), zmin(st.zmin), zmax(st.zmax), i0(st.ioffset()),
-          j0(st.joffset()), iw(st.iwhole()), jw(st.jwhole()), blocks(st.dec.distributed()),
-          heldi(st.p.irange()), heldj(st.p.jrange()), zb(st.zb.cview()), ks(st.ks), visc(st.visc),
-          iIBM(st.iIBM), ibed(st.ibed), u(st.u.cview()), v(st.v.cview()), w(st.w.cview()),
-          nut(st.nut.cview()), iflagu(st.iflagu.cview()), iflagv(st.iflagv.cview()),
-          iflagw(st.iflagw.cview()), iflagp(st.iflagp.cview()) {}
+    BedView(const Geometry& g, const Conditions& c, const FlowFields& f, const BedState& b)
+        : imax(g.imax), jmax(g.jmax), kmax(g.kmax), dx(g.dx), dy(g.dy), dz(g.dz), xmin(g.xmin),
+          ymin(g.ymin), zmin(g.zmin), zmax(g.zmax), i0(g.ioffset()), j0(g.joffset()),
+          iw(g.iwhole()), jw(g.jwhole()), blocks(g.dec.distributed()), heldi(f.p.irange()),
+          heldj(f.p.jrange()), zb(g.zb.cview()), ks(c.ks), visc(c.visc), iIBM(c.iIBM), ibed(c.ibed),
+          u(f.u.cview()), v(f.v.cview()), w(f.w.cview()), nut(f.nut.cview()),
+          iflagu(b.iflagu.cview()), iflagv(b.iflagv.cview()), iflagw(b.iflagw.cview()),
+          iflagp(b.iflagp.cview()) {}
+    explicit BedView(const BedParts& p) : BedView(p.grid, p.cond, p.flow, p.bed) {}
+    explicit BedView(const Storage& st) : BedView(st, st, st, st) {}
 };
 
 } // namespace riffle::ibm

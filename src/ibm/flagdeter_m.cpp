@@ -107,18 +107,19 @@ void markforcing(const Flags& f, Range ri, Range rj, Range rk) {
 
 } // namespace
 
-void flagdeter(Storage& st) {
+void flagdeter(const BedParts& parts) {
     // The flags are a function of the bed, the codes and the vertical grid alone; while those
     // are the ones the flags in use were made from, nothing would change.
-    if (flagscurrent(st)) return;
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const double dz = st.dz, zmin = st.zmin;
-    const ConstView2<double> zb = st.zb.cview();
-    const Flags fu = st.iflagu.view();
-    const Flags fv = st.iflagv.view();
-    const Flags fw = st.iflagw.view();
-    const Flags fp = st.iflagp.view();
-    const std::array<int, 7> cu = st.ibu, cv = st.ibv, cw = st.ibw, cp = st.ibp;
+    if (flagscurrent(parts)) return;
+    const int imax = parts.grid.imax, jmax = parts.grid.jmax, kmax = parts.grid.kmax;
+    const double dz = parts.grid.dz, zmin = parts.grid.zmin;
+    const ConstView2<double> zb = parts.grid.zb.cview();
+    const Flags fu = parts.bed.iflagu.view();
+    const Flags fv = parts.bed.iflagv.view();
+    const Flags fw = parts.bed.iflagw.view();
+    const Flags fp = parts.bed.iflagp.view();
+    const std::array<int, 7> cu = parts.cond.ibu, cv = parts.cond.ibv, cw = parts.cond.ibw,
+                             cp = parts.cond.ibp;
 
     const Range iall{0, imax + 1}, jall{0, jmax + 1}, kall{0, kmax + 1};
     // Heights of cell centres and of the w faces on top of them.
@@ -144,8 +145,8 @@ void flagdeter(Storage& st) {
     for (std::array<Fill, 3>* fills : {&ufills, &vfills, &wfills, &pfills}) {
         for (Fill& g : *fills) {
             if (g.dir == 2) continue;
-            g.low = st.dec.appliesface(2 * g.dir + 1, g.clow);
-            g.high = st.dec.appliesface(2 * g.dir + 2, g.chigh);
+            g.low = parts.grid.dec.appliesface(2 * g.dir + 1, g.clow);
+            g.high = parts.grid.dec.appliesface(2 * g.dir + 2, g.chigh);
         }
     }
 
@@ -154,8 +155,8 @@ void flagdeter(Storage& st) {
     const int uplus = ufills[0].high ? 0 : 1, vplus = vfills[0].high ? 0 : 1;
     // Across a periodic face that wraps to another block, that layer is the box's first, whose
     // bed lies at the far end of the (whole-box) bed.
-    const int uwrap = uplus == 1 && st.dec.ownsface(east) ? st.dec.imaxg : 0;
-    const int vwrap = vplus == 1 && st.dec.ownsface(north) ? st.dec.jmaxg : 0;
+    const int uwrap = uplus == 1 && parts.grid.dec.ownsface(east) ? parts.grid.dec.imaxg : 0;
+    const int vwrap = vplus == 1 && parts.grid.dec.ownsface(north) ? parts.grid.dec.jmaxg : 0;
 
     {
         // u points: x faces at cell-centre height, bed midway between the columns i and i+1.
@@ -193,20 +194,20 @@ void flagdeter(Storage& st) {
         markforcing(fp, Range{1, imax}, Range{1, jmax}, Range{1, kmax});
         fillghosts(fp, pfills);
     }
-    for (Field3i* f : {&st.iflagu, &st.iflagv, &st.iflagw, &st.iflagp})
-        exchange(st.dec, *f, imax, jmax);
-    if (st.forcing.enabled) noteclassification(st);
+    for (Field3i* f : {&parts.bed.iflagu, &parts.bed.iflagv, &parts.bed.iflagw, &parts.bed.iflagp})
+        exchange(parts.grid.dec, *f, imax, jmax);
+    if (parts.bed.forcing.enabled) noteclassification(parts);
 }
 
-void flagmove(Storage& st) {
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const ConstView3<std::int32_t> fu = st.iflagu.cview(), fuo = st.iflaguo.cview();
-    const ConstView3<std::int32_t> fv = st.iflagv.cview(), fvo = st.iflagvo.cview();
-    const ConstView3<std::int32_t> fw = st.iflagw.cview(), fwo = st.iflagwo.cview();
-    const View3<double> uo = st.uo.view();
-    const View3<double> vo = st.vo.view();
-    const View3<double> wo = st.wo.view();
-    const BedView state(st); // the search reads the current fields and writes only its value
+void flagmove(const BedParts& parts) {
+    const int imax = parts.grid.imax, jmax = parts.grid.jmax, kmax = parts.grid.kmax;
+    const ConstView3<std::int32_t> fu = parts.bed.iflagu.cview(), fuo = parts.bed.iflaguo.cview();
+    const ConstView3<std::int32_t> fv = parts.bed.iflagv.cview(), fvo = parts.bed.iflagvo.cview();
+    const ConstView3<std::int32_t> fw = parts.bed.iflagw.cview(), fwo = parts.bed.iflagwo.cview();
+    const View3<double> uo = parts.flow.uo.view();
+    const View3<double> vo = parts.flow.vo.view();
+    const View3<double> wo = parts.flow.wo.view();
+    const BedView state(parts); // the search reads the current fields and writes only its value
     // A search that finds no foot stops the run after the loop, u before v before w.
     std::atomic<bool> failed[3] = {false, false, false};
     loops::forbox(

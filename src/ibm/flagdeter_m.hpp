@@ -28,6 +28,7 @@
 
 #include <cstdint>
 
+#include "ibm/bedview.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle::ibm {
@@ -37,9 +38,9 @@ inline constexpr std::int32_t forcing = 0;
 inline constexpr std::int32_t fluid = 1;
 
 // Rewrites iflagu, iflagv, iflagw, iflagp from the current bed zb.
-void flagdeter(Storage& st);
+void flagdeter(const BedParts& parts);
 
 // Gives newly emerged forcing points (old flag -1, new flag 0) a previous-level velocity.
-void flagmove(Storage& st);
+void flagmove(const BedParts& parts);
 
 } // namespace riffle::ibm

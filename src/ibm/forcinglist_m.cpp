@@ -27,30 +27,31 @@ namespace {
 
 using Flags = ConstView3<std::int32_t>;
 
-ListKey keyof(const Storage& st) {
+ListKey keyof(const BedParts& parts) {
     ListKey k;
-    k.classification = st.forcing.classification;
-    k.imax = st.imax;
-    k.jmax = st.jmax;
-    k.kmax = st.kmax;
-    k.iIBM = st.iIBM;
-    k.ibed = st.ibed;
-    k.dx = st.dx;
-    k.dy = st.dy;
-    k.dz = st.dz;
-    k.xmin = st.xmin;
-    k.ymin = st.ymin;
-    k.zmin = st.zmin;
-    k.zmax = st.zmax;
-    k.ks = st.ks;
+    k.classification = parts.bed.forcing.classification;
+    k.imax = parts.grid.imax;
+    k.jmax = parts.grid.jmax;
+    k.kmax = parts.grid.kmax;
+    k.iIBM = parts.cond.iIBM;
+    k.ibed = parts.cond.ibed;
+    k.dx = parts.grid.dx;
+    k.dy = parts.grid.dy;
+    k.dz = parts.grid.dz;
+    k.xmin = parts.grid.xmin;
+    k.ymin = parts.grid.ymin;
+    k.zmin = parts.grid.zmin;
+    k.zmax = parts.grid.zmax;
+    k.ks = parts.cond.ks;
     return k;
 }
 
-bool sameinputs(const Storage& st, const ClassificationInputs& in) {
-    return in.imax == st.imax && in.jmax == st.jmax && in.kmax == st.kmax && in.dz == st.dz &&
-           in.zmin == st.zmin && in.ibu == st.ibu && in.ibv == st.ibv && in.ibw == st.ibw &&
-           in.ibp == st.ibp && in.zb.size() == st.zb.size() &&
-           std::memcmp(in.zb.data(), st.zb.data(), in.zb.size() * sizeof(double)) == 0;
+bool sameinputs(const BedParts& parts, const ClassificationInputs& in) {
+    return in.imax == parts.grid.imax && in.jmax == parts.grid.jmax && in.kmax == parts.grid.kmax &&
+           in.dz == parts.grid.dz && in.zmin == parts.grid.zmin && in.ibu == parts.cond.ibu &&
+           in.ibv == parts.cond.ibv && in.ibw == parts.cond.ibw && in.ibp == parts.cond.ibp &&
+           in.zb.size() == parts.grid.zb.size() &&
+           std::memcmp(in.zb.data(), parts.grid.zb.data(), in.zb.size() * sizeof(double)) == 0;
 }
 
 // ---- building ---------------------------------------------------------------------------------
@@ -92,9 +93,9 @@ IdwBlock idwblock(const Flags& flag, const Grid& g, Point3 r) {
     return b;
 }
 
-void maketrilinear(const BedView& st, const Foot& f, TrilinearPoint& e) {
-    const double z0 = roughnesslength(st.ks);
-    const TrilinearGeometry g = trilineargeometry(st, f.p, f.foot, z0);
+void maketrilinear(const BedView& bed, const Foot& f, TrilinearPoint& e) {
+    const double z0 = roughnesslength(bed.ks);
+    const TrilinearGeometry g = trilineargeometry(bed, f.p, f.foot, z0);
     e.e = g.e;
     e.dp = g.dp;
     e.d = g.d;
@@ -105,8 +106,8 @@ void maketrilinear(const BedView& st, const Foot& f, TrilinearPoint& e) {
     e.sw = g.sw;
 }
 
-void makeidw(const BedView& st, const Foot& f, IdwPoint& e) {
-    const double z0 = roughnesslength(st.ks);
+void makeidw(const BedView& bed, const Foot& f, IdwPoint& e) {
+    const double z0 = roughnesslength(bed.ks);
     const Point3 n = f.p - f.foot;
     e.dp = norm(n);
     e.zero = e.dp <= z0; // no shifting of P in these variants
@@ -116,14 +117,14 @@ void makeidw(const BedView& st, const Foot& f, IdwPoint& e) {
     e.d = norm(e.r - f.p) + e.dp;
     e.lndp = std::log(e.dp / z0);
     e.lnd = std::log(e.d / z0);
-    e.block[0] = idwblock(st.iflagu, ugrid(st), e.r);
-    e.block[1] = idwblock(st.iflagv, vgrid(st), e.r);
-    e.block[2] = idwblock(st.iflagw, wgrid(st), e.r);
+    e.block[0] = idwblock(bed.iflagu, ugrid(bed), e.r);
+    e.block[1] = idwblock(bed.iflagv, vgrid(bed), e.r);
+    e.block[2] = idwblock(bed.iflagw, wgrid(bed), e.r);
 }
 
-void makeeddy(const BedView& st, const Foot& f, EddyPoint& e) {
-    const bool tri = st.iIBM == 0;
-    const EddyImage im = tri ? eddytriimage(st, f.p, f.foot) : eddyidwimage(f.p, f.foot);
+void makeeddy(const BedView& bed, const Foot& f, EddyPoint& e) {
+    const bool tri = bed.iIBM == 0;
+    const EddyImage im = tri ? eddytriimage(bed, f.p, f.foot) : eddyidwimage(f.p, f.foot);
     const Point3 n = f.p - f.foot;
     const double len = norm(n);
     e.ez = len > 0.0 ? n.z / len : 1.0;
@@ -133,7 +134,7 @@ void makeeddy(const BedView& st, const Foot& f, EddyPoint& e) {
     e.den = im.den;
     e.s = im.s;
     e.r = im.r;
-    if (!tri) e.block = idwblock(st.iflagp, cgrid(st), im.r);
+    if (!tri) e.block = idwblock(bed.iflagp, cgrid(bed), im.r);
 }
 
 template <class Entry> std::vector<Entry>& entriesof(PointList& list);
@@ -151,22 +152,22 @@ struct Found {
 
 // Makes `list` again from the flags of its site, with entries of type Entry filled by make.
 template <class Entry, class Make>
-void build(Storage& st, Site site, PointList& list, const ListKey& key, Make make) {
+void build(const BedParts& parts, Site site, PointList& list, const ListKey& key, Make make) {
     std::vector<Entry>& entries = entriesof<Entry>(list);
     list.built = false;
-    st.forcing.wall.built = false; // its faces point into the lists
+    parts.bed.forcing.wall.built = false; // its faces point into the lists
     list.trilinear.clear();
     list.idw.clear();
     list.eddy.clear();
     list.warnings.clear();
-    const Flags flag = site == Site::u   ? st.iflagu.cview()
-                       : site == Site::v ? st.iflagv.cview()
-                       : site == Site::w ? st.iflagw.cview()
-                                         : st.iflagp.cview();
-    const int klast = site == Site::w ? st.kmax - 1 : st.kmax;
+    const Flags flag = site == Site::u   ? parts.bed.iflagu.cview()
+                       : site == Site::v ? parts.bed.iflagv.cview()
+                       : site == Site::w ? parts.bed.iflagw.cview()
+                                         : parts.bed.iflagp.cview();
+    const int klast = site == Site::w ? parts.grid.kmax - 1 : parts.grid.kmax;
     for (int k = 1; k <= klast; ++k)
-        for (int j = 1; j <= st.jmax; ++j)
-            for (int i = 1; i <= st.imax; ++i) {
+        for (int j = 1; j <= parts.grid.jmax; ++j)
+            for (int i = 1; i <= parts.grid.imax; ++i) {
                 if (flag(i, j, k) != forcing) continue;
                 Entry e;
                 e.i = i;
@@ -176,7 +177,7 @@ void build(Storage& st, Site site, PointList& list, const ListKey& key, Make mak
             }
     entries.shrink_to_fit();
     // The searches take very different times: handed out as threads come free.
-    const BedView cst(st); // what the searches read, made once
+    const BedView cst(parts); // what the searches read, made once
     const std::vector<Found> found = loops::collectpoints(
         static_cast<long long>(entries.size()), Found{},
         [&](Found& acc, long long n) {
@@ -213,51 +214,52 @@ void build(Storage& st, Site site, PointList& list, const ListKey& key, Make mak
 
 } // namespace
 
-void uselists(Storage& st) {
-    st.forcing.enabled = true;
-    st.forcing.classified = false;
-    flagdeter(st);
+void uselists(const BedParts& parts) {
+    parts.bed.forcing.enabled = true;
+    parts.bed.forcing.classified = false;
+    flagdeter(parts);
 }
 
-void noteclassification(Storage& st) {
-    ForcingLists& fl = st.forcing;
-    if (fl.classified && sameinputs(st, fl.inputs)) return;
+void noteclassification(const BedParts& parts) {
+    ForcingLists& fl = parts.bed.forcing;
+    if (fl.classified && sameinputs(parts, fl.inputs)) return;
     ClassificationInputs& in = fl.inputs;
-    in.zb.assign(st.zb.data(), st.zb.data() + st.zb.size());
-    in.ibu = st.ibu;
-    in.ibv = st.ibv;
-    in.ibw = st.ibw;
-    in.ibp = st.ibp;
-    in.imax = st.imax;
-    in.jmax = st.jmax;
-    in.kmax = st.kmax;
-    in.dz = st.dz;
-    in.zmin = st.zmin;
+    in.zb.assign(parts.grid.zb.data(), parts.grid.zb.data() + parts.grid.zb.size());
+    in.ibu = parts.cond.ibu;
+    in.ibv = parts.cond.ibv;
+    in.ibw = parts.cond.ibw;
+    in.ibp = parts.cond.ibp;
+    in.imax = parts.grid.imax;
+    in.jmax = parts.grid.jmax;
+    in.kmax = parts.grid.kmax;
+    in.dz = parts.grid.dz;
+    in.zmin = parts.grid.zmin;
     fl.classified = true;
     ++fl.classification;
 }
 
-bool flagscurrent(const Storage& st) {
-    const ForcingLists& fl = st.forcing;
-    return fl.enabled && fl.classified && sameinputs(st, fl.inputs);
+bool flagscurrent(const BedParts& parts) {
+    const ForcingLists& fl = parts.bed.forcing;
+    return fl.enabled && fl.classified && sameinputs(parts, fl.inputs);
 }
 
-void makevelocitylist(Storage& st, int grid) {
-    PointList& list = st.forcing.velocity[static_cast<std::size_t>(grid)];
-    const ListKey key = keyof(st);
+void makevelocitylist(const BedParts& parts, int grid) {
+    PointList& list = parts.bed.forcing.velocity[static_cast<std::size_t>(grid)];
+    const ListKey key = keyof(parts);
     if (list.built && list.key == key) return;
     const auto site = static_cast<Site>(grid);
-    if (st.iIBM == 0) {
-        build<TrilinearPoint>(st, site, list, key, maketrilinear);
+    if (parts.cond.iIBM == 0) {
+        build<TrilinearPoint>(parts, site, list, key, maketrilinear);
     } else {
-        build<IdwPoint>(st, site, list, key, makeidw);
+        build<IdwPoint>(parts, site, list, key, makeidw);
     }
 }
 
-void makeeddylist(Storage& st) {
-    PointList& list = st.forcing.eddy;
-    const ListKey key = keyof(st);
-    if (!(list.built && list.key == key)) build<EddyPoint>(st, Site::centre, list, key, makeeddy);
+void makeeddylist(const BedParts& parts) {
+    PointList& list = parts.bed.forcing.eddy;
+    const ListKey key = keyof(parts);
+    if (!(list.built && list.key == key))
+        build<EddyPoint>(parts, Site::centre, list, key, makeeddy);
 }
 
 void printwarnings(const PointList& list) {

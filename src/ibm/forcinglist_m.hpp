@@ -34,6 +34,8 @@ struct Storage;
 
 namespace riffle::ibm {
 
+struct BedParts; // bedview.hpp
+
 // The inverse-distance block of R on one grid as far as geometry and flags decide it.
 struct IdwBlock {
     std::int32_t i = 0, j = 0, k = 0;   // first corner; the point taken when `near`
@@ -138,22 +140,22 @@ struct ForcingLists {
 
 // Switches the lists on and classifies the points again, so that the flags in use are known to
 // come from the current bed. Called once by the driver before the first step.
-void uselists(Storage& st);
+void uselists(const BedParts& parts);
 
 // Called by the classification after it has rewritten the flags: when its inputs differ from
 // those of the flags in use, every list is made again before its next use.
-void noteclassification(Storage& st);
+void noteclassification(const BedParts& parts);
 
 // True when the lists are in use and the flags were classified from exactly the inputs (bed,
 // boundary codes, vertical grid) that the classification would read now: classifying again would
 // rewrite every flag with the value it already holds.
-[[nodiscard]] bool flagscurrent(const Storage& st);
+[[nodiscard]] bool flagscurrent(const BedParts& parts);
 
 // Makes the list of velocity forcing points of grid `grid` (0 u, 1 v, 2 w), or of the forcing
 // cells, again when it is missing or was made under other flags or settings; a failed search
 // stops the run with its routine's message (after the warnings of the entries before it).
-void makevelocitylist(Storage& st, int grid);
-void makeeddylist(Storage& st);
+void makevelocitylist(const BedParts& parts, int grid);
+void makeeddylist(const BedParts& parts);
 
 // Prints the warnings that the searches of a list met, as each use of the list does.
 void printwarnings(const PointList& list);

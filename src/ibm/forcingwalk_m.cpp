@@ -184,10 +184,10 @@ struct Flow {
     Flags fu, fv, fw, fp;
     Grid gu, gv, gw, gc;
     double visc;
-    explicit Flow(const BedView& st)
-        : u(st.u), v(st.v), w(st.w), nut(st.nut), fu(st.iflagu), fv(st.iflagv), fw(st.iflagw),
-          fp(st.iflagp), gu(ugrid(st)), gv(vgrid(st)), gw(wgrid(st)), gc(cgrid(st)), visc(st.visc) {
-    }
+    explicit Flow(const BedView& bed)
+        : u(bed.u), v(bed.v), w(bed.w), nut(bed.nut), fu(bed.iflagu), fv(bed.iflagv),
+          fw(bed.iflagw), fp(bed.iflagp), gu(ugrid(bed)), gv(vgrid(bed)), gw(wgrid(bed)),
+          gc(cgrid(bed)), visc(bed.visc) {}
 };
 
 // The velocity at the image point of an entry: the three blocks summed side by side.
@@ -217,11 +217,11 @@ inline Point3 idwvelocityat(const Flow& fl, const IdwPoint& e) {
 
 // Variant 3 where the three-layer law has no solution at R: R moves out and the law is tried
 // again, as the point-by-point routine goes on from there.
-inline double fartherout(const BedView& st, const IdwPoint& e, Component c) {
-    const double step = step_idw * st.dy;
+inline double fartherout(const BedView& bed, const IdwPoint& e, Component c) {
+    const double step = step_idw * bed.dy;
     double value = 0.0;
-    idwimage(st, sitepoint(st, static_cast<Site>(c), e.i, e.j, e.k), e.dp, e.e, e.r + step * e.e, c,
-             value, true);
+    idwimage(bed, sitepoint(bed, static_cast<Site>(c), e.i, e.j, e.k), e.dp, e.e, e.r + step * e.e,
+             c, value, true);
     return value;
 }
 
@@ -231,11 +231,11 @@ inline double fartherout(const BedView& st, const IdwPoint& e, Component c) {
 // velocity laws are solved side by side: the image velocity and its tangential part for each
 // entry, the laws of the group, the values. A thread goes on without waiting for the others.
 template <bool Law = false, class Entry, class Image>
-void walkgroups(const BedView& st, const std::vector<Entry>& list, const View3<double>& q,
+void walkgroups(const BedView& bed, const std::vector<Entry>& list, const View3<double>& q,
                 Component c, Image image, LawOut out = {nullptr, nullptr}) {
     constexpr int group = maxsolves;
-    const bool smooth = st.ibed == 0, trilinearlaw = st.iIBM == 0;
-    const double visc = st.visc;
+    const bool smooth = bed.ibed == 0, trilinearlaw = bed.iIBM == 0;
+    const double visc = bed.visc;
     const Entry* entries = list.data();
     loops::forgroups(static_cast<int>(list.size()), group, [&](int m0, int count) {
         Tangential t[group];
@@ -279,8 +279,8 @@ void walkgroups(const BedView& st, const std::vector<Entry>& list, const View3<d
                     // out; its gradient (u*/kappa)/dP gives that u*.
                     if (!converged[l]) {
                         double value1 = 0.0;
-                        us = idwimage(st, sitepoint(st, static_cast<Site>(c), e.i, e.j, e.k), e.dp,
-                                      e.e, e.r + step_idw * st.dy * e.e, c, value1, true) *
+                        us = idwimage(bed, sitepoint(bed, static_cast<Site>(c), e.i, e.j, e.k),
+                                      e.dp, e.e, e.r + step_idw * bed.dy * e.e, c, value1, true) *
                              kappa * e.dp;
                     }
                 }
@@ -294,7 +294,7 @@ void walkgroups(const BedView& st, const std::vector<Entry>& list, const View3<d
             const Entry& e = entries[m0 + n];
             value[n] = roughprofileln(ustar[l], e.lndp) * component(t[n].vt, c) / t[n].ut;
             if constexpr (std::is_same_v<Entry, IdwPoint>) {
-                if (!converged[l]) value[n] = fartherout(st, e, c);
+                if (!converged[l]) value[n] = fartherout(bed, e, c);
             }
         }
         for (int n = 0; n < count; ++n) {
@@ -305,13 +305,15 @@ void walkgroups(const BedView& st, const std::vector<Entry>& list, const View3<d
 }
 
 template <bool Law = false>
-void walkvelocity(Storage& st, int grid, LawOut out = {nullptr, nullptr}) {
-    const PointList& list = st.forcing.velocity[static_cast<std::size_t>(grid)];
-    const BedView bed(st);
+void walkvelocity(const BedParts& parts, int grid, LawOut out = {nullptr, nullptr}) {
+    const PointList& list = parts.bed.forcing.velocity[static_cast<std::size_t>(grid)];
+    const BedView bed(parts);
     const Flow fl(bed);
     const auto c = static_cast<Component>(grid);
-    const View3<double> q = grid == 0 ? st.u.view() : grid == 1 ? st.v.view() : st.w.view();
-    if (st.iIBM == 0) {
+    const View3<double> q = grid == 0   ? parts.flow.u.view()
+                            : grid == 1 ? parts.flow.v.view()
+                                        : parts.flow.w.view();
+    if (parts.cond.iIBM == 0) {
         walkgroups<Law>(
             bed, list.trilinear, q, c,
             [&fl](const TrilinearPoint& e, Tangential& t) {
@@ -334,13 +336,13 @@ void walkvelocity(Storage& st, int grid, LawOut out = {nullptr, nullptr}) {
 
 // The eddy viscosity of the forcing cells. Variant B sums the blocks of three entries side by
 // side.
-void walkeddy(Storage& st) {
-    const PointList& list = st.forcing.eddy;
-    const Flow fl{BedView(st)};
-    const View3<double> nut = st.nut.view();
+void walkeddy(const BedParts& parts) {
+    const PointList& list = parts.bed.forcing.eddy;
+    const Flow fl{BedView(parts)};
+    const View3<double> nut = parts.flow.nut.view();
     const EddyPoint* entries = list.eddy.data();
     const int size = static_cast<int>(list.eddy.size());
-    if (st.iIBM == 0) {
+    if (parts.cond.iIBM == 0) {
         loops::forgroups(size, 1, [&](int m, int) {
             const EddyPoint& e = entries[m];
             nut(e.i, e.j, e.k) = e.zero ? 0.0 : trilinear(fl.nut, e.s) * e.dp / e.den;
@@ -381,20 +383,22 @@ void walkeddy(Storage& st) {
 
 // The three grids one after the other: the walk of one writes its component at its forcing
 // points, which the others never read (they read fluid points only).
-void forcevelocity(Storage& st) {
+void forcevelocity(const BedParts& parts) {
     for (int grid = 0; grid < 3; ++grid) {
-        makevelocitylist(st, grid);
-        printwarnings(st.forcing.velocity[static_cast<std::size_t>(grid)]);
-        walkvelocity(st, grid);
+        makevelocitylist(parts, grid);
+        printwarnings(parts.bed.forcing.velocity[static_cast<std::size_t>(grid)]);
+        walkvelocity(parts, grid);
     }
 }
 
-void forceeddy(Storage& st) {
-    makeeddylist(st);
-    printwarnings(st.forcing.eddy);
-    walkeddy(st);
+void forceeddy(const BedParts& parts) {
+    makeeddylist(parts);
+    printwarnings(parts.bed.forcing.eddy);
+    walkeddy(parts);
 }
 
-void lawvelocity(Storage& st, int grid, LawOut out) { walkvelocity<true>(st, grid, out); }
+void lawvelocity(const BedParts& parts, int grid, LawOut out) {
+    walkvelocity<true>(parts, grid, out);
+}
 
 } // namespace riffle::ibm

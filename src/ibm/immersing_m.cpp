@@ -37,37 +37,37 @@ void searchbox(const loops::Box& box, const ConstView3<std::int32_t>& flag, Site
 
 } // namespace
 
-void immersing(Storage& st) {
-    if (st.forcing.enabled) {
-        forcevelocity(st);
+void immersing(const BedParts& parts) {
+    if (parts.bed.forcing.enabled) {
+        forcevelocity(parts);
         return;
     }
-    const int imax = st.imax, jmax = st.jmax, kmax = st.kmax;
-    const auto u = st.u.view(), v = st.v.view(), w = st.w.view();
-    const BedView bed(st); // what the point routines read, made once
+    const int imax = parts.grid.imax, jmax = parts.grid.jmax, kmax = parts.grid.kmax;
+    const auto u = parts.flow.u.view(), v = parts.flow.v.view(), w = parts.flow.w.view();
+    const BedView bed(parts); // what the point routines read, made once
     const BedView* cst = &bed;
     // k dealt out one layer at a time: the forcing points gather in the few layers just above the
     // bed, and contiguous blocks of k would give nearly all of them to the first thread.
     constexpr loops::Share turns = loops::Share::turns;
     // u(0), v(0), w(0) and w(kmax) are boundary faces: not forced here.
-    searchbox({{1, imax}, {1, jmax}, {1, kmax}}, st.iflagu.cview(), Site::u, turns,
+    searchbox({{1, imax}, {1, jmax}, {1, kmax}}, parts.bed.iflagu.cview(), Site::u, turns,
               [=](int i, int j, int k) { return searchu(*cst, i, j, k, u(i, j, k)); });
-    searchbox({{1, imax}, {1, jmax}, {1, kmax}}, st.iflagv.cview(), Site::v, turns,
+    searchbox({{1, imax}, {1, jmax}, {1, kmax}}, parts.bed.iflagv.cview(), Site::v, turns,
               [=](int i, int j, int k) { return searchv(*cst, i, j, k, v(i, j, k)); });
-    searchbox({{1, imax}, {1, jmax}, {1, kmax - 1}}, st.iflagw.cview(), Site::w, turns,
+    searchbox({{1, imax}, {1, jmax}, {1, kmax - 1}}, parts.bed.iflagw.cview(), Site::w, turns,
               [=](int i, int j, int k) { return searchw(*cst, i, j, k, w(i, j, k)); });
 }
 
-void immersingnut(Storage& st) {
-    if (st.forcing.enabled) {
-        forceeddy(st);
+void immersingnut(const BedParts& parts) {
+    if (parts.bed.forcing.enabled) {
+        forceeddy(parts);
         return;
     }
-    const auto nut = st.nut.view();
-    const BedView bed(st);
+    const auto nut = parts.flow.nut.view();
+    const BedView bed(parts);
     const BedView* cst = &bed;
-    searchbox({{1, st.imax}, {1, st.jmax}, {1, st.kmax}}, st.iflagp.cview(), Site::centre,
-              loops::Share::blocks,
+    searchbox({{1, parts.grid.imax}, {1, parts.grid.jmax}, {1, parts.grid.kmax}},
+              parts.bed.iflagp.cview(), Site::centre, loops::Share::blocks,
               [=](int i, int j, int k) { return searchnut(*cst, i, j, k, nut(i, j, k)); });
 }
 

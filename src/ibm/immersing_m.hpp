@@ -10,15 +10,16 @@
 // search, from lists made once while the flags stay the same.
 #pragma once
 
+#include "ibm/bedview.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle::ibm {
 
-void immersing(Storage& st);
+void immersing(const BedParts& parts);
 
 // Eddy viscosity of the forcing cells (flag 0) over i = 1..imax, j = 1..jmax, k = 1..kmax from the
 // wall-law interpolation, nut(P) = nut(R) dP/(dP + |R - P|). Reads nut at fluid cells only and
 // writes it at forcing cells.
-void immersingnut(Storage& st);
+void immersingnut(const BedParts& parts);
 
 } // namespace riffle::ibm

@@ -160,10 +160,10 @@ inline void tryverticaly(Best& b, Point3 p, double yf, double zf) {
 
 // Foot of a point at the cell-centre column (i, j) (w faces and cell centres): four patches,
 // four edges, the vertical point.
-inline Best searchcolumn(Warnings wn, const BedView& st, int i, int j, Point3 p) {
-    const double dx = st.dx, dy = st.dy;
-    const auto& zb = st.zb;
-    Best b{st.zmax - st.zmin, {}, false};
+inline Best searchcolumn(Warnings wn, const BedView& bed, int i, int j, Point3 p) {
+    const double dx = bed.dx, dy = bed.dy;
+    const auto& zb = bed.zb;
+    Best b{bed.zmax - bed.zmin, {}, false};
     trypatch(wn, b, p, p.x, p.x + dx, p.y, p.y + dy, zb(i, j), zb(i + 1, j), zb(i, j + 1),
              zb(i + 1, j + 1));
     trypatch(wn, b, p, p.x, p.x + dx, p.y - dy, p.y, zb(i, j - 1), zb(i + 1, j - 1), zb(i, j),
@@ -181,11 +181,11 @@ inline Best searchcolumn(Warnings wn, const BedView& st, int i, int j, Point3 p)
 }
 
 // u point (x(i), yc(j), zc(k)): the two patches and the edge between centres i and i+1 first.
-Best searchuface(Warnings wn, const BedView& st, int i, int j, Point3 p) {
-    const double dx = st.dx, dy = st.dy;
-    const auto& zb = st.zb;
+Best searchuface(Warnings wn, const BedView& bed, int i, int j, Point3 p) {
+    const double dx = bed.dx, dy = bed.dy;
+    const auto& zb = bed.zb;
     const double xw = p.x - dx / 2.0, xe = p.x + dx / 2.0; // centres i and i+1
-    Best b{st.zmax - st.zmin, {}, false};
+    Best b{bed.zmax - bed.zmin, {}, false};
     trypatch(wn, b, p, xw, xe, p.y, p.y + dy, zb(i, j), zb(i + 1, j), zb(i, j + 1),
              zb(i + 1, j + 1));
     trypatch(wn, b, p, xw, xe, p.y - dy, p.y, zb(i, j - 1), zb(i + 1, j - 1), zb(i, j),
@@ -200,7 +200,7 @@ Best searchuface(Warnings wn, const BedView& st, int i, int j, Point3 p) {
         tryedgex(b, p, xww, zb(i - 1, j), dx, zb(i, j), p.y);
         // The far column is wrapped periodically; for i = imax-2 this is the ghost column 0 (the
         // whole box's columns: a block reads the bed of the whole box).
-        const int ie = (st.iwhole() + 2 + (i + st.ioffset())) % st.iwhole() - st.ioffset();
+        const int ie = (bed.iwhole() + 2 + (i + bed.ioffset())) % bed.iwhole() - bed.ioffset();
         trypatch(wn, b, p, xe, xee, p.y, p.y + dy, zb(i + 1, j), zb(ie, j), zb(i + 1, j + 1),
                  zb(ie, j + 1));
         trypatch(wn, b, p, xe, xee, p.y - dy, p.y, zb(i + 1, j - 1), zb(ie, j - 1), zb(i + 1, j),
@@ -213,11 +213,11 @@ Best searchuface(Warnings wn, const BedView& st, int i, int j, Point3 p) {
 }
 
 // v point (xc(i), y(j), zc(k)): the same with x and y exchanged.
-Best searchvface(Warnings wn, const BedView& st, int i, int j, Point3 p) {
-    const double dx = st.dx, dy = st.dy;
-    const auto& zb = st.zb;
+Best searchvface(Warnings wn, const BedView& bed, int i, int j, Point3 p) {
+    const double dx = bed.dx, dy = bed.dy;
+    const auto& zb = bed.zb;
     const double ys = p.y - dy / 2.0, yn = p.y + dy / 2.0; // centres j and j+1
-    Best b{st.zmax - st.zmin, {}, false};
+    Best b{bed.zmax - bed.zmin, {}, false};
     trypatch(wn, b, p, p.x, p.x + dx, ys, yn, zb(i, j), zb(i + 1, j), zb(i, j + 1),
              zb(i + 1, j + 1));
     trypatch(wn, b, p, p.x - dx, p.x, ys, yn, zb(i - 1, j), zb(i, j), zb(i - 1, j + 1),
@@ -230,7 +230,7 @@ Best searchvface(Warnings wn, const BedView& st, int i, int j, Point3 p) {
                  zb(i, j));
         tryedgey(b, p, yss, zb(i, j - 1), dy, zb(i, j), p.x);
         // The far row is wrapped periodically; for j = jmax-2 this is the ghost row 0.
-        const int jn = (st.jwhole() + 2 + (j + st.joffset())) % st.jwhole() - st.joffset();
+        const int jn = (bed.jwhole() + 2 + (j + bed.joffset())) % bed.jwhole() - bed.joffset();
         trypatch(wn, b, p, p.x, p.x + dx, yn, ynn, zb(i, j + 1), zb(i + 1, j + 1), zb(i, jn),
                  zb(i + 1, jn));
         trypatch(wn, b, p, p.x - dx, p.x, yn, ynn, zb(i - 1, j + 1), zb(i, j + 1), zb(i - 1, jn),
@@ -252,29 +252,32 @@ PatchFoot patchfoot(double x1, double x2, double y1, double y2, double z11, doub
     return r;
 }
 
-Point3 sitepoint(const BedView& st, Site s, int ib, int jb, int k) {
+Point3 sitepoint(const BedView& bed, Site s, int ib, int jb, int k) {
     // A block's points sit where the whole box's of the same index do.
-    const int i = ib + st.ioffset(), j = jb + st.joffset();
+    const int i = ib + bed.ioffset(), j = jb + bed.joffset();
     switch (s) {
     case Site::u:
-        return {st.xmin + i * st.dx, st.ymin + (j - 0.5) * st.dy, st.zmin + (k - 0.5) * st.dz};
+        return {bed.xmin + i * bed.dx, bed.ymin + (j - 0.5) * bed.dy,
+                bed.zmin + (k - 0.5) * bed.dz};
     case Site::v:
-        return {st.xmin + (i - 0.5) * st.dx, st.ymin + j * st.dy, st.zmin + (k - 0.5) * st.dz};
+        return {bed.xmin + (i - 0.5) * bed.dx, bed.ymin + j * bed.dy,
+                bed.zmin + (k - 0.5) * bed.dz};
     case Site::w:
-        return {st.xmin + (i - 0.5) * st.dx, st.ymin + (j - 0.5) * st.dy, st.zmin + k * st.dz};
+        return {bed.xmin + (i - 0.5) * bed.dx, bed.ymin + (j - 0.5) * bed.dy,
+                bed.zmin + k * bed.dz};
     case Site::centre:
     default:
-        return {st.xmin + (i - 0.5) * st.dx, st.ymin + (j - 0.5) * st.dy,
-                st.zmin + (k - 0.5) * st.dz};
+        return {bed.xmin + (i - 0.5) * bed.dx, bed.ymin + (j - 0.5) * bed.dy,
+                bed.zmin + (k - 0.5) * bed.dz};
     }
 }
 
-Foot searchfoot(const BedView& st, Site s, int i, int j, int k, std::vector<double>* warnings) {
+Foot searchfoot(const BedView& bed, Site s, int i, int j, int k, std::vector<double>* warnings) {
     const Warnings wn{warnings};
-    const Point3 p = sitepoint(st, s, i, j, k);
-    const Best b = s == Site::u   ? searchuface(wn, st, i, j, p)
-                   : s == Site::v ? searchvface(wn, st, i, j, p)
-                                  : searchcolumn(wn, st, i, j, p);
+    const Point3 p = sitepoint(bed, s, i, j, k);
+    const Best b = s == Site::u   ? searchuface(wn, bed, i, j, p)
+                   : s == Site::v ? searchvface(wn, bed, i, j, p)
+                                  : searchcolumn(wn, bed, i, j, p);
     return {p, b.foot, b.found};
 }
 
@@ -289,27 +292,27 @@ void searchfailed(Site s) {
     std::_Exit(EXIT_FAILURE);
 }
 
-bool searchu(const BedView& st, int i, int j, int k, double& value) {
-    const Foot f = searchfoot(st, Site::u, i, j, k, nullptr);
-    if (f.found) wallvelocity(st, f.p, f.foot, Component::x, value);
+bool searchu(const BedView& bed, int i, int j, int k, double& value) {
+    const Foot f = searchfoot(bed, Site::u, i, j, k, nullptr);
+    if (f.found) wallvelocity(bed, f.p, f.foot, Component::x, value);
     return f.found;
 }
 
-bool searchv(const BedView& st, int i, int j, int k, double& value) {
-    const Foot f = searchfoot(st, Site::v, i, j, k, nullptr);
-    if (f.found) wallvelocity(st, f.p, f.foot, Component::y, value);
+bool searchv(const BedView& bed, int i, int j, int k, double& value) {
+    const Foot f = searchfoot(bed, Site::v, i, j, k, nullptr);
+    if (f.found) wallvelocity(bed, f.p, f.foot, Component::y, value);
     return f.found;
 }
 
-bool searchw(const BedView& st, int i, int j, int k, double& value) {
-    const Foot f = searchfoot(st, Site::w, i, j, k, nullptr);
-    if (f.found) wallvelocity(st, f.p, f.foot, Component::z, value);
+bool searchw(const BedView& bed, int i, int j, int k, double& value) {
+    const Foot f = searchfoot(bed, Site::w, i, j, k, nullptr);
+    if (f.found) wallvelocity(bed, f.p, f.foot, Component::z, value);
     return f.found;
 }
 
-bool searchnut(const BedView& st, int i, int j, int k, double& value) {
-    const Foot f = searchfoot(st, Site::centre, i, j, k, nullptr);
-    if (f.found) walleddy(st, f.p, f.foot, value);
+bool searchnut(const BedView& bed, int i, int j, int k, double& value) {
+    const Foot f = searchfoot(bed, Site::centre, i, j, k, nullptr);
+    if (f.found) walleddy(bed, f.p, f.foot, value);
     return f.found;
 }
 

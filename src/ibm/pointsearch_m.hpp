@@ -60,7 +60,7 @@ inline constexpr int patchmaxpasses = 201;
 enum class Site : int { u = 0, v = 1, w = 2, centre = 3 };
 
 // Position of point (i, j, k) of a site's grid (see above).
-[[nodiscard]] Point3 sitepoint(const BedView& st, Site s, int i, int j, int k);
+[[nodiscard]] Point3 sitepoint(const BedView& bed, Site s, int i, int j, int k);
 
 // The point p and its foot on the bed; found is false when no candidate lies nearer than the
 // depth zmax - zmin.
@@ -72,7 +72,7 @@ struct Foot {
 // The search of the routines below without the wall law. A patch projection that does not
 // converge appends its relative change to *warnings when that is given, and prints its warning
 // at once otherwise.
-[[nodiscard]] Foot searchfoot(const BedView& st, Site s, int i, int j, int k,
+[[nodiscard]] Foot searchfoot(const BedView& bed, Site s, int i, int j, int k,
                               std::vector<double>* warnings);
 
 // Reports the failed search of a site with its routine's message, pauses and ends the process.
@@ -83,12 +83,12 @@ struct Foot {
 // lists of forcing points (forcinglist_m) reproduce. Each returns false, leaving `value` as it
 // is, when the search finds no foot; its caller reports that after its loop (searchfailed).
 // u point (x(i), yc(j), zc(k)): sets the u velocity `value` of a forcing point.
-bool searchu(const BedView& st, int i, int j, int k, double& value);
+bool searchu(const BedView& bed, int i, int j, int k, double& value);
 // v point (xc(i), y(j), zc(k)).
-bool searchv(const BedView& st, int i, int j, int k, double& value);
+bool searchv(const BedView& bed, int i, int j, int k, double& value);
 // w point (xc(i), yc(j), zf(k)).
-bool searchw(const BedView& st, int i, int j, int k, double& value);
+bool searchw(const BedView& bed, int i, int j, int k, double& value);
 // Cell centre (xc(i), yc(j), zc(k)): sets the eddy viscosity `value` of a forcing cell.
-bool searchnut(const BedView& st, int i, int j, int k, double& value);
+bool searchnut(const BedView& bed, int i, int j, int k, double& value);
 
 } // namespace riffle::ibm

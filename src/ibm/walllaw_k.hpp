@@ -79,38 +79,41 @@ inline Axis centreaxis(double lo, double h, int n, int shift = 0, Range held = {
 }
 
 // The x (dir 0) or y (dir 1) axis of a block, or of the whole box on one process.
-inline Axis sideaxis(const BedView& st, int dir, bool face) {
-    const double lo = dir == 0 ? st.xmin : st.ymin, h = dir == 0 ? st.dx : st.dy;
-    if (!st.blocks) {
-        const int n = dir == 0 ? st.imax : st.jmax;
+inline Axis sideaxis(const BedView& bed, int dir, bool face) {
+    const double lo = dir == 0 ? bed.xmin : bed.ymin, h = dir == 0 ? bed.dx : bed.dy;
+    if (!bed.blocks) {
+        const int n = dir == 0 ? bed.imax : bed.jmax;
         return face ? faceaxis(lo, h, n) : centreaxis(lo, h, n);
     }
-    const int n = dir == 0 ? st.iwhole() : st.jwhole(),
-              shift = dir == 0 ? st.ioffset() : st.joffset();
-    const Range held = dir == 0 ? st.heldi : st.heldj;
+    const int n = dir == 0 ? bed.iwhole() : bed.jwhole(),
+              shift = dir == 0 ? bed.ioffset() : bed.joffset();
+    const Range held = dir == 0 ? bed.heldi : bed.heldj;
     return face ? faceaxis(lo, h, n, shift, held) : centreaxis(lo, h, n, shift, held);
 }
 
-inline Grid ugrid(const BedView& st) {
-    return {sideaxis(st, 0, true), sideaxis(st, 1, false), centreaxis(st.zmin, st.dz, st.kmax)};
+inline Grid ugrid(const BedView& bed) {
+    return {sideaxis(bed, 0, true), sideaxis(bed, 1, false),
+            centreaxis(bed.zmin, bed.dz, bed.kmax)};
 }
-inline Grid vgrid(const BedView& st) {
-    return {sideaxis(st, 0, false), sideaxis(st, 1, true), centreaxis(st.zmin, st.dz, st.kmax)};
+inline Grid vgrid(const BedView& bed) {
+    return {sideaxis(bed, 0, false), sideaxis(bed, 1, true),
+            centreaxis(bed.zmin, bed.dz, bed.kmax)};
 }
-inline Grid wgrid(const BedView& st) {
-    return {sideaxis(st, 0, false), sideaxis(st, 1, false), faceaxis(st.zmin, st.dz, st.kmax)};
+inline Grid wgrid(const BedView& bed) {
+    return {sideaxis(bed, 0, false), sideaxis(bed, 1, false), faceaxis(bed.zmin, bed.dz, bed.kmax)};
 }
-inline Grid cgrid(const BedView& st) {
-    return {sideaxis(st, 0, false), sideaxis(st, 1, false), centreaxis(st.zmin, st.dz, st.kmax)};
+inline Grid cgrid(const BedView& bed) {
+    return {sideaxis(bed, 0, false), sideaxis(bed, 1, false),
+            centreaxis(bed.zmin, bed.dz, bed.kmax)};
 }
 
 // Brings each coordinate of r back inside the box narrowed by `margin` at each end. The box is
 // xmin .. xmin + imax dx (likewise y; the whole box's counts) and zmin .. zmax.
-inline Point3 keepinside(Point3 r, const BedView& st, double margin) {
-    const double xhi = st.xmin + st.iwhole() * st.dx, yhi = st.ymin + st.jwhole() * st.dy;
-    r.x = std::min(std::max(r.x, st.xmin + margin), xhi - margin);
-    r.y = std::min(std::max(r.y, st.ymin + margin), yhi - margin);
-    r.z = std::min(std::max(r.z, st.zmin + margin), st.zmax - margin);
+inline Point3 keepinside(Point3 r, const BedView& bed, double margin) {
+    const double xhi = bed.xmin + bed.iwhole() * bed.dx, yhi = bed.ymin + bed.jwhole() * bed.dy;
+    r.x = std::min(std::max(r.x, bed.xmin + margin), xhi - margin);
+    r.y = std::min(std::max(r.y, bed.ymin + margin), yhi - margin);
+    r.z = std::min(std::max(r.z, bed.zmin + margin), bed.zmax - margin);
     return r;
 }
 
@@ -253,16 +256,16 @@ inline double setprofile(double ustar, double dp, double z0, const Tangential& t
 }
 
 // Unit normal of the bed at the foot f, from the patch of cell centres around f.
-inline Point3 bednormal(const BedView& st, Point3 f) {
+inline Point3 bednormal(const BedView& bed, Point3 f) {
     // Truncation as for a non-negative column index; held so the patch stays inside zb. The
     // column is the whole box's; a block holds zb at its own offset (gi, gj).
-    const int a = std::clamp(static_cast<int>((f.x - st.xmin) / st.dx + 0.5), 0, st.iwhole());
-    const int b = std::clamp(static_cast<int>((f.y - st.ymin) / st.dy + 0.5), 0, st.jwhole());
-    const double x1 = st.xmin + (a - 0.5) * st.dx, x2 = st.xmin + (a + 0.5) * st.dx;
-    const double y1 = st.ymin + (b - 0.5) * st.dy, y2 = st.ymin + (b + 0.5) * st.dy;
-    const int ia = a - st.ioffset(), jb = b - st.joffset();
-    const Bilinear s = bilinear(x1, x2, y1, y2, st.zb(ia, jb), st.zb(ia + 1, jb), st.zb(ia, jb + 1),
-                                st.zb(ia + 1, jb + 1));
+    const int a = std::clamp(static_cast<int>((f.x - bed.xmin) / bed.dx + 0.5), 0, bed.iwhole());
+    const int b = std::clamp(static_cast<int>((f.y - bed.ymin) / bed.dy + 0.5), 0, bed.jwhole());
+    const double x1 = bed.xmin + (a - 0.5) * bed.dx, x2 = bed.xmin + (a + 0.5) * bed.dx;
+    const double y1 = bed.ymin + (b - 0.5) * bed.dy, y2 = bed.ymin + (b + 0.5) * bed.dy;
+    const int ia = a - bed.ioffset(), jb = b - bed.joffset();
+    const Bilinear s = bilinear(x1, x2, y1, y2, bed.zb(ia, jb), bed.zb(ia + 1, jb),
+                                bed.zb(ia, jb + 1), bed.zb(ia + 1, jb + 1));
     const double zx = s.cx + s.cxy * f.y, zy = s.cy + s.cxy * f.x;
     const double len = std::sqrt(zx * zx + zy * zy + 1.0);
     return {-zx / len, -zy / len, 1.0 / len};
@@ -278,21 +281,21 @@ struct TrilinearGeometry {
     double d;
 };
 
-inline TrilinearGeometry trilineargeometry(const BedView& st, Point3 p, Point3 f, double z0) {
+inline TrilinearGeometry trilineargeometry(const BedView& bed, Point3 p, Point3 f, double z0) {
     Point3 n = p - f;
     double dp = norm(n);
     if (dp <= z0) {
         // Within the roughness length the log law has no value: P moves out along the normal.
-        p = f + (z0 + shift_margin) * bednormal(st, f);
+        p = f + (z0 + shift_margin) * bednormal(bed, f);
         n = p - f;
         dp = norm(n);
     }
     const Point3 e = divide(n, dp);
     // R is brought inside the box once; the outward steps after it are not clamped again.
-    Point3 r = keepinside(p + n, st, clamp_margin);
-    const Grid gu = ugrid(st), gv = vgrid(st), gw = wgrid(st);
-    const auto fu = st.iflagu, fv = st.iflagv, fw = st.iflagw;
-    const double step = step_trilinear * st.dy; // dy in all three components, deliberately
+    Point3 r = keepinside(p + n, bed, clamp_margin);
+    const Grid gu = ugrid(bed), gv = vgrid(bed), gw = wgrid(bed);
+    const auto fu = bed.iflagu, fv = bed.iflagv, fw = bed.iflagw;
+    const double step = step_trilinear * bed.dy; // dy in all three components, deliberately
     Stencil su = enclosing(gu, r), sv = enclosing(gv, r), sw = enclosing(gw, r);
     while (fluid8(fu, su) * fluid8(fv, sv) * fluid8(fw, sw) == 0) {
         r = r + step * e;
@@ -304,20 +307,20 @@ inline TrilinearGeometry trilineargeometry(const BedView& st, Point3 p, Point3 f
 }
 
 // The velocity at the image point, split along the bed.
-inline Tangential trilineartangential(const BedView& st, const TrilinearGeometry& g) {
-    const Point3 v{trilinear(st.u, g.su), trilinear(st.v, g.sv), trilinear(st.w, g.sw)};
+inline Tangential trilineartangential(const BedView& bed, const TrilinearGeometry& g) {
+    const Point3 v{trilinear(bed.u, g.su), trilinear(bed.v, g.sv), trilinear(bed.w, g.sw)};
     return tangential(v, g.e);
 }
 
-inline Point3 idwvelocity(const BedView& st, Point3 r) {
-    return {idw(st.u, st.iflagu, ugrid(st), r), idw(st.v, st.iflagv, vgrid(st), r),
-            idw(st.w, st.iflagw, wgrid(st), r)};
+inline Point3 idwvelocity(const BedView& bed, Point3 r) {
+    return {idw(bed.u, bed.iflagu, ugrid(bed), r), idw(bed.v, bed.iflagv, vgrid(bed), r),
+            idw(bed.w, bed.iflagw, wgrid(bed), r)};
 }
 
 // Variants 3 and 4 from the image point r on (walllaw_m.cpp): the image velocity, u* from the law
 // of the variant and the value at P; where the three-layer law cannot be solved, R moves out by
 // dy/4 along e and the law is tried again.
-double idwimage(const BedView& st, Point3 p, double dp, Point3 e, Point3 r, Component c,
+double idwimage(const BedView& bed, Point3 p, double dp, Point3 e, Point3 r, Component c,
                 double& value, bool smooth);
 
 // The image point of a forcing cell centre P for the eddy viscosity, nut(P) = nut(R) dP/den with
@@ -331,15 +334,15 @@ struct EddyImage {
 
 // Variant A: R = P + n brought inside the box, then stepped out by dy/8 until its stencil holds
 // only fluid cells.
-inline EddyImage eddytriimage(const BedView& st, Point3 p, Point3 f) {
+inline EddyImage eddytriimage(const BedView& bed, Point3 p, Point3 f) {
     const Point3 n = p - f;
     const double dp = norm(n);
     if (dp < eddy_min_dp) return {true, dp, 0.0, {}, {}};
     const Point3 e = divide(n, dp);
-    Point3 r = keepinside(p + n, st, eddy_margin);
-    const Grid g = cgrid(st);
-    const auto flag = st.iflagp;
-    const double step = step_trilinear * st.dy;
+    Point3 r = keepinside(p + n, bed, eddy_margin);
+    const Grid g = cgrid(bed);
+    const auto flag = bed.iflagp;
+    const double step = step_trilinear * bed.dy;
     Stencil s = enclosing(g, r);
     while (fluid8(flag, s) == 0) {
         r = r + step * e;

@@ -10,15 +10,15 @@ namespace riffle::ibm {
 namespace {
 
 // Variants 3 and 4 (smooth selects the three-layer law of variant 3).
-double idwvariant(const BedView& st, Point3 p, Point3 f, Component c, double& value, bool smooth) {
-    const double z0 = roughnesslength(st.ks);
+double idwvariant(const BedView& bed, Point3 p, Point3 f, Component c, double& value, bool smooth) {
+    const double z0 = roughnesslength(bed.ks);
     const Point3 n = p - f;
     const double dp = norm(n);
     if (dp <= z0) { // no shifting of P in these variants
         value = 0.0;
         return 0.0;
     }
-    return idwimage(st, p, dp, divide(n, dp), p + n, c, value, smooth);
+    return idwimage(bed, p, dp, divide(n, dp), p + n, c, value, smooth);
 }
 
 // ---- three-layer law, one pass in the layer of the current u* -------------------------------
@@ -68,19 +68,19 @@ inline double layerpass(double us, double ut, double d, double visc, bool newton
 
 } // namespace
 
-double idwimage(const BedView& st, Point3 p, double dp, Point3 e, Point3 r, Component c,
+double idwimage(const BedView& bed, Point3 p, double dp, Point3 e, Point3 r, Component c,
                 double& value, bool smooth) {
-    const double z0 = roughnesslength(st.ks);
-    const double step = step_idw * st.dy;
+    const double z0 = roughnesslength(bed.ks);
+    const double step = step_idw * bed.dy;
     for (;;) {
-        const Tangential t = tangential(idwvelocity(st, r), e);
+        const Tangential t = tangential(idwvelocity(bed, r), e);
         if (t.ut == 0.0) {
             value = 0.0;
             return 0.0;
         }
         const double d = norm(r - p) + dp;
         if (!smooth) return setprofile(roughustar(t.ut, d, z0), dp, z0, t, c, value);
-        const UstarSolve s = threelayerustar(t.ut, d, st.visc, z0);
+        const UstarSolve s = threelayerustar(t.ut, d, bed.visc, z0);
         if (s.converged) return setprofile(s.ustar, dp, z0, t, c, value);
         r = r + step * e; // no limit: farther out the law is solved again
     }
@@ -198,24 +198,24 @@ void threelayerustars(int count, const double* start, const double* ut, const do
         ustar[n] = us[n];
 }
 
-double walltrismooth(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
-    const double z0 = roughnesslength(st.ks);
-    const TrilinearGeometry g = trilineargeometry(st, p, f, z0);
-    const Tangential t = trilineartangential(st, g);
+double walltrismooth(const BedView& bed, Point3 p, Point3 f, Component c, double& value) {
+    const double z0 = roughnesslength(bed.ks);
+    const TrilinearGeometry g = trilineargeometry(bed, p, f, z0);
+    const Tangential t = trilineartangential(bed, g);
     if (t.ut == 0.0) {
         value = 0.0;
         return 0.0;
     }
     // Friction velocity from the smooth-wall law at R, velocity at P from the rough-wall law:
     // the pairing is deliberate.
-    const double ustar = smoothustar(t.ut, g.d, st.visc, z0).ustar;
+    const double ustar = smoothustar(t.ut, g.d, bed.visc, z0).ustar;
     return setprofile(ustar, g.dp, z0, t, c, value);
 }
 
-double walltrirough(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
-    const double z0 = roughnesslength(st.ks);
-    const TrilinearGeometry g = trilineargeometry(st, p, f, z0);
-    const Tangential t = trilineartangential(st, g);
+double walltrirough(const BedView& bed, Point3 p, Point3 f, Component c, double& value) {
+    const double z0 = roughnesslength(bed.ks);
+    const TrilinearGeometry g = trilineargeometry(bed, p, f, z0);
+    const Tangential t = trilineartangential(bed, g);
     if (t.ut == 0.0) {
         value = 0.0;
         return 0.0;
@@ -223,44 +223,45 @@ double walltrirough(const BedView& st, Point3 p, Point3 f, Component c, double& 
     return setprofile(roughustar(t.ut, g.d, z0), g.dp, z0, t, c, value);
 }
 
-double wallidwsmooth(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
-    return idwvariant(st, p, f, c, value, true);
+double wallidwsmooth(const BedView& bed, Point3 p, Point3 f, Component c, double& value) {
+    return idwvariant(bed, p, f, c, value, true);
 }
 
-double wallidwrough(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
-    return idwvariant(st, p, f, c, value, false);
+double wallidwrough(const BedView& bed, Point3 p, Point3 f, Component c, double& value) {
+    return idwvariant(bed, p, f, c, value, false);
 }
 
-double wallvelocity(const BedView& st, Point3 p, Point3 f, Component c, double& value) {
-    if (st.iIBM == 0) {
-        return st.ibed == 0 ? walltrismooth(st, p, f, c, value) : walltrirough(st, p, f, c, value);
+double wallvelocity(const BedView& bed, Point3 p, Point3 f, Component c, double& value) {
+    if (bed.iIBM == 0) {
+        return bed.ibed == 0 ? walltrismooth(bed, p, f, c, value)
+                             : walltrirough(bed, p, f, c, value);
     }
-    return st.ibed == 0 ? wallidwsmooth(st, p, f, c, value) : wallidwrough(st, p, f, c, value);
+    return bed.ibed == 0 ? wallidwsmooth(bed, p, f, c, value) : wallidwrough(bed, p, f, c, value);
 }
 
-void eddytri(const BedView& st, Point3 p, Point3 f, double& value) {
-    const EddyImage im = eddytriimage(st, p, f);
+void eddytri(const BedView& bed, Point3 p, Point3 f, double& value) {
+    const EddyImage im = eddytriimage(bed, p, f);
     if (im.zero) {
         value = 0.0;
         return;
     }
-    value = trilinear(st.nut, im.s) * im.dp / im.den;
+    value = trilinear(bed.nut, im.s) * im.dp / im.den;
 }
 
-void eddyidw(const BedView& st, Point3 p, Point3 f, double& value) {
+void eddyidw(const BedView& bed, Point3 p, Point3 f, double& value) {
     const EddyImage im = eddyidwimage(p, f);
     if (im.zero) {
         value = 0.0;
         return;
     }
-    value = idw(st.nut, st.iflagp, cgrid(st), im.r) * im.dp / im.den;
+    value = idw(bed.nut, bed.iflagp, cgrid(bed), im.r) * im.dp / im.den;
 }
 
-void walleddy(const BedView& st, Point3 p, Point3 f, double& value) {
-    if (st.iIBM == 0) {
-        eddytri(st, p, f, value);
+void walleddy(const BedView& bed, Point3 p, Point3 f, double& value) {
+    if (bed.iIBM == 0) {
+        eddytri(bed, p, f, value);
     } else {
-        eddyidw(st, p, f, value);
+        eddyidw(bed, p, f, value);
     }
 }
 

@@ -107,17 +107,17 @@ void threelayerustars(int count, const double* start, const double* ut, const do
 
 // Velocity variants 1-4 at forcing point p with foot f: set the component c of the velocity into
 // `value` and return the wall-normal gradient (u*/kappa)/dP (0 where the velocity is set to 0).
-double walltrismooth(const BedView& st, Point3 p, Point3 f, Component c, double& value);
-double walltrirough(const BedView& st, Point3 p, Point3 f, Component c, double& value);
-double wallidwsmooth(const BedView& st, Point3 p, Point3 f, Component c, double& value);
-double wallidwrough(const BedView& st, Point3 p, Point3 f, Component c, double& value);
+double walltrismooth(const BedView& bed, Point3 p, Point3 f, Component c, double& value);
+double walltrirough(const BedView& bed, Point3 p, Point3 f, Component c, double& value);
+double wallidwsmooth(const BedView& bed, Point3 p, Point3 f, Component c, double& value);
+double wallidwrough(const BedView& bed, Point3 p, Point3 f, Component c, double& value);
 // The variant of the run: (iIBM, ibed) = (0, 0) 1, (0, !=0) 2, (!=0, 0) 3, (!=0, !=0) 4.
-double wallvelocity(const BedView& st, Point3 p, Point3 f, Component c, double& value);
+double wallvelocity(const BedView& bed, Point3 p, Point3 f, Component c, double& value);
 
 // Eddy-viscosity variants A (trilinear) and B (inverse distance) at cell centre p with foot f.
-void eddytri(const BedView& st, Point3 p, Point3 f, double& value);
-void eddyidw(const BedView& st, Point3 p, Point3 f, double& value);
+void eddytri(const BedView& bed, Point3 p, Point3 f, double& value);
+void eddyidw(const BedView& bed, Point3 p, Point3 f, double& value);
 // The variant of the run: A for iIBM = 0, B otherwise.
-void walleddy(const BedView& st, Point3 p, Point3 f, double& value);
+void walleddy(const BedView& bed, Point3 p, Point3 f, double& value);
 
 } // namespace riffle::ibm

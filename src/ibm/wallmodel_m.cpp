@@ -105,21 +105,22 @@ inline Point3 centrevelocity(const ConstView3<double>& u, const ConstView3<doubl
 
 // The wall-layer model over the lists: the friction velocity of every velocity forcing point
 // from the current flow, then the eddy viscosity of the forcing cells and of `layers` cells above
-// the topmost one of each column, and the bed shear stress of each column (st.bedshear, interior
-// columns).
-void forcewall(Storage& st, int layers) {
-    ForcingLists& fl = st.forcing;
+// the topmost one of each column, and the bed shear stress of each column (the bed state's
+// bedshear, interior columns).
+void forcewall(const BedParts& parts, int layers) {
+    ForcingLists& fl = parts.bed.forcing;
     WallLists& wl = fl.wall;
     for (int g = 0; g < 3; ++g)
-        makevelocitylist(st, g);
-    makeeddylist(st);
+        makevelocitylist(parts, g);
+    makeeddylist(parts);
     printwarnings(fl.eddy);
     const bool rebuilt = !wl.built;
     if (!wl.built) {
-        if (st.iIBM == 0) {
-            mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, trilinearof, st.imax, st.jmax);
+        if (parts.cond.iIBM == 0) {
+            mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, trilinearof, parts.grid.imax,
+                     parts.grid.jmax);
         } else {
-            mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, idwof, st.imax, st.jmax);
+            mapfaces(fl.velocity, fl.eddy.eddy, wl.cells, idwof, parts.grid.imax, parts.grid.jmax);
         }
         for (std::size_t g = 0; g < 3; ++g) {
             const PointList& l = fl.velocity[g];
@@ -129,27 +130,29 @@ void forcewall(Storage& st, int layers) {
         }
         wl.built = true;
     }
-    if (!st.bedshear.allocated()) {
-        st.bedshear.allocate(Range{0, st.imax + 1}, Range{0, st.jmax + 1}, Range{0, 2});
+    if (!parts.bed.bedshear.allocated()) {
+        parts.bed.bedshear.allocate(Range{0, parts.grid.imax + 1}, Range{0, parts.grid.jmax + 1},
+                                    Range{0, 2});
     }
-    st.bedshear.fill(0.0);
+    parts.bed.bedshear.fill(0.0);
     // The law at every velocity forcing point from the current flow, unless the update before
     // this one found it for the same velocity and lists.
     if (!(wl.current && !rebuilt)) {
         for (int g = 0; g < 3; ++g) {
             const auto gi = static_cast<std::size_t>(g);
-            lawvelocity(st, g, LawOut{wl.ustar[gi].data(), wl.tdir[gi].data()});
+            lawvelocity(parts, g, LawOut{wl.ustar[gi].data(), wl.tdir[gi].data()});
         }
     }
     // Each forcing cell writes its own nut, and the topmost one of a column the cells above it
     // and the column's stress: no two entries write the same place.
     const EddyPoint* cells = fl.eddy.eddy.data();
-    const View3<double> nut = st.nut.view();
-    const View3<double> shear = st.bedshear.view();
-    const double visc = st.visc, dz = st.dz, zmin = st.zmin, zmax = st.zmax;
-    const ConstView2<double> zb = st.zb.cview();
-    const int kmax = st.kmax;
-    const auto u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
+    const View3<double> nut = parts.flow.nut.view();
+    const View3<double> shear = parts.bed.bedshear.view();
+    const double visc = parts.cond.visc, dz = parts.grid.dz, zmin = parts.grid.zmin,
+                 zmax = parts.grid.zmax;
+    const ConstView2<double> zb = parts.grid.zb.cview();
+    const int kmax = parts.grid.kmax;
+    const auto u = parts.flow.u.cview(), v = parts.flow.v.cview(), w = parts.flow.w.cview();
     loops::forgroups(static_cast<int>(fl.eddy.eddy.size()), 1, [&](int m, int) {
         const EddyPoint& e = cells[m];
         const WallCell& c = wl.cells[static_cast<std::size_t>(m)];
@@ -198,14 +201,14 @@ void forcewall(Storage& st, int layers) {
 // Ghost columns of the bed stress by the pressure codes: a copy of the adjacent column at a
 // wall, the column at the far end on a periodic face; a face shared with another block takes
 // its neighbour's columns from the exchange.
-void ghostcolumns(Storage& st) {
-    const View3<double> b = st.bedshear.view();
-    const int imax = st.imax, jmax = st.jmax;
+void ghostcolumns(const BedParts& parts) {
+    const View3<double> b = parts.bed.bedshear.view();
+    const int imax = parts.grid.imax, jmax = parts.grid.jmax;
     for (int dir = 0; dir < 2; ++dir) {
         const int lo = 2 * dir + 1, hi = 2 * dir + 2;
-        const double alo = std::abs(st.ibp[lo]), ahi = std::abs(st.ibp[hi]);
-        const bool low = st.dec.appliesface(lo, st.ibp[lo]);
-        const bool high = st.dec.appliesface(hi, st.ibp[hi]);
+        const double alo = std::abs(parts.cond.ibp[lo]), ahi = std::abs(parts.cond.ibp[hi]);
+        const bool low = parts.grid.dec.appliesface(lo, parts.cond.ibp[lo]);
+        const bool high = parts.grid.dec.appliesface(hi, parts.cond.ibp[hi]);
         const int n = dir == 0 ? imax : jmax, na = dir == 0 ? jmax : imax;
         for (int c = 0; c < 3; ++c) {
             for (int a = 0; a <= na + 1; ++a) {
@@ -222,23 +225,24 @@ void ghostcolumns(Storage& st) {
 
 } // namespace
 
-void wallnut(Storage& st) {
-    forcewall(st, wall_layers);
-    ghostcolumns(st);
-    exchange(st.dec, st.bedshear, st.imax, st.jmax);
+void wallnut(const BedParts& parts) {
+    forcewall(parts, wall_layers);
+    ghostcolumns(parts);
+    exchange(parts.grid.dec, parts.bed.bedshear, parts.grid.imax, parts.grid.jmax);
 }
 
-void bedshearnodes(const Storage& st, BedShearNodes& out) {
-    const std::size_t count = static_cast<std::size_t>(st.imax + 1) * (st.jmax + 1);
+void bedshearnodes(const Geometry& grid, const Conditions& cond, const BedState& bed,
+                   BedShearNodes& out) {
+    const std::size_t count = static_cast<std::size_t>(grid.imax + 1) * (grid.jmax + 1);
     out.tau.assign(count, 0.0);
     out.taux.assign(count, 0.0);
     out.tauy.assign(count, 0.0);
-    if (!st.bedshear.allocated()) return;
-    const auto b = st.bedshear.cview();
-    const double quarter = 0.25 * st.dens;
+    if (!bed.bedshear.allocated()) return;
+    const auto b = bed.bedshear.cview();
+    const double quarter = 0.25 * cond.dens;
     std::size_t at = 0;
-    for (int j = 0; j <= st.jmax; ++j) {
-        for (int i = 0; i <= st.imax; ++i, ++at) {
+    for (int j = 0; j <= grid.jmax; ++j) {
+        for (int i = 0; i <= grid.imax; ++i, ++at) {
             // Node (i, j) is the corner shared by the columns i, i+1 and j, j+1.
             const auto mean = [&](int c) {
                 return quarter *

@@ -24,6 +24,7 @@
 #include <cmath>
 #include <vector>
 
+#include "ibm/bedview.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle::ibm {
@@ -85,7 +86,7 @@ inline constexpr double face_cap = 4.0;
 // The eddy viscosity of the forcing cells and of the wall layer above them, and the bed shear
 // stress of every cell column (st.bedshear), from the current velocity, in place of the forcing
 // cells' interpolation of the plain solver.
-void wallnut(Storage& st);
+void wallnut(const BedParts& parts);
 
 // The bed shear stress at the nodes (0..imax, 0..jmax) of this rank's block, i fastest, in Pa:
 // the density times the mean of the four cell columns around the node (st.bedshear, its ghost
@@ -93,6 +94,7 @@ void wallnut(Storage& st);
 struct BedShearNodes {
     std::vector<double> tau, taux, tauy;
 };
-void bedshearnodes(const Storage& st, BedShearNodes& out);
+void bedshearnodes(const Geometry& grid, const Conditions& cond, const BedState& bed,
+                   BedShearNodes& out);
 
 } // namespace riffle::ibm

@@ -269,7 +269,9 @@ void advance(Storage& st, RoutineTimers* timers) {
     if (cond.timetype == 0) t.time("timestep", [&] { flow::timestep(grid, cond, fields, clock); });
     clock.time = clock.time + clock.dt;
 
-    t.time("smagorinsky", [&] { flow::smagorinsky(st); }); // from the velocity at the start
+    t.time("smagorinsky", [&] {
+        flow::smagorinsky(grid, cond, fields, bedstate);
+    });                                    // from the velocity at the start
     bedstate.forcing.wall.current = false; // the predictor changes the velocity next
     t.time("forces", [&] { flow::forces(grid, cond, bedstate, fields); });
     t.time("predictor", [&] {
@@ -286,7 +288,7 @@ void advance(Storage& st, RoutineTimers* timers) {
         });
     }
     t.time("side walls", [&] { sidewalls(grid, cond, fields); });
-    t.time("immersing", [&] { ibm::immersing(st); });
+    t.time("immersing", [&] { ibm::immersing({grid, cond, fields, bedstate}); });
     if (clock.dt < zerosolidstep) t.time("zerosolid", [&] { zerosolid(grid, bedstate, fields); });
     t.time("boundaries", [&] { velocityboundaries(grid, cond, fields); });
     t.time("poisson", [&] { pressure::poisson(grid, cond, clock, fields, levels, clock.npois); });
@@ -294,13 +296,14 @@ void advance(Storage& st, RoutineTimers* timers) {
     t.time("boundaries", [&] { velocityboundaries(grid, cond, fields); });
     t.time("divergence", [&] { pressure::divergence(grid, fields, clock); });
     t.time("side walls", [&] { sidewalls(grid, cond, fields); });
-    t.time("immersing", [&] { ibm::immersing(st); });
+    t.time("immersing", [&] { ibm::immersing({grid, cond, fields, bedstate}); });
     t.time("boundaries", [&] { velocityboundaries(grid, cond, fields); });
-    t.time("smagorinsky", [&] { flow::smagorinsky(st); }); // from the corrected velocity
+    t.time("smagorinsky",
+           [&] { flow::smagorinsky(grid, cond, fields, bedstate); }); // from the corrected velocity
     // The wall-layer model's friction velocities stay those of the velocity until the next step's
     // first eddy-viscosity update, which then takes them as they are.
     bedstate.forcing.wall.current = cond.iwallmodel == 1;
-    t.time("flagdeter", [&] { ibm::flagdeter(st); });
+    t.time("flagdeter", [&] { ibm::flagdeter({grid, cond, fields, bedstate}); });
     t.time("storeold", [&] { storeold(grid, fields, bedstate); });
 }
 

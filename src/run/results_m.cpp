@@ -90,7 +90,7 @@ void writeresults(const Storage& st, NodeArrays& nodes) {
 void writebedshear(const Storage& st) {
     const bool blocks = st.dec.distributed(), root = myrank() == 0;
     ibm::BedShearNodes b;
-    ibm::bedshearnodes(st, b);
+    ibm::bedshearnodes(st.geometry(), st.conditions(), st.bed(), b);
     // On several ranks each field goes through a plane of the block's nodes to rank 0's plane of
     // the whole grid, as the box's fields do.
     static Field3d mine, whole;

@@ -115,7 +115,7 @@ void addsample(Storage& st, const NodeArrays& nodes) {
     if (st.iwallmodel == 1) {
         // The bed's nodes: the stress as the step left it, in the layout of the sums' planes.
         ibm::BedShearNodes b;
-        ibm::bedshearnodes(st, b);
+        ibm::bedshearnodes(st.geometry(), st.conditions(), st.bed(), b);
         const std::vector<double>* parts[3] = {&b.tau, &b.taux, &b.tauy};
         for (std::size_t m = 0; m < s.bedsum.size(); ++m) {
             double* sum = s.bedsum[m].data();

@@ -94,7 +94,7 @@ TEST(Smagorinsky, LinearFieldStrainViscosityAndGhostLayers) {
     setboundarycodes(st, 0, 1, 0); // periodic x, side walls, free-slip top
     st.cs = 0.1;
     testsupport::setvelocity(st, st.u, st.v, st.w, testsupport::linear);
-    flow::smagorinsky(st);
+    flow::smagorinsky(st.geometry(), st.conditions(), st.flow(), st.bed());
     // Of the gradient G of testsupport::linear: S12 = (-1.2 + 2.1)/2, S13 = (0.8 - 0.9)/2,
     // S23 = (-0.4 + 1.6)/2; |S|^2 = 2 (0.09 + 0.49 + 0.25) + 4 (0.2025 + 0.0025 + 0.36) = 3.92;
     // nut = (cs delta)^2 |S| with delta^3 = 0.5 x 0.4 x 0.1.
@@ -112,7 +112,7 @@ TEST(Smagorinsky, LinearFieldStrainViscosityAndGhostLayers) {
 
     st.u(2, 3, 4) += 0.4; // some variation near the top
     st.w(4, 1, 3) = 0.2;
-    flow::smagorinsky(st);
+    flow::smagorinsky(st.geometry(), st.conditions(), st.flow(), st.bed());
     // Periodic x; free-slip top and side walls (code 1): nut flips sign, the strain is copied;
     // bottom (code -1): plain copy.
     testsupport::interior(st, [&](int i, int j, int k) {

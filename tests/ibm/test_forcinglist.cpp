@@ -61,7 +61,7 @@ std::string force(Storage& st, int threads) {
     testing::internal::CaptureStdout();
     for (int n = 0; n < 2; ++n) {
         immersing(st);
-        flow::smagorinsky(st);
+        flow::smagorinsky(st.geometry(), st.conditions(), st.flow(), st.bed());
         immersing(st);
     }
     return testing::internal::GetCapturedStdout();

@@ -79,7 +79,7 @@ TEST(WallModel, FirstFaceCarriesTheBedStressOfEveryColumn) {
     flow::boundaryu(st.geometry(), st.conditions(), st.flow());
     flow::boundaryv(st.geometry(), st.conditions(), st.flow());
     flow::boundaryw(st.geometry(), st.conditions(), st.flow());
-    flow::smagorinsky(st);
+    flow::smagorinsky(st.geometry(), st.conditions(), st.flow(), st.bed());
     // The forcing cells lie in layer 3 (centre at 12.5 mm), the first fluid cells in layer 4.
     ASSERT_EQ(st.iflagp(1, 1, 3), 0);
     ASSERT_EQ(st.iflagp(1, 1, 4), 1);
@@ -129,7 +129,7 @@ TEST(WallModel, FirstFaceCarriesTheBedStressOfEveryColumn) {
     EXPECT_EQ(st.bedshear(3, 5, 1), st.bedshear(3, 1, 1));
     st.dens = 1000.0;
     BedShearNodes nodes;
-    bedshearnodes(st, nodes);
+    bedshearnodes(st.geometry(), st.conditions(), st.bed(), nodes);
     ASSERT_EQ(nodes.tau.size(), 9u * 5u);
     const double expect = 250.0 * (st.bedshear(2, 3, 0) + st.bedshear(3, 3, 0) +
                                    st.bedshear(2, 4, 0) + st.bedshear(3, 4, 0));

@@ -174,8 +174,9 @@ TEST(Projection, SameResultsOnOneAndTwoThreads) {
         testsupport::randomise({&s.u, &s.v, &s.w, &s.uo, &s.vo, &s.wo, &s.fu, &s.fv, &s.fw,
                                 &s.mg(0).phi, &s.mg(0).src},
                                5, -1e-5, 1e-5);
-        flow::timestep(s.geometry(), s.conditions(), s.flow(), s.clock()), flow::smagorinsky(s),
-            predict(s), pressure::vorticity(s.geometry(), s.conditions(), s.flow());
+        flow::timestep(s.geometry(), s.conditions(), s.flow(), s.clock()),
+            flow::smagorinsky(s.geometry(), s.conditions(), s.flow(), s.bed()), predict(s),
+            pressure::vorticity(s.geometry(), s.conditions(), s.flow());
         pressure::boundarypres(s, 0), pressure::operatorp(s, 0), pressure::residualp(s, 0);
         pressure::resnormp(s, 0, norms[n][0]), pressure::divnormp(s, 0, norms[n][1]);
         pressure::correction(s.geometry(), s.conditions(), s.clock(), s.hierarchy(), s.flow()),
