@@ -25,10 +25,13 @@ void averagenodes(const Storage& st, const NodeArrays& nodes, bool inbedzero, Va
                   Field3d& out) {
     // The bed at the nodes covers the whole grid; a block reads it at its offset.
     const int gi = st.ioffset(), gj = st.joffset();
+    const ConstView2<double> elev = nodes.elev.cview();
+    const ConstView3<double> z3 = nodes.z3.cview();
+    const View3<double> o = out.view();
     // Every node is averaged on its own.
-    loops::forbox({{0, st.imax}, {0, st.jmax}, {0, st.kmax}}, [&](int i, int j, int k) {
-        const bool fluid = !inbedzero || nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k);
-        out(i, j, k) = fluid ? value(i, j, k) : 0.0;
+    loops::forbox({{0, st.imax}, {0, st.jmax}, {0, st.kmax}}, [=](int i, int j, int k) {
+        const bool fluid = !inbedzero || elev(i + gi, j + gj) < z3(i, j, k);
+        o(i, j, k) = fluid ? value(i, j, k) : 0.0;
     });
 }
 
@@ -38,20 +41,22 @@ void nodeaveraging(const Storage& st, const NodeArrays& nodes, NodeField field, 
     const auto average = [&](bool inbedzero, auto value) {
         averagenodes(st, nodes, inbedzero, value, out);
     };
+    const ConstView3<double> u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
+    const ConstView3<double> p = st.p.cview(), vort = st.vort.cview(), qc = st.qc.cview();
     switch (field) {
     case NodeField::unode:
-        return average(true, [&](int i, int j, int k) { return nodeu(st.u, i, j, k); });
+        return average(true, [=](int i, int j, int k) { return nodeu(u, i, j, k); });
     case NodeField::vnode:
-        return average(true, [&](int i, int j, int k) { return nodev(st.v, i, j, k); });
+        return average(true, [=](int i, int j, int k) { return nodev(v, i, j, k); });
     case NodeField::wnode:
-        return average(true, [&](int i, int j, int k) { return nodew(st.w, i, j, k); });
+        return average(true, [=](int i, int j, int k) { return nodew(w, i, j, k); });
     // The pressure is written everywhere, inside the bed too.
     case NodeField::pnode:
-        return average(false, [&](int i, int j, int k) { return eightcells(st.p, i, j, k); });
+        return average(false, [=](int i, int j, int k) { return eightcells(p, i, j, k); });
     case NodeField::vortnode:
-        return average(true, [&](int i, int j, int k) { return eightcells(st.vort, i, j, k); });
+        return average(true, [=](int i, int j, int k) { return eightcells(vort, i, j, k); });
     case NodeField::qnode:
-        return average(true, [&](int i, int j, int k) { return eightcells(st.qc, i, j, k); });
+        return average(true, [=](int i, int j, int k) { return eightcells(qc, i, j, k); });
     }
 }
 

@@ -3,27 +3,10 @@
 #pragma once
 
 #include "run/casefile_m.hpp"
+#include "run/nodes_k.hpp"
 #include "run/storage_m.hpp"
 
 namespace riffle {
-
-// Node (i, j, k) of the staggered grid sits at the corner shared by cells i..i+1, j..j+1, k..k+1:
-// a velocity component is the mean of the four faces around it, a cell-centred field the mean of
-// the eight cells.
-inline double nodeu(const Field3d& u, int i, int j, int k) {
-    return 0.25 * (u(i, j, k) + u(i, j + 1, k) + u(i, j, k + 1) + u(i, j + 1, k + 1));
-}
-inline double nodev(const Field3d& v, int i, int j, int k) {
-    return 0.25 * (v(i, j, k) + v(i + 1, j, k) + v(i, j, k + 1) + v(i + 1, j, k + 1));
-}
-inline double nodew(const Field3d& w, int i, int j, int k) {
-    return 0.25 * (w(i, j, k) + w(i + 1, j, k) + w(i, j + 1, k) + w(i + 1, j + 1, k));
-}
-inline double eightcells(const Field3d& a, int i, int j, int k) {
-    return 0.125 *
-           (a(i, j, k) + a(i + 1, j, k) + a(i, j + 1, k) + a(i + 1, j + 1, k) + a(i, j, k + 1) +
-            a(i + 1, j, k + 1) + a(i, j + 1, k + 1) + a(i + 1, j + 1, k + 1));
-}
 
 // The node output fields, in the order they are written.
 enum class NodeField { unode, vnode, wnode, pnode, vortnode, qnode };

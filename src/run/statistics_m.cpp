@@ -1,5 +1,6 @@
 #include "run/statistics_m.hpp"
 
+#include <array>
 #include <cstring>
 #include <stdexcept>
 
@@ -9,6 +10,7 @@
 #include "run/halo_m.hpp"
 #include "run/loops.hpp"
 #include "run/messages.hpp"
+#include "run/nodes_k.hpp"
 #include "run/parallel.hpp"
 #include "run/restart_m.hpp"
 
@@ -24,7 +26,8 @@ enum Sum : int { su, sv, sw, sp, suu, svv, sww, suw, suv, svw, snut };
 // mean less the product of the mean node velocities is the resolved shear stress the stencils
 // carry: a product of node means (four faces each) would smooth away a quarter of it on a
 // coarse grid.
-double edgeuw(const Field3d& u, const Field3d& w, int i, int j, int k) {
+RIFFLE_HD inline double edgeuw(const ConstView3<double>& u, const ConstView3<double>& w, int i,
+                               int j, int k) {
     double sum = 0.0;
     for (int jj = j; jj <= j + 1; ++jj) {
         sum += 0.5 * (u(i, jj, k) + u(i, jj, k + 1)) * 0.5 * (w(i, jj, k) + w(i + 1, jj, k));
@@ -56,31 +59,28 @@ void readstatistics(Storage& st) {
     allocatestatistics(st);
 }
 
-double fluidnodemean(const Storage& st, const NodeArrays& nodes, const Field3d& a) {
+double fluidnodemean(const Storage& st, const NodeArrays& nodes, const Field3d& field) {
     const int gi = st.ioffset(), gj = st.joffset();
     // A block's last node in x (y) is the first of the block beyond its east (north) face: only
     // the block on the face of the box counts it, so the whole grid's nodes count once each, as
     // on one process.
-    const bool blocks = st.dec.distributed();
-    const int ilast = !blocks || st.dec.ownsface(east) ? st.imax : st.imax - 1;
-    const int jlast = !blocks || st.dec.ownsface(north) ? st.jmax : st.jmax - 1;
+    const int ilast = st.dec.ownsface(east) ? st.imax : st.imax - 1;
+    const int jlast = st.dec.ownsface(north) ? st.jmax : st.jmax - 1;
+    const ConstView2<double> elev = nodes.elev.cview();
+    const ConstView3<double> z3 = nodes.z3.cview(), a = field.cview();
     struct SumCount {
         double sum, count;
     };
     const SumCount total = loops::reducebox(
         loops::Box{{0, ilast}, {0, jlast}, {0, st.kmax}}, SumCount{0.0, 0.0},
-        [&](int i, int j, int k) {
-            if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) return SumCount{0.0, 0.0};
+        [=](int i, int j, int k) {
+            if (!(elev(i + gi, j + gj) < z3(i, j, k))) return SumCount{0.0, 0.0};
             return SumCount{eightcells(a, i, j, k), 1.0};
         },
         [](SumCount x, SumCount y) {
             return SumCount{x.sum + y.sum, x.count + y.count};
         });
-    double sum = total.sum, count = total.count;
-    if (blocks) {
-        sum = allsum(sum);
-        count = allsum(count);
-    }
+    const double sum = allsum(st.dec, total.sum), count = allsum(st.dec, total.count);
     return count > 0.0 ? sum / count : 0.0;
 }
 
@@ -88,29 +88,36 @@ void addsample(Storage& st, const NodeArrays& nodes) {
     Storage::StatisticSums& s = st.stats;
     if (s.enabled != 1 || !(st.time >= s.start)) return;
     // The step's pressure, measured from its mean over the fluid (see statistics_m.hpp).
-    const Field3d& phi = st.mg(0).phi;
-    const double level = fluidnodemean(st, nodes, phi);
+    const Field3d& phifield = st.mg(0).phi;
+    const double level = fluidnodemean(st, nodes, phifield);
     // The node values as the case file gets them (see nodeaveraging), at the fluid nodes only.
     // Every node is summed on its own, so the planes can be shared among threads.
     const int gi = st.ioffset(), gj = st.joffset();
-    loops::forbox({{0, st.imax}, {0, st.jmax}, {0, st.kmax}}, [&](int i, int j, int k) {
+    const ConstView2<double> elev = nodes.elev.cview();
+    const ConstView3<double> z3 = nodes.z3.cview(), phi = phifield.cview();
+    const ConstView3<double> u = st.u.cview(), v = st.v.cview(), w = st.w.cview();
+    const ConstView3<double> nut = st.nut.cview();
+    std::array<View3<double>, 11> sums;
+    for (std::size_t m = 0; m < sums.size(); ++m)
+        sums[m] = s.sum[m].view();
+    loops::forbox({{0, st.imax}, {0, st.jmax}, {0, st.kmax}}, [=](int i, int j, int k) {
         // At or below the bed (the bed of the whole grid, at the block's offset).
-        if (!(nodes.elev(i + gi, j + gj) < nodes.z3(i, j, k))) return;
-        const double u = nodeu(st.u, i, j, k), v = nodev(st.v, i, j, k);
-        const double w = nodew(st.w, i, j, k);
-        const double add[11] = {u,
-                                v,
-                                w,
+        if (!(elev(i + gi, j + gj) < z3(i, j, k))) return;
+        const double un = nodeu(u, i, j, k), vn = nodev(v, i, j, k);
+        const double wn = nodew(w, i, j, k);
+        const double add[11] = {un,
+                                vn,
+                                wn,
                                 eightcells(phi, i, j, k) - level,
-                                u * u,
-                                v * v,
-                                w * w,
-                                edgeuw(st.u, st.w, i, j, k),
-                                u * v,
-                                v * w,
-                                eightcells(st.nut, i, j, k)};
-        for (std::size_t m = 0; m < s.sum.size(); ++m)
-            s.sum[m](i, j, k) += add[m];
+                                un * un,
+                                vn * vn,
+                                wn * wn,
+                                edgeuw(u, w, i, j, k),
+                                un * vn,
+                                vn * wn,
+                                eightcells(nut, i, j, k)};
+        for (std::size_t m = 0; m < sums.size(); ++m)
+            sums[m](i, j, k) += add[m];
     });
     if (st.iwallmodel == 1) {
         // The bed's nodes: the stress as the step left it, in the layout of the sums' planes.

@@ -1,5 +1,7 @@
 #include "run/tecplot_m.hpp"
 
+#include "run/nodes_k.hpp"
+
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -32,12 +34,6 @@ constexpr int mantissadigits = 14;
 // ---- node values ----------------------------------------------------------------------------
 
 inline double fourfaces(double a, double b, double c, double d) { return 0.25 * (a + b + c + d); }
-
-inline double eightcells(const ConstView3<double>& a, int i, int j, int k) {
-    return 0.125 *
-           (a(i, j, k) + a(i + 1, j, k) + a(i, j + 1, k) + a(i + 1, j + 1, k) + a(i, j, k + 1) +
-            a(i + 1, j, k + 1) + a(i, j + 1, k + 1) + a(i + 1, j + 1, k + 1));
-}
 
 // Bed height at node (i,j): the mean of zb over the four cells that share the node.
 inline double nodebed(const Field2d& zb, int i, int j) {
