@@ -17,6 +17,14 @@
 #include <memory>
 #include <type_traits>
 
+// Marks a function that every back end runs (host and device code under a CUDA compiler): the
+// kernels of the loop layer and the view accessors they call.
+#if defined(__CUDACC__)
+#define RIFFLE_HD __host__ __device__
+#else
+#define RIFFLE_HD
+#endif
+
 namespace riffle {
 
 struct Range {
@@ -49,16 +57,18 @@ template <class T> constexpr T fresh_value() {
 template <class T> class ConstView3 {
 public:
     ConstView3() = default;
-    ConstView3(const T* data, Range ri, Range rj, Range rk)
+    RIFFLE_HD ConstView3(const T* data, Range ri, Range rj, Range rk)
         : p_(data), ri_(ri), rj_(rj), rk_(rk), sj_(ri.extent()), sk_(ri.extent() * rj.extent()) {}
 
-    [[nodiscard]] const T& operator()(int i, int j, int k) const { return p_[offset(i, j, k)]; }
+    [[nodiscard]] RIFFLE_HD const T& operator()(int i, int j, int k) const {
+        return p_[offset(i, j, k)];
+    }
     [[nodiscard]] Range irange() const { return ri_; }
     [[nodiscard]] Range jrange() const { return rj_; }
     [[nodiscard]] Range krange() const { return rk_; }
 
 protected:
-    [[nodiscard]] std::ptrdiff_t offset(int i, int j, int k) const {
+    [[nodiscard]] RIFFLE_HD std::ptrdiff_t offset(int i, int j, int k) const {
 #ifdef RIFFLE_BOUNDS_CHECK
         if (i < ri_.lo || i > ri_.hi || j < rj_.lo || j > rj_.hi || k < rk_.lo || k > rk_.hi) {
             detail::out_of_range(i, j, k, ri_, rj_, rk_);
@@ -75,7 +85,7 @@ template <class T> class View3 : public ConstView3<T> {
 public:
     View3() = default;
     View3(T* data, Range ri, Range rj, Range rk) : ConstView3<T>(data, ri, rj, rk) {}
-    [[nodiscard]] T& operator()(int i, int j, int k) const {
+    [[nodiscard]] RIFFLE_HD T& operator()(int i, int j, int k) const {
         return const_cast<T&>(this->p_[this->offset(i, j, k)]);
     }
 };
@@ -141,7 +151,7 @@ template <class T> class ConstView2 {
 public:
     ConstView2() = default;
     explicit ConstView2(ConstView3<T> plane) : plane_(plane) {}
-    [[nodiscard]] const T& operator()(int i, int j) const { return plane_(i, j, 0); }
+    [[nodiscard]] RIFFLE_HD const T& operator()(int i, int j) const { return plane_(i, j, 0); }
     [[nodiscard]] Range irange() const { return plane_.irange(); }
     [[nodiscard]] Range jrange() const { return plane_.jrange(); }
 

@@ -17,15 +17,8 @@
 #include <utility>
 #include <vector>
 
-#include "run/field3.hpp"
+#include "run/field3.hpp" // RIFFLE_HD, the kernels' marker
 #include "run/parallel.hpp"
-
-// Marks a kernel function for every back end (host and device code under a CUDA compiler).
-#if defined(__CUDACC__)
-#define RIFFLE_HD __host__ __device__
-#else
-#define RIFFLE_HD
-#endif
 
 namespace riffle::loops {
 
