@@ -17,8 +17,8 @@
 // end of the line), i-faces first, then j-faces, then k-faces, each pass running over the whole
 // layer of the earlier passes, so edges and corners come out filled.
 //
-// Threads: one parallel region; the interior loop and the three ghost passes are static loops over
-// the outermost index with a barrier after each. Called only when output is due.
+// Threads: the interior loop and the three ghost passes are loops of the loop layer, each ending
+// before the next begins. Called only when output is due.
 #pragma once
 
 #include "run/storage_m.hpp"

@@ -1,5 +1,5 @@
 // The run driver: start-up from the case file, the time loop, the console report and the output
-// schedules. It is serial; every routine it calls runs its own parallel region.
+// schedules. It is serial; every routine it calls runs its grid loops through the loop layer.
 #pragma once
 
 #include <array>
