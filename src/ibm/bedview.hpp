@@ -40,10 +40,10 @@ struct BedView {
     ConstView3<double> u, v, w, nut;
     ConstView3<std::int32_t> iflagu, iflagv, iflagw, iflagp;
 
-    [[nodiscard]] int ioffset() const { return i0; }
-    [[nodiscard]] int joffset() const { return j0; }
-    [[nodiscard]] int iwhole() const { return iw; }
-    [[nodiscard]] int jwhole() const { return jw; }
+    [[nodiscard]] RIFFLE_HD int ioffset() const { return i0; }
+    [[nodiscard]] RIFFLE_HD int joffset() const { return j0; }
+    [[nodiscard]] RIFFLE_HD int iwhole() const { return iw; }
+    [[nodiscard]] RIFFLE_HD int jwhole() const { return jw; }
 
     BedView() = default;
     BedView(const Geometry& g, const Conditions& c, const FlowFields& f, const BedState& b)

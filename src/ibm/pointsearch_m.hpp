@@ -25,11 +25,13 @@ namespace riffle::ibm {
 // z21 at (x2, y1), z12 at (x1, y2) and z22 at (x2, y2).
 struct Bilinear {
     double c0 = 0.0, cx = 0.0, cy = 0.0, cxy = 0.0;
-    [[nodiscard]] double z(double x, double y) const { return c0 + cx * x + cy * y + cxy * x * y; }
+    [[nodiscard]] RIFFLE_HD double z(double x, double y) const {
+        return c0 + cx * x + cy * y + cxy * x * y;
+    }
 };
 
-[[nodiscard]] inline Bilinear bilinear(double x1, double x2, double y1, double y2, double z11,
-                                       double z21, double z12, double z22) {
+[[nodiscard]] RIFFLE_HD inline Bilinear bilinear(double x1, double x2, double y1, double y2,
+                                                 double z11, double z21, double z12, double z22) {
     const double den = (x1 - x2) * (y1 - y2);
     Bilinear b;
     b.cxy = (z11 - z21 - z12 + z22) / den;

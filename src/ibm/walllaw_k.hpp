@@ -29,13 +29,13 @@ inline constexpr double step_idw = 0.25;
 
 // ---- vectors --------------------------------------------------------------------------------
 
-inline Point3 operator+(Point3 a, Point3 b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
-inline Point3 operator-(Point3 a, Point3 b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
-inline Point3 operator*(double s, Point3 a) { return {s * a.x, s * a.y, s * a.z}; }
-inline double dot(Point3 a, Point3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
-inline double norm(Point3 a) { return std::sqrt(dot(a, a)); }
-inline Point3 divide(Point3 a, double s) { return {a.x / s, a.y / s, a.z / s}; }
-inline double component(Point3 a, Component c) {
+RIFFLE_HD inline Point3 operator+(Point3 a, Point3 b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
+RIFFLE_HD inline Point3 operator-(Point3 a, Point3 b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+RIFFLE_HD inline Point3 operator*(double s, Point3 a) { return {s * a.x, s * a.y, s * a.z}; }
+RIFFLE_HD inline double dot(Point3 a, Point3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+RIFFLE_HD inline double norm(Point3 a) { return std::sqrt(dot(a, a)); }
+RIFFLE_HD inline Point3 divide(Point3 a, double s) { return {a.x / s, a.y / s, a.z / s}; }
+RIFFLE_HD inline double component(Point3 a, Component c) {
     return c == Component::x ? a.x : (c == Component::y ? a.y : a.z);
 }
 
@@ -49,9 +49,11 @@ struct Axis {
     double lo, h, off;
     int first, last;
     int shift = 0, zero = 0;
-    [[nodiscard]] double pos(int n) const { return lo + ((n + shift) + off) * h; }
-    [[nodiscard]] double index(double r) const { return (r - lo) / h - off - shift; } // fractional
-    [[nodiscard]] bool face() const { return off == 0.0; }
+    [[nodiscard]] RIFFLE_HD double pos(int n) const { return lo + ((n + shift) + off) * h; }
+    [[nodiscard]] RIFFLE_HD double index(double r) const {
+        return (r - lo) / h - off - shift;
+    } // fractional
+    [[nodiscard]] RIFFLE_HD bool face() const { return off == 0.0; }
 };
 struct Grid {
     Axis x, y, z;
@@ -59,7 +61,8 @@ struct Grid {
 
 // An axis of n cells (the whole box's count) whose array holds the indices `held` of a block
 // shifted by `shift`.
-inline Axis faceaxis(double lo, double h, int n, int shift = 0, Range held = {-1, 1 << 30}) {
+RIFFLE_HD inline Axis faceaxis(double lo, double h, int n, int shift = 0,
+                               Range held = {-1, 1 << 30}) {
     return {lo,
             h,
             0.0,
@@ -68,7 +71,8 @@ inline Axis faceaxis(double lo, double h, int n, int shift = 0, Range held = {-1
             shift,
             std::max(-shift, held.lo)};
 }
-inline Axis centreaxis(double lo, double h, int n, int shift = 0, Range held = {0, 1 << 30}) {
+RIFFLE_HD inline Axis centreaxis(double lo, double h, int n, int shift = 0,
+                                 Range held = {0, 1 << 30}) {
     return {lo,
             h,
             -0.5,
@@ -79,7 +83,7 @@ inline Axis centreaxis(double lo, double h, int n, int shift = 0, Range held = {
 }
 
 // The x (dir 0) or y (dir 1) axis of a block, or of the whole box on one process.
-inline Axis sideaxis(const BedView& bed, int dir, bool face) {
+RIFFLE_HD inline Axis sideaxis(const BedView& bed, int dir, bool face) {
     const double lo = dir == 0 ? bed.xmin : bed.ymin, h = dir == 0 ? bed.dx : bed.dy;
     if (!bed.blocks) {
         const int n = dir == 0 ? bed.imax : bed.jmax;
@@ -91,25 +95,25 @@ inline Axis sideaxis(const BedView& bed, int dir, bool face) {
     return face ? faceaxis(lo, h, n, shift, held) : centreaxis(lo, h, n, shift, held);
 }
 
-inline Grid ugrid(const BedView& bed) {
+RIFFLE_HD inline Grid ugrid(const BedView& bed) {
     return {sideaxis(bed, 0, true), sideaxis(bed, 1, false),
             centreaxis(bed.zmin, bed.dz, bed.kmax)};
 }
-inline Grid vgrid(const BedView& bed) {
+RIFFLE_HD inline Grid vgrid(const BedView& bed) {
     return {sideaxis(bed, 0, false), sideaxis(bed, 1, true),
             centreaxis(bed.zmin, bed.dz, bed.kmax)};
 }
-inline Grid wgrid(const BedView& bed) {
+RIFFLE_HD inline Grid wgrid(const BedView& bed) {
     return {sideaxis(bed, 0, false), sideaxis(bed, 1, false), faceaxis(bed.zmin, bed.dz, bed.kmax)};
 }
-inline Grid cgrid(const BedView& bed) {
+RIFFLE_HD inline Grid cgrid(const BedView& bed) {
     return {sideaxis(bed, 0, false), sideaxis(bed, 1, false),
             centreaxis(bed.zmin, bed.dz, bed.kmax)};
 }
 
 // Brings each coordinate of r back inside the box narrowed by `margin` at each end. The box is
 // xmin .. xmin + imax dx (likewise y; the whole box's counts) and zmin .. zmax.
-inline Point3 keepinside(Point3 r, const BedView& bed, double margin) {
+RIFFLE_HD inline Point3 keepinside(Point3 r, const BedView& bed, double margin) {
     const double xhi = bed.xmin + bed.iwhole() * bed.dx, yhi = bed.ymin + bed.jwhole() * bed.dy;
     r.x = std::min(std::max(r.x, bed.xmin + margin), xhi - margin);
     r.y = std::min(std::max(r.y, bed.ymin + margin), yhi - margin);
@@ -123,12 +127,12 @@ inline Point3 keepinside(Point3 r, const BedView& bed, double margin) {
 // direction, and the weights of the upper points. The lower index is held to first..last-1 so that
 // the eight points stay inside the array; a point beyond the outer ghost layer (R stepped out of
 // the box) then extrapolates from the outermost cell instead of reading outside the array.
-inline int lowerindex(const Axis& ax, double s) {
+RIFFLE_HD inline int lowerindex(const Axis& ax, double s) {
     const double n = std::floor(std::clamp(s, ax.first - 1.0, ax.last + 1.0));
     return std::clamp(static_cast<int>(n), ax.first, ax.last - 1);
 }
 
-inline Stencil enclosing(const Grid& g, Point3 r) {
+RIFFLE_HD inline Stencil enclosing(const Grid& g, Point3 r) {
     const double si = g.x.index(r.x), sj = g.y.index(r.y), sk = g.z.index(r.z);
     const int i = lowerindex(g.x, si), j = lowerindex(g.y, sj), k = lowerindex(g.z, sk);
     return {i, j, k, si - i, sj - j, sk - k};
@@ -136,7 +140,7 @@ inline Stencil enclosing(const Grid& g, Point3 r) {
 
 // 1 when all eight points of the stencil are fluid: (flag + 1)/2 in integer division is 1 for
 // fluid and 0 for both forcing (0) and solid (-1) points.
-inline int fluid8(const ConstView3<std::int32_t>& flag, const Stencil& s) {
+RIFFLE_HD inline int fluid8(const ConstView3<std::int32_t>& flag, const Stencil& s) {
     int product = 1;
     for (int dk = 0; dk <= 1; ++dk)
         for (int dj = 0; dj <= 1; ++dj)
@@ -145,7 +149,7 @@ inline int fluid8(const ConstView3<std::int32_t>& flag, const Stencil& s) {
     return product;
 }
 
-inline double trilinear(const ConstView3<double>& q, const Stencil& s) {
+RIFFLE_HD inline double trilinear(const ConstView3<double>& q, const Stencil& s) {
     const int i = s.i, j = s.j, k = s.k;
     const double a = s.a, b = s.b, c = s.c;
     return (1.0 - a) * (1.0 - b) * (1.0 - c) * q(i, j, k) +
@@ -158,7 +162,7 @@ inline double trilinear(const ConstView3<double>& q, const Stencil& s) {
 // ---- inverse-distance weighting -------------------------------------------------------------
 
 // Index of the block centre: rounded down in a face direction, to nearest in a centre direction.
-inline int blockindex(const Axis& ax, double r) {
+RIFFLE_HD inline int blockindex(const Axis& ax, double r) {
     const double s = std::clamp(ax.index(r), -1.0e6, 1.0e6); // keeps the int conversion defined
     return static_cast<int>(std::floor(ax.face() ? s : s + 0.5));
 }
@@ -168,7 +172,7 @@ inline int blockindex(const Axis& ax, double r) {
 struct BlockRange {
     int ilo, ihi, jlo, jhi, klo, khi;
 };
-inline BlockRange blockrange(const Grid& g, Point3 r) {
+RIFFLE_HD inline BlockRange blockrange(const Grid& g, Point3 r) {
     const int i0 = blockindex(g.x, r.x), j0 = blockindex(g.y, r.y), k0 = blockindex(g.z, r.z);
     return {std::max(i0 - 2, g.x.zero), std::min(i0 + 3, g.x.last), std::max(j0 - 2, g.y.zero),
             std::min(j0 + 3, g.y.last), std::max(k0 - 2, g.z.zero), std::min(k0 + 3, g.z.last)};
@@ -177,8 +181,8 @@ inline BlockRange blockrange(const Grid& g, Point3 r) {
 // Calls visit(i, j, k, d) for the fluid points (flag 1) of the block in order (k, j, i ascending),
 // d their distance from r, until visit returns true.
 template <class Visit>
-inline void eachfluid(const ConstView3<std::int32_t>& flag, const Grid& g, Point3 r,
-                      const BlockRange& b, Visit visit) {
+RIFFLE_HD inline void eachfluid(const ConstView3<std::int32_t>& flag, const Grid& g, Point3 r,
+                                const BlockRange& b, Visit visit) {
     for (int k = b.klo; k <= b.khi; ++k) {
         const double ez = g.z.pos(k) - r.z;
         for (int j = b.jlo; j <= b.jhi; ++j) {
@@ -193,7 +197,7 @@ inline void eachfluid(const ConstView3<std::int32_t>& flag, const Grid& g, Point
 }
 
 // Weight of a point at distance d when the farthest point gathered is at rmax.
-inline double idwweight(double rmax, double d) {
+RIFFLE_HD inline double idwweight(double rmax, double d) {
     const double t = (rmax - d) / (rmax * d);
     return t * t;
 }
@@ -202,8 +206,8 @@ inline double idwweight(double rmax, double d) {
 // value; otherwise sum(w q)/sum(w) with w = ((rmax - r)/(rmax r))^2, rmax the largest distance
 // gathered. With no point gathered (or a single one, whose weight is 0) the quotient is not a
 // number and the result is 0.
-inline double idw(const ConstView3<double>& q, const ConstView3<std::int32_t>& flag, const Grid& g,
-                  Point3 r) {
+RIFFLE_HD inline double idw(const ConstView3<double>& q, const ConstView3<std::int32_t>& flag,
+                            const Grid& g, Point3 r) {
     constexpr int blockpoints = 216;
     std::array<double, blockpoints> dist; // distances and values of the gathered points
     std::array<double, blockpoints> val;
@@ -241,22 +245,22 @@ struct Tangential {
     Point3 vt;
     double ut;
 };
-inline Tangential tangential(Point3 v, Point3 e) {
+RIFFLE_HD inline Tangential tangential(Point3 v, Point3 e) {
     const double vn = dot(v, e);
     const Point3 vt = v - vn * e;
     return {vt, norm(vt)};
 }
 
 // P gets the rough-wall profile value along Vt/Ut; returns the wall-normal gradient.
-inline double setprofile(double ustar, double dp, double z0, const Tangential& t, Component c,
-                         double& value) {
+RIFFLE_HD inline double setprofile(double ustar, double dp, double z0, const Tangential& t,
+                                   Component c, double& value) {
     const double up = roughprofile(ustar, dp, z0);
     value = up * component(t.vt, c) / t.ut;
     return ustar / kappa / dp;
 }
 
 // Unit normal of the bed at the foot f, from the patch of cell centres around f.
-inline Point3 bednormal(const BedView& bed, Point3 f) {
+RIFFLE_HD inline Point3 bednormal(const BedView& bed, Point3 f) {
     // Truncation as for a non-negative column index; held so the patch stays inside zb. The
     // column is the whole box's; a block holds zb at its own offset (gi, gj).
     const int a = std::clamp(static_cast<int>((f.x - bed.xmin) / bed.dx + 0.5), 0, bed.iwhole());
@@ -281,7 +285,8 @@ struct TrilinearGeometry {
     double d;
 };
 
-inline TrilinearGeometry trilineargeometry(const BedView& bed, Point3 p, Point3 f, double z0) {
+RIFFLE_HD inline TrilinearGeometry trilineargeometry(const BedView& bed, Point3 p, Point3 f,
+                                                     double z0) {
     Point3 n = p - f;
     double dp = norm(n);
     if (dp <= z0) {
@@ -307,12 +312,12 @@ inline TrilinearGeometry trilineargeometry(const BedView& bed, Point3 p, Point3 
 }
 
 // The velocity at the image point, split along the bed.
-inline Tangential trilineartangential(const BedView& bed, const TrilinearGeometry& g) {
+RIFFLE_HD inline Tangential trilineartangential(const BedView& bed, const TrilinearGeometry& g) {
     const Point3 v{trilinear(bed.u, g.su), trilinear(bed.v, g.sv), trilinear(bed.w, g.sw)};
     return tangential(v, g.e);
 }
 
-inline Point3 idwvelocity(const BedView& bed, Point3 r) {
+RIFFLE_HD inline Point3 idwvelocity(const BedView& bed, Point3 r) {
     return {idw(bed.u, bed.iflagu, ugrid(bed), r), idw(bed.v, bed.iflagv, vgrid(bed), r),
             idw(bed.w, bed.iflagw, wgrid(bed), r)};
 }
@@ -334,7 +339,7 @@ struct EddyImage {
 
 // Variant A: R = P + n brought inside the box, then stepped out by dy/8 until its stencil holds
 // only fluid cells.
-inline EddyImage eddytriimage(const BedView& bed, Point3 p, Point3 f) {
+RIFFLE_HD inline EddyImage eddytriimage(const BedView& bed, Point3 p, Point3 f) {
     const Point3 n = p - f;
     const double dp = norm(n);
     if (dp < eddy_min_dp) return {true, dp, 0.0, {}, {}};
@@ -352,7 +357,7 @@ inline EddyImage eddytriimage(const BedView& bed, Point3 p, Point3 f) {
 }
 
 // Variant B: R = P + n as it is.
-inline EddyImage eddyidwimage(Point3 p, Point3 f) {
+RIFFLE_HD inline EddyImage eddyidwimage(Point3 p, Point3 f) {
     const Point3 n = p - f;
     const double dp = norm(n);
     if (dp <= eddy_min_dp) return {true, dp, 0.0, {}, {}};

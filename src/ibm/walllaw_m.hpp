@@ -48,28 +48,32 @@ enum class Component : int { x = 0, y = 1, z = 2 };
 
 // Roughness length from the grain size in millimetres. The factor is the decimal as written, not
 // 1/12, and the division by 1000 comes after it, so the bits match the established runs.
-[[nodiscard]] inline double roughnesslength(double ks) { return ks * 0.0833333333333333 / 1000.0; }
+[[nodiscard]] RIFFLE_HD inline double roughnesslength(double ks) {
+    return ks * 0.0833333333333333 / 1000.0;
+}
 
 // The two rough-wall laws with ln(d/z0) given: the logarithm depends on the geometry alone, so a
 // list of forcing points keeps it between calls.
-[[nodiscard]] inline double roughustarln(double ut, double lnd) { return kappa * ut / lnd; }
-[[nodiscard]] inline double roughprofileln(double ustar, double lndp) {
+[[nodiscard]] RIFFLE_HD inline double roughustarln(double ut, double lnd) {
+    return kappa * ut / lnd;
+}
+[[nodiscard]] RIFFLE_HD inline double roughprofileln(double ustar, double lndp) {
     return ustar / kappa * lndp;
 }
 
 // Rough-wall log law solved for u* at distance d: Ut/u* = (1/kappa) ln(d/z0).
-[[nodiscard]] inline double roughustar(double ut, double d, double z0) {
+[[nodiscard]] RIFFLE_HD inline double roughustar(double ut, double d, double z0) {
     return roughustarln(ut, std::log(d / z0));
 }
 
 // Rough-wall velocity at distance dp: Up = (u*/kappa) ln(dp/z0).
-[[nodiscard]] inline double roughprofile(double ustar, double dp, double z0) {
+[[nodiscard]] RIFFLE_HD inline double roughprofile(double ustar, double dp, double z0) {
     return roughprofileln(ustar, std::log(dp / z0));
 }
 
 enum class Layer : int { viscous = 0, buffer = 1, log = 2 };
 
-[[nodiscard]] inline Layer layerof(double yplus) {
+[[nodiscard]] RIFFLE_HD inline Layer layerof(double yplus) {
     if (yplus <= viscous_top) return Layer::viscous;
     if (yplus < log_bottom) return Layer::buffer;
     return Layer::log;

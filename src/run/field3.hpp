@@ -150,7 +150,7 @@ private:
 template <class T> class ConstView2 {
 public:
     ConstView2() = default;
-    explicit ConstView2(ConstView3<T> plane) : plane_(plane) {}
+    RIFFLE_HD explicit ConstView2(ConstView3<T> plane) : plane_(plane) {}
     [[nodiscard]] RIFFLE_HD const T& operator()(int i, int j) const { return plane_(i, j, 0); }
     [[nodiscard]] Range irange() const { return plane_.irange(); }
     [[nodiscard]] Range jrange() const { return plane_.jrange(); }

@@ -3,6 +3,7 @@
 // called once from one device function; nothing runs.
 #include "flow/momentum_k.hpp"
 #include "flow/smagorinsky_k.hpp"
+#include "ibm/walllaw_k.hpp"
 #include "pressure/multigrid_k.hpp"
 #include "pressure/projection_k.hpp"
 #include "pressure/vorticity_k.hpp"
@@ -30,4 +31,18 @@ __global__ void kernels(View3<double> a, ConstView3<double> b, ConstView3<double
     const pressure::Gradient g = pressure::gradient(a, b, c, i, j, k, 1.0, 1.0, 1.0);
     out[3] = pressure::qcriterion(g) + pressure::vorticitymagnitude(g) + ghost(1.0, 2.0, 3.0) +
              nodeu(a, i, j, k) + nodev(b, i, j, k) + nodew(c, i, j, k) + eightcells(d, i, j, k);
+}
+
+// The bed's wall laws at a forcing point: image point, interpolation, friction velocity, profile.
+__global__ void walllaws(ibm::BedView bed, double* out) {
+    using namespace riffle::ibm;
+    const Point3 p{0.1, 0.1, 0.1}, f{0.1, 0.1, 0.0};
+    const double z0 = roughnesslength(bed.ks);
+    const TrilinearGeometry g = trilineargeometry(bed, p, f, z0);
+    const Tangential t = trilineartangential(bed, g);
+    double value = 0.0;
+    out[0] = setprofile(roughustar(t.ut, g.d, z0), g.dp, z0, t, Component::x, value);
+    out[1] = norm(idwvelocity(bed, p)) + eddytriimage(bed, p, f).dp + eddyidwimage(p, f).dp;
+    out[2] = bilinear(0.0, 1.0, 0.0, 1.0, 0.0, 0.0, 0.0, 0.0).z(0.5, 0.5) +
+             keepinside(p, bed, clamp_margin).x + bednormal(bed, f).z;
 }
