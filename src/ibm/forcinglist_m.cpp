@@ -179,8 +179,7 @@ void build(const BedParts& parts, Site site, PointList& list, const ListKey& key
     // The searches take very different times: handed out as threads come free.
     const BedView cst(parts); // what the searches read, made once
     const std::vector<Found> found = loops::collectpoints(
-        static_cast<long long>(entries.size()), Found{},
-        [&](Found& acc, long long n) {
+        static_cast<long long>(entries.size()), Found{}, [&](Found& acc, long long n) {
             const auto m = static_cast<std::int32_t>(n);
             Entry& e = entries[static_cast<std::size_t>(m)];
             acc.search.clear();
@@ -192,8 +191,7 @@ void build(const BedParts& parts, Site site, PointList& list, const ListKey& key
                 return;
             }
             make(cst, f, e);
-        },
-        loops::Share::free);
+        });
     std::int32_t failed = INT_MAX;
     for (const Found& t : found) {
         list.warnings.insert(list.warnings.end(), t.warnings.begin(), t.warnings.end());

@@ -6,7 +6,7 @@
 //
 // Order and bits. A kernel that writes only its own point gives the same bits whatever the
 // partition, so the drivers are free to share the work out. A reduction is combined from one
-// partial per thread in thread order (Partials), so a given thread count gives the same bits on
+// partial per thread in thread order (PartialsOf), so a given thread count gives the same bits on
 // every run; one thread sums in the loop order (k, then j, then i).
 #pragma once
 
@@ -157,25 +157,18 @@ template <class Kernel> void forgroups(int n, int group, Kernel&& f) {
 }
 
 // Runs f(acc, n) for n = 0..count-1 with an accumulator of the calling thread's own, which starts
-// as `start`: the points shared in static blocks, or handed out sixteen at a time as threads come
-// free (Share::free, where the work per point varies). Returns the accumulators in thread order,
-// for the caller to combine; what one holds depends on the points its thread took.
+// as `start`, the points handed out sixteen at a time as threads come free (the work per point
+// varies). Returns the accumulators in thread order, for the caller to combine; what one holds
+// depends on the points its thread took.
 template <class Acc, class Kernel>
-[[nodiscard]] std::vector<Acc> collectpoints(long long count, const Acc& start, Kernel&& f,
-                                             Share share = Share::blocks) {
+[[nodiscard]] std::vector<Acc> collectpoints(long long count, const Acc& start, Kernel&& f) {
     std::vector<Acc> accs(static_cast<std::size_t>(omp_get_max_threads()), start);
 #pragma omp parallel
     {
         Acc acc = start;
-        if (share == Share::free) {
 #pragma omp for schedule(dynamic, 16) nowait
-            for (long long n = 0; n < count; ++n)
-                f(acc, n);
-        } else {
-#pragma omp for schedule(static) nowait
-            for (long long n = 0; n < count; ++n)
-                f(acc, n);
-        }
+        for (long long n = 0; n < count; ++n)
+            f(acc, n);
         accs[static_cast<std::size_t>(omp_get_thread_num())] = std::move(acc);
     }
     return accs;
@@ -199,16 +192,13 @@ template <class T, class Kernel, class Combine>
     return partials.combine(start, op);
 }
 
-// The sum, the smallest and the largest of f(i, j, k) over the box (see reducebox). A NaN value
-// never wins a minimum or a maximum.
+// The sum and the smallest of f(i, j, k) over the box (see reducebox). A NaN value never wins a
+// minimum.
 template <class Kernel> [[nodiscard]] double sumbox(const Box& b, Kernel&& f) {
     return reducebox(b, 0.0, f, [](double a, double x) { return a + x; });
 }
 template <class Kernel> [[nodiscard]] double minbox(const Box& b, double start, Kernel&& f) {
     return reducebox(b, start, f, [](double a, double x) { return x < a ? x : a; });
-}
-template <class Kernel> [[nodiscard]] double maxbox(const Box& b, double start, Kernel&& f) {
-    return reducebox(b, start, f, [](double a, double x) { return x > a ? x : a; });
 }
 
 // A reduction over the box in the order of its columns: the i columns shared among the threads

@@ -59,6 +59,5 @@ private:
     };
     std::vector<Slot> slots_;
 };
-using Partials = PartialsOf<double>;
 
 } // namespace riffle
