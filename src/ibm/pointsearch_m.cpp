@@ -292,22 +292,27 @@ void searchfailed(Site s) {
     std::_Exit(EXIT_FAILURE);
 }
 
-bool searchu(const BedView& bed, int i, int j, int k, double& value) {
-    const Foot f = searchfoot(bed, Site::u, i, j, k, nullptr);
-    if (f.found) wallvelocity(bed, f.p, f.foot, Component::x, value);
+namespace {
+
+// A velocity point of grid s (u, v or w), its component the one of the same number (x, y, z).
+bool searchvelocity(const BedView& bed, Site s, int i, int j, int k, double& value) {
+    const Foot f = searchfoot(bed, s, i, j, k, nullptr);
+    if (f.found) wallvelocity(bed, f.p, f.foot, static_cast<Component>(s), value);
     return f.found;
+}
+
+} // namespace
+
+bool searchu(const BedView& bed, int i, int j, int k, double& value) {
+    return searchvelocity(bed, Site::u, i, j, k, value);
 }
 
 bool searchv(const BedView& bed, int i, int j, int k, double& value) {
-    const Foot f = searchfoot(bed, Site::v, i, j, k, nullptr);
-    if (f.found) wallvelocity(bed, f.p, f.foot, Component::y, value);
-    return f.found;
+    return searchvelocity(bed, Site::v, i, j, k, value);
 }
 
 bool searchw(const BedView& bed, int i, int j, int k, double& value) {
-    const Foot f = searchfoot(bed, Site::w, i, j, k, nullptr);
-    if (f.found) wallvelocity(bed, f.p, f.foot, Component::z, value);
-    return f.found;
+    return searchvelocity(bed, Site::w, i, j, k, value);
 }
 
 bool searchnut(const BedView& bed, int i, int j, int k, double& value) {
