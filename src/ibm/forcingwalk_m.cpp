@@ -229,7 +229,7 @@ inline double fartherout(const BedView& bed, const IdwPoint& e, Component c) {
 // tangential direction of each entry into `out`, the velocity left as it is). Each thread takes
 // the share of the list a static schedule would give it, in groups of entries whose friction-
 // velocity laws are solved side by side: the image velocity and its tangential part for each
-// entry, the laws of the group, the values. A thread goes on without waiting for the others.
+// entry, the laws of the group, the values.
 template <bool Law = false, class Entry, class Image>
 void walkgroups(const BedView& bed, const std::vector<Entry>& list, const View3<double>& q,
                 Component c, Image image, LawOut out = {nullptr, nullptr}) {

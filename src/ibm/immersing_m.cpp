@@ -1,9 +1,9 @@
 // Immersed-boundary forcing. With the lists of forcing points switched on (a run), the routines
-// walk the lists (forcinglist_m), each split evenly among the threads. Otherwise they search the
-// bed at every call: a loop over the u, v and w forcing points in turn, and one over the forcing
-// cells for the eddy viscosity. A forcing
-// point's wall law reads only fluid points (flag 1), which no loop here writes, so the result does
-// not depend on how the points are shared.
+// walk the lists (forcinglist_m, forcingwalk_m), each split evenly among the threads. Otherwise
+// they search the bed at every call: a loop over the u, v and w forcing points in turn, and one
+// over the forcing cells for the eddy viscosity. A forcing point's wall law reads only fluid
+// points (flag 1), which no loop here writes, so the result does not depend on how the points are
+// shared.
 #include "ibm/immersing_m.hpp"
 
 #include <atomic>
