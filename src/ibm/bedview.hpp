@@ -29,10 +29,8 @@ struct BedView {
     double dx = 0.0, dy = 0.0, dz = 0.0;
     double xmin = 0.0, ymin = 0.0, zmin = 0.0, zmax = 0.0;
     // The block's offset in the whole box and the whole box's cell counts (on one process the
-    // box itself), whether the box is divided into blocks, and the cell-centred range the
-    // block's arrays hold in x and y.
+    // box itself), and the cell-centred range the block's arrays hold in x and y, halos included.
     int i0 = 0, j0 = 0, iw = 0, jw = 0;
-    bool blocks = false;
     Range heldi{}, heldj{};
     ConstView2<double> zb;
     double ks = 0.0, visc = 0.0; // grain size (mm) and kinematic viscosity
@@ -49,11 +47,10 @@ struct BedView {
     BedView(const Geometry& g, const Conditions& c, const FlowFields& f, const BedState& b)
         : imax(g.imax), jmax(g.jmax), kmax(g.kmax), dx(g.dx), dy(g.dy), dz(g.dz), xmin(g.xmin),
           ymin(g.ymin), zmin(g.zmin), zmax(g.zmax), i0(g.ioffset()), j0(g.joffset()),
-          iw(g.iwhole()), jw(g.jwhole()), blocks(g.dec.distributed()), heldi(f.p.irange()),
-          heldj(f.p.jrange()), zb(g.zb.cview()), ks(c.ks), visc(c.visc), iIBM(c.iIBM), ibed(c.ibed),
-          u(f.u.cview()), v(f.v.cview()), w(f.w.cview()), nut(f.nut.cview()),
-          iflagu(b.iflagu.cview()), iflagv(b.iflagv.cview()), iflagw(b.iflagw.cview()),
-          iflagp(b.iflagp.cview()) {}
+          iw(g.iwhole()), jw(g.jwhole()), heldi(f.p.irange()), heldj(f.p.jrange()),
+          zb(g.zb.cview()), ks(c.ks), visc(c.visc), iIBM(c.iIBM), ibed(c.ibed), u(f.u.cview()),
+          v(f.v.cview()), w(f.w.cview()), nut(f.nut.cview()), iflagu(b.iflagu.cview()),
+          iflagv(b.iflagv.cview()), iflagw(b.iflagw.cview()), iflagp(b.iflagp.cview()) {}
     explicit BedView(const BedParts& p) : BedView(p.grid, p.cond, p.flow, p.bed) {}
     explicit BedView(const Storage& st) : BedView(st, st, st, st) {}
 };

@@ -85,10 +85,6 @@ RIFFLE_HD inline Axis centreaxis(double lo, double h, int n, int shift = 0,
 // The x (dir 0) or y (dir 1) axis of a block, or of the whole box on one process.
 RIFFLE_HD inline Axis sideaxis(const BedView& bed, int dir, bool face) {
     const double lo = dir == 0 ? bed.xmin : bed.ymin, h = dir == 0 ? bed.dx : bed.dy;
-    if (!bed.blocks) {
-        const int n = dir == 0 ? bed.imax : bed.jmax;
-        return face ? faceaxis(lo, h, n) : centreaxis(lo, h, n);
-    }
     const int n = dir == 0 ? bed.iwhole() : bed.jwhole(),
               shift = dir == 0 ? bed.ioffset() : bed.joffset();
     const Range held = dir == 0 ? bed.heldi : bed.heldj;

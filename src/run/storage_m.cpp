@@ -48,14 +48,10 @@ struct Extents {
 };
 
 Extents extents(const Storage& st) {
-    if (st.dec.distributed()) {
-        // A block's halo is as wide as the reach of the bed's interpolation blocks around a
-        // forcing point, the same for every array.
-        const Range ri{1 - halowidth, st.imax + halowidth}, rj{1 - halowidth, st.jmax + halowidth};
-        return {ri, rj, Range{0, st.kmax + 1}, ri, rj, Range{-1, st.kmax + 1}};
-    }
-    return {Range{0, st.imax + 1},  Range{0, st.jmax + 1},  Range{0, st.kmax + 1},
-            Range{-1, st.imax + 1}, Range{-1, st.jmax + 1}, Range{-1, st.kmax + 1}};
+    // The halo in x and y is as wide as the reach of the bed's interpolation blocks around a
+    // forcing point, on one process as on a block of a divided box, the same for every array.
+    const Range ri{1 - halowidth, st.imax + halowidth}, rj{1 - halowidth, st.jmax + halowidth};
+    return {ri, rj, Range{0, st.kmax + 1}, ri, rj, Range{-1, st.kmax + 1}};
 }
 
 std::uint64_t cells(Range a, Range b, Range c) {

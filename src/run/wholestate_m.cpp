@@ -183,7 +183,11 @@ void scatterrestart(Storage& st) {
     }
     // The restart file carries the bed too: every rank takes the whole box's.
     Field2d bed(Range{0, d.imaxg + 1}, Range{0, d.jmaxg + 1});
-    if (w != nullptr) std::copy(w->zb.data(), w->zb.data() + w->zb.size(), bed.data());
+    if (w != nullptr) {
+        for (int j = 0; j <= d.jmaxg + 1; ++j)
+            for (int i = 0; i <= d.imaxg + 1; ++i)
+                bed(i, j) = w->zb(i, j);
+    }
     broadcast(bed.data(), bed.size());
     std::copy(bed.data(), bed.data() + bed.size(), st.zb.data());
     if (st.stats.enabled == 1) {

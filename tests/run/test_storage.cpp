@@ -44,12 +44,15 @@ TEST(Storage, LevelsAndStaggeredRanges) {
         levelcount(s);
         EXPECT_EQ(s.lmin, lmin) << imax << " " << jmax << " " << kmax;
     }
-    // A face array has one more ghost layer in its own direction; i is the fastest index.
+    // Every array has the halo of a block in x and y, one process or many; a face array has one
+    // more ghost layer in z, its own direction; i is the fastest index.
     Storage s = grid(8, 6, 4);
     allocation(s);
-    EXPECT_EQ(s.v.jrange().lo, -1);
-    EXPECT_EQ(s.v.irange().lo, 0);
-    EXPECT_EQ(&s.u(0, 2, 4) - &s.u(0, 2, 3), 11 * 8);
+    EXPECT_EQ(s.v.jrange().lo, 1 - halowidth);
+    EXPECT_EQ(s.v.irange().hi, 8 + halowidth);
+    EXPECT_EQ(s.w.krange().lo, -1);
+    EXPECT_EQ(s.p.krange().lo, 0);
+    EXPECT_EQ(&s.u(0, 2, 4) - &s.u(0, 2, 3), (8 + 2 * halowidth) * (6 + 2 * halowidth));
 }
 
 TEST(Storage, Int32ViewAndRecords) {
