@@ -239,8 +239,8 @@ void walkgroups(const BedView& bed, const std::vector<Entry>& list, const View3<
     const Entry* entries = list.data();
     loops::forgroups(static_cast<int>(list.size()), group, [&](int m0, int count) {
         Tangential t[group];
-        double value[group], start[group], ut[group], d[group], ustar[group];
-        bool converged[group];
+        double value[group], start[group], ut[group], d[group];
+        UstarSolve solved[group];
         int law[group], nlaw = 0;
         for (int n = 0; n < count; ++n) {
             const Entry& e = entries[m0 + n];
@@ -257,27 +257,25 @@ void walkgroups(const BedView& bed, const std::vector<Entry>& list, const View3<
             start[nlaw] = roughustarln(t[n].ut, e.lnd);
             ut[nlaw] = t[n].ut;
             d[nlaw] = e.d;
-            converged[nlaw] = true;
+            solved[nlaw] = {start[nlaw], 0, true}; // the rough wall's u* is the start itself
             ++nlaw;
         }
-        if (!smooth) {
-            std::copy(start, start + nlaw, ustar);
-        } else if (trilinearlaw) {
+        if (smooth && trilinearlaw) {
             // Friction velocity from the smooth-wall law at R, velocity at P from the rough-wall
             // law: the pairing is deliberate.
-            smoothustars(nlaw, start, ut, d, visc, ustar);
-        } else {
-            threelayerustars(nlaw, start, ut, d, visc, ustar, converged);
+            smoothustars(nlaw, start, ut, d, visc, solved);
+        } else if (smooth) {
+            threelayerustars(nlaw, start, ut, d, visc, solved);
         }
         if constexpr (Law) {
             for (int l = 0; l < nlaw; ++l) {
                 const int n = law[l];
                 const Entry& e = entries[m0 + n];
-                double us = ustar[l];
+                double us = solved[l].ustar;
                 if constexpr (std::is_same_v<Entry, IdwPoint>) {
                     // Where the three-layer law has no solution at R the forcing takes it farther
                     // out; its gradient (u*/kappa)/dP gives that u*.
-                    if (!converged[l]) {
+                    if (!solved[l].converged) {
                         double value1 = 0.0;
                         us = idwimage(bed, sitepoint(bed, static_cast<Site>(c), e.i, e.j, e.k),
                                       e.dp, e.e, e.r + step_idw * bed.dy * e.e, c, value1, true) *
@@ -292,9 +290,9 @@ void walkgroups(const BedView& bed, const std::vector<Entry>& list, const View3<
         for (int l = 0; l < nlaw; ++l) {
             const int n = law[l];
             const Entry& e = entries[m0 + n];
-            value[n] = roughprofileln(ustar[l], e.lndp) * component(t[n].vt, c) / t[n].ut;
+            value[n] = roughprofileln(solved[l].ustar, e.lndp) * component(t[n].vt, c) / t[n].ut;
             if constexpr (std::is_same_v<Entry, IdwPoint>) {
-                if (!converged[l]) value[n] = fartherout(bed, e, c);
+                if (!solved[l].converged) value[n] = fartherout(bed, e, c);
             }
         }
         for (int n = 0; n < count; ++n) {

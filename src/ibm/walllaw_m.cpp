@@ -92,20 +92,7 @@ UstarSolve smoothustar(double ut, double d, double visc, double z0) {
 
 UstarSolve smoothustarfrom(double start, double ut, double d, double visc) {
     UstarSolve s;
-    double us = start;
-    for (;;) {
-        // The passes are counted but not limited: the loop ends on convergence only.
-        ++s.passes;
-        const double next = smoothpass(us, ut, d, visc);
-        const double change = std::fabs((next - us) / next);
-        us = next;
-        if (change <= smooth_tol) {
-            s.converged = true;
-            break;
-        }
-        if (std::isnan(change)) break; // ends at once with the value that produced it
-    }
-    s.ustar = us;
+    smoothustars(1, &start, &ut, &d, visc, &s);
     return s;
 }
 
@@ -115,33 +102,21 @@ UstarSolve threelayerustar(double ut, double d, double visc, double z0) {
 
 UstarSolve threelayerustarfrom(double start, double ut, double d, double visc) {
     UstarSolve s;
-    for (int method = 0; method < 2; ++method) {
-        s.newton = method == 0;
-        double us = start;
-        for (int pass = 1; pass <= layer_maxpasses; ++pass) {
-            const double next = layerpass(us, ut, d, visc, s.newton, s.layer);
-            const double change = std::fabs((next - us) / next);
-            us = next;
-            s.passes = pass;
-            if (change <= layer_tol) {
-                s.ustar = us;
-                s.converged = true;
-                return s;
-            }
-        }
-        s.ustar = us;
-    }
+    threelayerustars(1, &start, &ut, &d, visc, &s);
     return s;
 }
 
 void smoothustars(int count, const double* start, const double* ut, const double* d, double visc,
-                  double* ustar) {
+                  UstarSolve* out) {
     double us[maxsolves];
+    int pass[maxsolves];
     bool live[maxsolves];
     int left = count;
     for (int n = 0; n < count; ++n) {
         us[n] = start[n];
+        pass[n] = 0;
         live[n] = true;
+        out[n].converged = false;
     }
     while (left > 0) {
         for (int n = 0; n < count; ++n) {
@@ -149,39 +124,44 @@ void smoothustars(int count, const double* start, const double* ut, const double
             const double next = smoothpass(us[n], ut[n], d[n], visc);
             const double change = std::fabs((next - us[n]) / next);
             us[n] = next;
+            ++pass[n];
+            // Ends when the change is small, or at once when it is not a number.
             if (change <= smooth_tol || std::isnan(change)) {
+                out[n].converged = change <= smooth_tol;
                 live[n] = false;
                 --left;
             }
         }
     }
-    for (int n = 0; n < count; ++n)
-        ustar[n] = us[n];
+    for (int n = 0; n < count; ++n) {
+        out[n].ustar = us[n];
+        out[n].passes = pass[n];
+    }
 }
 
 void threelayerustars(int count, const double* start, const double* ut, const double* d,
-                      double visc, double* ustar, bool* converged) {
+                      double visc, UstarSolve* out) {
     double us[maxsolves];
     int pass[maxsolves];
     bool newton[maxsolves], live[maxsolves];
+    Layer layer[maxsolves];
     int left = count;
     for (int n = 0; n < count; ++n) {
         us[n] = start[n];
         pass[n] = 0;
         newton[n] = true;
         live[n] = true;
-        converged[n] = false;
+        out[n].converged = false;
     }
     while (left > 0) {
         for (int n = 0; n < count; ++n) {
             if (!live[n]) continue;
-            Layer layer;
-            const double next = layerpass(us[n], ut[n], d[n], visc, newton[n], layer);
+            const double next = layerpass(us[n], ut[n], d[n], visc, newton[n], layer[n]);
             const double change = std::fabs((next - us[n]) / next);
             us[n] = next;
             ++pass[n];
             if (change <= layer_tol) {
-                converged[n] = true;
+                out[n].converged = true;
             } else if (pass[n] < layer_maxpasses) {
                 continue;
             } else if (newton[n]) { // Newton gave up: the fixed-point iteration from the start
@@ -194,8 +174,12 @@ void threelayerustars(int count, const double* start, const double* ut, const do
             --left;
         }
     }
-    for (int n = 0; n < count; ++n)
-        ustar[n] = us[n];
+    for (int n = 0; n < count; ++n) {
+        out[n].ustar = us[n];
+        out[n].passes = pass[n];
+        out[n].newton = newton[n];
+        out[n].layer = layer[n];
+    }
 }
 
 double walltrismooth(const BedView& bed, Point3 p, Point3 f, Component c, double& value) {

@@ -100,14 +100,14 @@ struct UstarSolve {
 [[nodiscard]] UstarSolve threelayerustar(double ut, double d, double visc, double z0);
 [[nodiscard]] UstarSolve threelayerustarfrom(double start, double ut, double d, double visc);
 
-// Up to maxsolves laws side by side, each from its own start and exactly as the routines above
-// solve it alone: the passes of one are independent of those of the others, so the processor
-// overlaps them. u* of each, and for the three-layer law whether it converged.
+// Up to maxsolves laws side by side, each from its own start, solved exactly as alone (the
+// single-law routines above are these with one law): the passes of one are independent of those
+// of the others, so the processor overlaps them. out[n] receives the outcome of law n.
 inline constexpr int maxsolves = 8;
 void smoothustars(int count, const double* start, const double* ut, const double* d, double visc,
-                  double* ustar);
+                  UstarSolve* out);
 void threelayerustars(int count, const double* start, const double* ut, const double* d,
-                      double visc, double* ustar, bool* converged);
+                      double visc, UstarSolve* out);
 
 // Velocity variants 1-4 at forcing point p with foot f: set the component c of the velocity into
 // `value` and return the wall-normal gradient (u*/kappa)/dP (0 where the velocity is set to 0).
