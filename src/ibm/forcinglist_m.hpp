@@ -129,7 +129,7 @@ struct WallLists {
 };
 
 struct ForcingLists {
-    bool enabled = false;             // off: search at every call
+    bool enabled = false;             // off: lists made afresh at every call
     std::uint64_t classification = 0; // advanced whenever the flags may have changed
     bool classified = false;          // `inputs` holds those of the flags in use
     ClassificationInputs inputs;

@@ -6,8 +6,8 @@
 // k = 1..kmax, w over k = 1..kmax-1; the boundary faces u(0), v(0), w(0) and w(kmax) are left to
 // the boundary rules even where they are forcing points.
 // Reads u, v, w, the flag arrays (ghost layers included) and zb; writes u, v, w at forcing points.
-// With the lists of forcing points switched on (forcinglist_m) the values are those of the
-// search, from lists made once while the flags stay the same.
+// The values are those of the point-by-point search and wall law (pointsearch_m, walllaw_m),
+// from lists of the forcing points (forcinglist_m) made once while the flags stay the same.
 #pragma once
 
 #include "ibm/bedview.hpp"

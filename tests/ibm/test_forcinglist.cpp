@@ -18,6 +18,7 @@
 #include "ibm/walllaw_m.hpp"
 #include "run/casefile_m.hpp"
 #include "support/box.hpp"
+#include "support/ibm_bed.hpp"
 
 namespace riffle::ibm {
 namespace {
@@ -55,16 +56,32 @@ Storage basin(Bed bed, int iibm, int ibed) {
     return st;
 }
 
-// One step's calls of the forcing, twice, on the given number of threads; what they print.
-std::string force(Storage& st, int threads) {
+// One step's calls of the forcing, twice, on the given number of threads; what they print. The
+// reference searches point by point instead, and replaces the eddy viscosity that the lists gave
+// the forcing cells inside the Smagorinsky routine by that of its own search.
+std::string force(Storage& st, int threads, bool reference = false) {
     omp_set_num_threads(threads);
-    testing::internal::CaptureStdout();
-    for (int n = 0; n < 2; ++n) {
-        immersing(st);
+    std::string printed;
+    const auto capture = [&printed](auto calls) {
+        testing::internal::CaptureStdout();
+        calls();
+        printed += testing::internal::GetCapturedStdout();
+    };
+    const auto smagorinsky = [&st] {
         flow::smagorinsky(st.geometry(), st.conditions(), st.flow(), st.bed());
-        immersing(st);
+    };
+    for (int n = 0; n < 2; ++n) {
+        if (!reference) {
+            capture([&] { immersing(st), smagorinsky(), immersing(st); });
+            continue;
+        }
+        capture([&] { testsupport::searchforcing(st); });
+        testing::internal::CaptureStdout();
+        smagorinsky();
+        (void)testing::internal::GetCapturedStdout();
+        capture([&] { testsupport::searchforcing(st, true), testsupport::searchforcing(st); });
     }
-    return testing::internal::GetCapturedStdout();
+    return printed;
 }
 
 void compare(const Storage& a, const Storage& b, const char* when) {
@@ -83,7 +100,7 @@ TEST(ForcingLists, SameBitsAndWarningsAsTheSearch) {
         const int threads = run < 8 ? 1 + run % 2 : 1;
         Storage ref = basin(bed, iibm, ibed), st = basin(bed, iibm, ibed);
         uselists(st);
-        const std::string printed = force(ref, 1); // searches at every call
+        const std::string printed = force(ref, 1, true);
         EXPECT_EQ(force(st, threads), printed);
         compare(st, ref, "");
         const std::vector<IdwPoint>& w = st.forcing.velocity[2].idw;
@@ -100,7 +117,7 @@ TEST(ForcingLists, SameBitsAndWarningsAsTheSearch) {
             flagdeter(*s);
         }
         EXPECT_EQ(st.forcing.classification, before + 1);
-        force(ref, 1);
+        force(ref, 1, true);
         force(st, threads);
         compare(st, ref, "after the bed moved");
     }

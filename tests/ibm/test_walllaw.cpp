@@ -210,6 +210,12 @@ TEST(Immersing, ForcingPointsFollowTheLogLaw) {
         EXPECT_LT(relerr(st.u(2, 3, 2), 0.6 * logratio(dp, d, z0)), 1e-12) << iibm;
         EXPECT_LT(relerr(st.v(4, 1, 2), -0.2 * logratio(dp, d, z0)), 1e-12) << iibm;
         EXPECT_EQ(st.w(5, 5, 1), 0.0);
+        // The bed rises by one cell and is classified again: the forcing follows the new flags.
+        st.zb.fill(0.35);
+        st.u.fill(0.6);
+        flagdeter(st);
+        immersing(st);
+        EXPECT_LT(relerr(st.u(2, 3, 3), 0.6 * logratio(dp, d, z0)), 1e-12) << iibm;
     }
 }
 

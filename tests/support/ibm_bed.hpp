@@ -54,6 +54,24 @@ inline double searched(const Storage& st, int grid, int i, int j, int k) {
     return value;
 }
 
+// The forcing as the point-by-point routines define it, the reference of the lists' walks: every
+// forcing point of the u, v and w grids in turn (w below kmax), or every forcing cell, in index
+// order, takes the value of its own search and wall law.
+inline void searchforcing(Storage& st, bool eddy = false) {
+    bool (*const search[4])(const ibm::BedView&, int, int, int,
+                            double&) = {ibm::searchu, ibm::searchv, ibm::searchw, ibm::searchnut};
+    Field3d* const fields[4] = {&st.u, &st.v, &st.w, &st.nut};
+    const Field3i* const flags[4] = {&st.iflagu, &st.iflagv, &st.iflagw, &st.iflagp};
+    const ibm::BedView bed(st);
+    for (int grid = eddy ? 3 : 0; grid < (eddy ? 4 : 3); ++grid)
+        for (int k = 1; k <= st.kmax - (grid == 2); ++k)
+            for (int j = 1; j <= st.jmax; ++j)
+                for (int i = 1; i <= st.imax; ++i)
+                    if ((*flags[grid])(i, j, k) == 0 &&
+                        !search[grid](bed, i, j, k, (*fields[grid])(i, j, k)))
+                        ibm::searchfailed(static_cast<ibm::Site>(grid));
+}
+
 inline double relerr(double a, double b) { return std::fabs(a - b) / std::fabs(b); }
 
 } // namespace riffle::testsupport
