@@ -84,4 +84,30 @@ RIFFLE_HD inline void prolongpoint(const View& phi, const View& res, const CView
     res(i, j, k) = c;
 }
 
+// One vertical line of the smoother solved exactly: cz phi(k-1) + d0 phi(k) + cz phi(k+1) = r(k),
+// k = 1..nz, with r(k) = src - (phi(i-1) + phi(i+1)) cx - (phi(j-1) + phi(j+1)) cy at the
+// current values, by the Thomas algorithm over the eliminated diagonal bm (eliminateddiagonal).
+// The line's own values are not in its right-hand side, so the elimination runs in place.
+RIFFLE_HD inline void solveline(const View& phi, const CView& src, int i, int j, int nz, double cx,
+                                double cy, double cz, const double* bm) {
+    for (int k = 1; k <= nz; ++k) {
+        double r = src(i, j, k) - (phi(i - 1, j, k) + phi(i + 1, j, k)) * cx -
+                   (phi(i, j - 1, k) + phi(i, j + 1, k)) * cy;
+        if (k > 1) r = r - cz * phi(i, j, k - 1) / bm[k - 1];
+        phi(i, j, k) = r;
+    }
+    phi(i, j, nz) = phi(i, j, nz) / bm[nz];
+    for (int k = nz - 1; k >= 1; --k)
+        phi(i, j, k) = (phi(i, j, k) - cz * phi(i, j, k + 1)) / bm[k];
+}
+
+// The line of colour `colour` (0 or 1) that is number h (from 1) in row j of a level whose block
+// starts at global offsets of parity `parity`: lines of one colour have no neighbour of their
+// own colour in x or y, so a colour's lines may be solved in any order, all at once. 0 when the
+// row has no such line.
+RIFFLE_HD inline int colouredline(int h, int j, int colour, int parity, int nx) {
+    const int i = 2 * h - 1 + ((j + colour + parity) & 1);
+    return i <= nx ? i : 0;
+}
+
 } // namespace riffle::pressure

@@ -291,6 +291,7 @@ void gathersolve(const PoissonGrid& pg, int level, int igamma, int ipres, int ip
         w->grid.dy = pg.grid.dy;
         w->grid.dz = pg.grid.dz;
         w->ibp = pg.ibp;
+        w->levels.lineorder = pg.levels.lineorder;
         multigridp(PoissonGrid(w->grid, w->ibp, w->levels), level, igamma, ipres, iposts, ncoarse);
     }
     scatter(m.phi, Range{0, m.ni + 1}, Range{0, m.nj + 1}, c.i0, c.j0,
@@ -373,6 +374,12 @@ void multigridp(const PoissonGrid& pg, int level, int igamma, int ipres, int ipo
     smoothingp(pg, level, iposts); // out: smoothed phi
 }
 
+bool lineorderof(const std::string& text, LineOrder& order) {
+    if (text != "rows" && text != "colours") return false;
+    order = text == "rows" ? LineOrder::rows : LineOrder::colours;
+    return true;
+}
+
 void boundarypres(const PoissonGrid& pg, int level) {
     const Level g = level_of(pg, level);
     const int nx = g.nx, ny = g.ny, nz = g.nz;
@@ -430,6 +437,23 @@ void smoothingp(const PoissonGrid& pg, int level, int nsweeps) {
     if (diagonal.size() < static_cast<std::size_t>(nz) + 1) diagonal.resize(nz + 1);
     eliminateddiagonal(d0, cz, t.b, t.t, nz, diagonal.data());
     const double* const bm = diagonal.data();
+    if (pg.levels.lineorder == LineOrder::colours) {
+        const Decomposition c = coarsened(pg.grid.dec, level);
+        const int parity = (c.i0 + c.j0) & 1; // colours follow the whole box's indices
+        loops::together(worththreads(nx, ny, nz), [&](const Team& team) {
+            for (int s = 0; s < nsweeps; ++s) {
+                faceghosts(team, phi, nx, ny, nz, t);
+                halo(team, pg, pg.levels.mg(level).phi, nx, ny);
+                for (int colour = 0; colour < 2; ++colour) {
+                    team.forplane(Range{1, (nx + 1) / 2}, Range{1, ny}, [=](int h, int j) {
+                        const int i = colouredline(h, j, colour, parity, nx);
+                        if (i != 0) solveline(phi, src, i, j, nz, cx, cy, cz, bm);
+                    });
+                }
+            }
+        });
+        return;
+    }
     loops::together(worththreads(nx, ny, nz), [&](const Team& team) {
         for (int s = 0; s < nsweeps; ++s) {
             faceghosts(team, phi, nx, ny, nz, t);

@@ -21,6 +21,8 @@
 // point Gauss-Seidel until its relative change falls below 1e-8 or ncoarse sweeps are done.
 #pragma once
 
+#include <string>
+
 #include "run/storage_m.hpp"
 
 namespace riffle::pressure {
@@ -42,6 +44,9 @@ struct PoissonGrid {
 // + (w(k)-w(k-1))/dz) over the interior cells; the ghost layer of src is not written.
 void sourcep(const Geometry& grid, const Conditions& cond, const RunClock& clock,
              const FlowFields& flow, Hierarchy& levels);
+
+// The smoother's order named by `text` ("rows" or "colours"); false for any other text.
+[[nodiscard]] bool lineorderof(const std::string& text, LineOrder& order);
 
 // Pressure-solve driver: source, then multigrid cycles on level 0 from the phi of the previous
 // step, each followed by the residual res and its norm. Stops after kpoismax + 1 cycles (one

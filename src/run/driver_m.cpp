@@ -7,6 +7,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <stdexcept>
 #include <string>
@@ -383,6 +384,13 @@ void checkfiles(const CaseInput& input) {
 
 int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
     if (argc != 2) stopwith(messages::no_input_file);
+    // The smoother's order may be chosen from the environment; a wrong name stops the run before
+    // the case file is opened.
+    LineOrder lineorder = LineOrder::rows;
+    if (const char* chosen = std::getenv("RIFFLE_SMOOTHER");
+        chosen != nullptr && !pressure::lineorderof(chosen, lineorder)) {
+        stopwith((std::string(messages::error_smoother) + '"' + chosen + '"').c_str());
+    }
     std::string casename(argv[1]);
     if (casename.size() > textlength) casename.resize(textlength);
 
@@ -411,6 +419,7 @@ int riffle(int argc, const char* const* argv, RoutineTimers* timers) {
 
     Storage st;
     st.casename = casename;
+    st.lineorder = lineorder;
     NodeArrays nodes;
     RoutineTimers none(false);
     RoutineTimers& t = timers ? *timers : none;

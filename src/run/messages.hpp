@@ -21,6 +21,9 @@ inline constexpr const char* restart_left_over = "text after the last record (a 
 // An output file (restart or Tecplot) that cannot be written; the file name and the system's
 // reason follow on the same line.
 inline constexpr const char* error_write = "ERROR : Cannot write the file ";
+// The environment chose a smoother order that does not exist (RIFFLE_SMOOTHER).
+inline constexpr const char* error_smoother =
+    "ERROR : RIFFLE_SMOOTHER must be rows or colours, not ";
 // A velocity, the pressure or the time step that became NaN or infinite; where follows.
 inline constexpr const char* error_nonfinite = "ERROR : The flow is no longer finite";
 

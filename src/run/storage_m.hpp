@@ -104,8 +104,14 @@ struct CoarseLevels;
 // The multigrid hierarchy of the pressure increment: on several ranks each block's share of
 // each level down to the level of the block unit, and on rank 0 the coarser levels of the whole
 // box, where the coarse problem is gathered and solved (`whole`).
+// The order in which the multigrid's smoother visits the vertical lines of a level: row by row
+// (i innermost, then j, the rows shared among threads), or by colours, the lines with i + j even
+// first and then the others, each colour's lines all at once.
+enum class LineOrder : int { rows = 0, colours = 1 };
+
 struct Hierarchy {
     std::vector<mglevel> mglevels; // level l lives at mglevels[-l]; use mg(l)
+    LineOrder lineorder = LineOrder::rows;
     // The coarsest level is spread over the blocks and gathered onto rank 0 to be solved there,
     // where `whole` holds the levels of the whole box.
     bool gathered = false;

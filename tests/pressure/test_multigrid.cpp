@@ -1,10 +1,12 @@
 // Multigrid pressure solve: contraction and second-order accuracy on a manufactured solution over
 // cells of three different sizes, and the cycle count of the driver.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <cmath>
 #include <cstdio>
 #include <numbers>
+#include <vector>
 
 #include "pressure/multigridp_m.hpp"
 #include "support/box.hpp"
@@ -38,8 +40,9 @@ double residualnorm(Storage& st) {
     return r;
 }
 // Mean residual factor per cycle over cycles 2..4 (the first cycle is a transient).
-double cyclefactor(int n, int igamma) {
+double cyclefactor(int n, int igamma, LineOrder order = LineOrder::rows) {
     Storage st = manufactured(n);
+    st.lineorder = order;
     multigridp(st, 0, igamma, 2, 2, 100);
     const double r1 = residualnorm(st);
     for (int c = 2; c <= 4; ++c)
@@ -70,6 +73,30 @@ TEST(MultigridVerification, ContractionAndSecondOrderOnAManufacturedSolution) {
     std::printf("multigrid: contraction per V-cycle %.3f (16) %.3f (32), W %.3f, smoothing alone "
                 "%.3f; order of the Poisson solution %.2f\n",
                 v16, v32, w16, none, std::log2(err[0] / err[1]));
+}
+
+TEST(MultigridVerification, ColouredLinesContractAsTheRowsDo) {
+    double rows[2], colours[2];
+    std::vector<double> phi[2];
+    for (int threads = 1; threads <= 2; ++threads) {
+        omp_set_num_threads(threads);
+        rows[threads - 1] = cyclefactor(32, 1);
+        colours[threads - 1] = cyclefactor(32, 1, LineOrder::colours);
+        Storage st = manufactured(16);
+        st.lineorder = LineOrder::colours;
+        for (int c = 0; c < 3; ++c)
+            multigridp(st, 0, 1, 2, 2, 100);
+        phi[threads - 1].assign(st.mg(0).phi.data(), st.mg(0).phi.data() + st.mg(0).phi.size());
+    }
+    // A colour's lines are independent: the same bits on any number of threads. The coloured
+    // order contracts as the rows do, or better.
+    EXPECT_TRUE(phi[0] == phi[1]);
+    EXPECT_EQ(colours[0], colours[1]);
+    EXPECT_LT(colours[0], rows[0] + std::abs(rows[1] - rows[0]));
+    EXPECT_GT(colours[0], 0.9 * rows[0]);
+    std::printf("multigrid: contraction per V-cycle, rows %.6f (1 thread) %.6f (2), colours %.6f "
+                "(1) %.6f (2)\n",
+                rows[0], rows[1], colours[0], colours[1]);
 }
 
 // At most kpoismax + 1 cycles, and never fewer than two: a zero source (0/0) stops after two.
