@@ -4,7 +4,7 @@ BUILD_DEBUG ?= build-debug
 JOBS        ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build debug test test-release test-debug demo bench validate format clean
+.PHONY: all deps build debug cuda test test-release test-debug test-cuda demo bench validate format clean
 
 all: build
 
@@ -18,6 +18,16 @@ build:
 debug:
 	cmake -S . -B $(BUILD_DEBUG) -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS)
 	cmake --build $(BUILD_DEBUG) -j $(JOBS)
+
+# The GPU back end's build (needs nvcc; /usr/local/cuda/bin is looked in too) and its tests,
+# which report themselves skipped where there is no GPU.
+BUILD_CUDA ?= build-cuda
+cuda:
+	cmake -S . -B $(BUILD_CUDA) -DCMAKE_BUILD_TYPE=Release -DRIFFLE_CUDA=ON $(CMAKE_FLAGS)
+	cmake --build $(BUILD_CUDA) -j $(JOBS) --target riffle riffle_tests_gpu
+
+test-cuda: cuda
+	cd $(BUILD_CUDA) && ctest -L gpu --output-on-failure < /dev/null
 
 # The whole suite, in Release and then in the Debug (sanitizer, bounds-checked) build. Tests run
 # one at a time: each already keeps both cores busy with its two OpenMP threads.
@@ -41,7 +51,7 @@ bench: deps
 
 # Puts every C++ file in the layout of .clang-format (checked by the test lint.format).
 format:
-	git ls-files '*.cpp' '*.hpp' '*.h' '*.c' | xargs clang-format -i
+	git ls-files '*.cpp' '*.hpp' '*.h' '*.c' '*.cu' '*.cuh' | xargs clang-format -i
 
 clean:
 	rm -rf $(BUILD) $(BUILD_DEBUG) demo

@@ -11,5 +11,5 @@ while IFS= read -r f; do
         echo "not in the project's layout (make format): $f"
         status=1
     fi
-done < <(git ls-files '*.cpp' '*.hpp' '*.h' '*.c' 2> /dev/null || find src tests tools bench -name '*.[ch]pp')
+done < <(git ls-files '*.cpp' '*.hpp' '*.h' '*.c' '*.cu' '*.cuh' 2> /dev/null || find src tests tools bench -name '*.[ch]pp' -o -name '*.cu' -o -name '*.cuh')
 exit $status
