@@ -4,7 +4,7 @@ BUILD_DEBUG ?= build-debug
 JOBS        ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build debug cuda test test-release test-debug test-cuda demo bench validate format clean
+.PHONY: all deps build debug cuda install package test test-release test-debug test-cuda demo bench validate format clean
 
 all: build
 
@@ -18,6 +18,19 @@ build:
 debug:
 	cmake -S . -B $(BUILD_DEBUG) -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS)
 	cmake --build $(BUILD_DEBUG) -j $(JOBS)
+
+# Installs the programs, recipes, manual and man pages under PREFIX (bin/, share/).
+PREFIX ?= /usr/local
+install: build
+	cmake --install $(BUILD) --prefix $(PREFIX)
+
+# The Debian package riffle_VERSION_ARCH.deb, built for any x86-64 machine (no -march=native).
+BUILD_PACKAGE ?= build-package
+package: deps
+	cmake -S . -B $(BUILD_PACKAGE) -DCMAKE_BUILD_TYPE=Release -DRIFFLE_NATIVE=OFF -DBUILD_TESTING=OFF $(CMAKE_FLAGS)
+	cmake --build $(BUILD_PACKAGE) -j $(JOBS)
+	cd $(BUILD_PACKAGE) && cpack -G DEB
+	@ls $(BUILD_PACKAGE)/riffle_*.deb
 
 # The GPU back end's build (needs nvcc; /usr/local/cuda/bin is looked in too) and its tests,
 # which report themselves skipped where there is no GPU.

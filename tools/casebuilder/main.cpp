@@ -12,6 +12,7 @@
 #include "messages.hpp"
 #include "platform/casejournal.hpp"
 #include "recipe.hpp"
+#include "run/version_m.hpp"
 
 namespace cb = riffle::casebuilder;
 namespace pf = riffle::platform;
@@ -80,6 +81,10 @@ int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 1, argv + argc);
     if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h")) {
         std::cout << cb::msg::help;
+        return ok;
+    }
+    if (args.size() == 1 && args[0] == "--version") {
+        std::cout << riffle::versiontext("riffle-case");
         return ok;
     }
     if (args.size() == 1 && args[0] == "--list-keys") {

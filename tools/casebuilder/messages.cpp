@@ -182,7 +182,8 @@ std::string replayed_journal(std::string_view casepath) {
 }
 
 const char* const usage =
-    "usage: riffle-case RECIPE [-o OUT.cgns] | --check CASE.cgns | --list-keys | --help";
+    "usage: riffle-case RECIPE [-o OUT.cgns] | --check CASE.cgns | --list-keys | --version | "
+    "--help";
 
 const char* const help =
     "riffle-case: write a Riffle case file from a recipe, or check a case file.\n"
@@ -198,13 +199,15 @@ const char* const help =
     "      and says which are missing, stored with the wrong type or not read; then warnings.\n"
     "  riffle-case --list-keys\n"
     "      Lists every recipe key with its default and meaning.\n"
+    "  riffle-case --version\n"
+    "      The version, the commit and the build's options.\n"
     "  riffle-case --help\n"
     "      This text.\n"
     "\n"
     "Exit status: 0 success (for --check: nothing the solver reads is missing or of the wrong\n"
     "type; warnings do not count); 1 a recipe error, an unreadable file, or (--check) a missing\n"
     "or wrongly typed condition; 2 a wrong command line.\n"
-    "The manual is docs/case-builder.md.\n";
+    "The manual is docs/case-builder.md (installed in share/doc/riffle).\n";
 
 } // namespace msg
 } // namespace riffle::casebuilder
