@@ -16,11 +16,10 @@ extern "C" const char* __lsan_default_options() { return "detect_leaks=0"; }
 
 int main(int argc, char** argv) {
     // These two words alone are answered; any other command line is the solver's.
-    if (argc == 2 && (std::string_view(argv[1]) == "--version" ||
-                      std::string_view(argv[1]) == "--help")) {
-        std::fputs(std::string_view(argv[1]) == "--version"
-                       ? riffle::versiontext("riffle").c_str()
-                       : riffle::solverhelp().c_str(),
+    if (argc == 2 &&
+        (std::string_view(argv[1]) == "--version" || std::string_view(argv[1]) == "--help")) {
+        std::fputs(std::string_view(argv[1]) == "--version" ? riffle::versiontext("riffle").c_str()
+                                                            : riffle::solverhelp().c_str(),
                    stdout);
         return 0;
     }
