@@ -1,6 +1,7 @@
 """End to end for the installed programs: `cmake --install` into a fresh prefix puts riffle,
 riffle-case and riffle-stats in bin/, the recipes in share/riffle/cases, the manual and the man
-pages under share/, with no path into the source or build tree in any installed file. From a
+pages under share/, with no path into the source or build tree in any installed file (a Debug
+build's programs excepted: their debugging information names the sources). From a
 folder outside both, with only the prefix and the system on PATH, the installed programs answer
 --version and --help, make a small flat-bed case from the installed recipe, run it and draw its
 statistics; any other single argument is still taken for a case file."""
@@ -38,6 +39,9 @@ class Install(CaseTest):
             for name in files:
                 with open(os.path.join(folder, name), "rb") as f:
                     data = f.read()
+                # A Debug build's programs name their sources in their debugging information.
+                if Paths.build_type == "Debug" and data.startswith(b"\x7fELF"):
+                    continue
                 self.assertFalse(any(t in data for t in trees), os.path.join(folder, name))
 
         work = os.path.join(self.dir, "work")
