@@ -46,6 +46,7 @@ template <class T> class Buffer {
 public:
     explicit Buffer(std::size_t n) : bytes_(n * sizeof(T)), n_(n) {}
     [[nodiscard]] T* data() const { return static_cast<T*>(bytes_.data()); }
+    void upload(const T* host) { bytes_.upload(host, n_ * sizeof(T)); }
     [[nodiscard]] std::vector<T> download() const {
         std::vector<T> host(n_);
         bytes_.download(host.data(), n_ * sizeof(T));

@@ -1,7 +1,8 @@
 """End to end: input the solver cannot compute is refused before the case file is touched (the
 file stays byte for byte the same), with the parameters error, one line naming the key, a
-non-zero status and no wait on a closed standard input; riffle-case --check says the same. (A
-damaged restart file: tests/e2e/test_restart.py.)"""
+non-zero status and no wait on a closed standard input; riffle-case --check says the same. A
+smoother order that does not exist stops the run before the case is opened. (A damaged restart
+file: tests/e2e/test_restart.py.)"""
 
 import hashlib
 import os
@@ -89,6 +90,15 @@ class BadInput(CaseTest):
         out = run([Paths.riffle_case])
         self.assertEqual(out.returncode, 2)
         self.assertTrue(out.stderr.startswith("usage: riffle-case RECIPE"))
+
+    def test_unknown_smoother_order_stops_before_the_case_is_opened(self):
+        before = sha(self.good)
+        env = dict(os.environ, RIFFLE_SMOOTHER="red-black")
+        out = run([Paths.riffle, self.good], env=env)
+        self.assertEqual((out.returncode, out.stdout), (1, ""))
+        self.assertEqual(out.stderr,
+                         'ERROR : RIFFLE_SMOOTHER must be rows or colours, not "red-black"\n')
+        self.assertEqual(sha(self.good), before)
 
 if __name__ == "__main__":
     main()

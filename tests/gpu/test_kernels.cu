@@ -108,7 +108,7 @@ TEST(GpuKernels, SameBitsAsTheCpu) {
     double bm[nz + 1];
     pressure::eliminateddiagonal(-2.0 * (cx + cy + cz), cz, -1.0, 1.0, nz, bm);
     device::Buffer<double> bmgpu(nz + 1);
-    cudaMemcpy(bmgpu.data(), bm, sizeof bm, cudaMemcpyHostToDevice);
+    bmgpu.upload(bm);
     Pair phi(randomfield(9)), src(randomfield(10));
     for (int colour = 0; colour < 2; ++colour) {
         loops::forplane(Range{1, (nx + 1) / 2}, Range{1, ny},
