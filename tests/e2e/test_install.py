@@ -31,8 +31,8 @@ class Install(CaseTest):
         for path in ["bin/riffle", "bin/riffle-case", "bin/riffle-stats",
                      "share/riffle/cases/flat.recipe", "share/riffle/cases/dune.recipe",
                      "share/doc/riffle/README.md", "share/doc/riffle/case-builder.md",
-                     "share/man/man1/riffle.1", "share/man/man1/riffle-case.1",
-                     "share/man/man1/riffle-stats.1"]:
+                     "share/man/man1/riffle.1.gz", "share/man/man1/riffle-case.1.gz",
+                     "share/man/man1/riffle-stats.1.gz"]:
             self.assertTrue(os.path.isfile(os.path.join(prefix, path)), path)
         trees = [os.path.abspath(Paths.source).encode(), build.encode()]
         for folder, _, files in os.walk(prefix):
