@@ -17,7 +17,7 @@
 # go on in the background: nohup validation/run.sh > validation/out/tier.log 2>&1 &
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-build=${1:-$root/build}
+build=$(realpath -m "${1:-$root/build}") # absolute: the cases run inside the output folder
 out=${OUT:-$root/validation/out}
 report=${REPORT:-$root/validation/report.md}
 figures=$root/validation/figures
