@@ -104,10 +104,10 @@ inline Point3 centrevelocity(const ConstView3<double>& u, const ConstView3<doubl
 }
 
 // The wall-layer model over the lists: the friction velocity of every velocity forcing point
-// from the current flow, then the eddy viscosity of the forcing cells and of `layers` cells above
-// the topmost one of each column, and the bed shear stress of each column (the bed state's
-// bedshear, interior columns).
-void forcewall(const BedParts& parts, int layers) {
+// from the current flow, then the eddy viscosity of the forcing cells and of the wall layer above
+// the topmost one of each column (layercount), and the bed shear stress of each column (the bed
+// state's bedshear, interior columns).
+void forcewall(const BedParts& parts) {
     ForcingLists& fl = parts.bed.forcing;
     WallLists& wl = fl.wall;
     for (int g = 0; g < 3; ++g)
@@ -163,11 +163,13 @@ void forcewall(const BedParts& parts, int layers) {
         }
         // The wall layer above: its share of kappa u* z where that exceeds the Smagorinsky
         // viscosity.
+        const double bed = zb(e.i, e.j);
+        const int layers = layercount(zmax - bed, dz);
         const int last = std::min(kmax, e.k + layers);
         for (int k = e.k + 1; k <= last; ++k) {
             const double z = e.dp + (k - e.k) * dz * e.ez;
             nut(e.i, e.j, k) =
-                std::max(nut(e.i, e.j, k), layerviscosity(law.ustar, z, visc, k - e.k));
+                std::max(nut(e.i, e.j, k), layerviscosity(law.ustar, z, visc, k - e.k, layers));
         }
         // The forcing cell: the face between it and the cell above, which the momentum stencils
         // give the mean of the two, carries the wall law's stress. Where the forcing cell lies so
@@ -182,7 +184,7 @@ void forcewall(const BedParts& parts, int layers) {
                          dir);
             }
             // The face carries the stress of its height in the column's depth.
-            const double bed = zb(e.i, e.j), face = zmin + e.k * dz;
+            const double face = zmin + e.k * dz;
             const double tau = law.tau * stressshare(face - bed, zmax - bed);
             const double room =
                 std::max(0.0, 2.0 * (facetotal(law.ustar, tau, e.dp, dz * e.ez, du) - visc));
@@ -226,7 +228,7 @@ void ghostcolumns(const BedParts& parts) {
 } // namespace
 
 void wallnut(const BedParts& parts) {
-    forcewall(parts, wall_layers);
+    forcewall(parts);
     ghostcolumns(parts);
     exchange(parts.grid.dec, parts.bed.bedshear, parts.grid.imax, parts.grid.jmax);
 }

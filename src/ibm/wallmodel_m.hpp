@@ -30,10 +30,21 @@
 namespace riffle::ibm {
 
 // Cells above the topmost forcing cell of a column that take the wall layer's viscosity where it
-// exceeds the Smagorinsky value. On the coarse flat bed (15 cells over the depth) one layer leaves
+// exceeds the Smagorinsky value: as many as fill a fifth of the column's depth, and never fewer
+// than wall_layers. On the coarse flat bed (15 cells over the depth, three layers) one layer left
 // the bulk velocity 9 % above the log law's for the stress the bed takes: the first cells resolve
-// too little of the eddies that carry the stress there.
+// too little of the eddies that carry the stress there. A layer of three cells on the grid twice
+// as fine, half as thick, left it 11 % above (a log-layer mismatch at the layer's top, where the
+// viscosity has fallen to the Smagorinsky value and the resolved stress has not yet taken over);
+// a layer of a fixed share of the depth keeps the viscosity's profile the same on both grids.
 inline constexpr int wall_layers = 3;
+inline constexpr double wall_layer_depth = 0.2;
+
+// The number of wall-layer cells of a column of depth D with cells dz high.
+[[nodiscard]] inline int layercount(double depth, double dz) {
+    const double n = std::round(wall_layer_depth * depth / dz);
+    return n > wall_layers ? static_cast<int>(std::min(n, 1e6)) : wall_layers;
+}
 
 // The logarithmic mean (z2 - z1)/ln(z2/z1) of two wall distances; z1 where they are equal.
 [[nodiscard]] inline double logmean(double z1, double z2) {
@@ -42,18 +53,18 @@ inline constexpr int wall_layers = 3;
     return (z2 - z1) / std::log(r);
 }
 
-// The eddy viscosity of cell n = 1..wall_layers above the topmost forcing cell, at wall distance
-// z: the share (wall_layers + 1 - n)/wall_layers of the total viscosity kappa u* z with which the
-// log law carries u*^2, less the molecular one (it may be negative: the caller takes the larger of
-// it and the Smagorinsky value). The first cell takes all of it, the last a third, so that the
-// viscosity falls towards the Smagorinsky value over the layer instead of at its top, where the
-// resolved stress cannot take over at once. On the coarse flat bed (20 s, statistics over the
-// last 10 s) the full kappa u* z in all three cells left the u* of the log-law fit 7.5 % below
-// that of the momentum balance and the total shear stress 40 % of u*^2 above 1 - z/D at the top
-// of the layer; the taper brings them to 4.9 % and 18 %. The parabolic kappa u* z (1 - z/D) of
+// The eddy viscosity of cell n = 1..layers above the topmost forcing cell, at wall distance z:
+// the share (layers + 1 - n)/layers of the total viscosity kappa u* z with which the log law
+// carries u*^2, less the molecular one (it may be negative: the caller takes the larger of it and
+// the Smagorinsky value). The first cell takes all of it, the last 1/layers, so that the viscosity
+// falls towards the Smagorinsky value over the layer instead of at its top, where the resolved
+// stress cannot take over at once. On the coarse flat bed (20 s, statistics over the last 10 s)
+// the full kappa u* z in all three cells left the u* of the log-law fit 7.5 % below that of the
+// momentum balance and the total shear stress 40 % of u*^2 above 1 - z/D at the top of the
+// layer; the taper brings them to 4.9 % and 18 %. The parabolic kappa u* z (1 - z/D) of
 // open-channel flow was tried too, and left the two u* 11 % apart.
-[[nodiscard]] inline double layerviscosity(double ustar, double z, double visc, int n) {
-    const double share = static_cast<double>(wall_layers + 1 - n) / wall_layers;
+[[nodiscard]] inline double layerviscosity(double ustar, double z, double visc, int n, int layers) {
+    const double share = static_cast<double>(layers + 1 - n) / layers;
     return share * 0.4 * ustar * z - visc;
 }
 
