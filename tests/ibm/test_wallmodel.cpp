@@ -52,10 +52,14 @@ TEST(WallModel, FaceViscosityCarriesTheLogLawStress) {
     EXPECT_DOUBLE_EQ(stressshare(0.0, 0.1), 1.0);
     EXPECT_DOUBLE_EQ(stressshare(0.2, 0.1), 0.0);
     EXPECT_DOUBLE_EQ(stressshare(0.01, 0.0), 1.0);
-    // The wall layer's share of kappa u* z: all of it in the first cell, a sixth in the last of
-    // six. The layer fills a fifth of the depth, at least 3 cells.
-    EXPECT_DOUBLE_EQ(layerviscosity(0.03, 0.01, visc, 1, 3), 0.4 * 0.03 * 0.01 - visc);
-    EXPECT_DOUBLE_EQ(layerviscosity(0.03, 0.01, visc, 6, 6), 0.4 * 0.03 * 0.01 / 6.0 - visc);
+    // The wall layer's share of kappa u* z: all of it in the lowest third of the layer, falling
+    // to a third in its last cell (of three: 1, 2/3, 1/3; of six: 1, 1, 5/6, 2/3, 1/2, 1/3). The
+    // layer fills a fifth of the depth, at least 3 cells.
+    const double kuz = 0.4 * 0.03 * 0.01;
+    EXPECT_DOUBLE_EQ(layerviscosity(0.03, 0.01, visc, 1, 3), kuz - visc);
+    EXPECT_DOUBLE_EQ(layerviscosity(0.03, 0.01, visc, 1, 6), kuz - visc);
+    EXPECT_DOUBLE_EQ(layerviscosity(0.03, 0.01, visc, 4, 6), kuz * 2.0 / 3.0 - visc);
+    EXPECT_DOUBLE_EQ(layerviscosity(0.03, 0.01, visc, 6, 6), kuz / 3.0 - visc);
     EXPECT_EQ(layercount(0.1, 0.1 / 15.0), 3);
     EXPECT_EQ(layercount(0.1, 0.1 / 30.0), 6);
     EXPECT_EQ(layercount(0.1, 0.1 / 37.0), 7);
