@@ -68,7 +68,8 @@ inline constexpr double wall_layer_depth = 0.2;
 // layers, falling to 1/layers, gave the six cells of the fine flat bed a sixth less of kappa u* z
 // than the coarse grid's three at the same height: there U_b/u* came out 16.2 (log law 15.2),
 // with this share 15.9, the u* of the log-law fit and of the momentum balance 2.1 % and 1.5 %
-// apart (18 s, statistics over the last 6 s). On three cells the two shares are the same.
+// apart (18 s, statistics over the last 6 s). On three cells the two shares are the same bit for
+// bit: the share is one correctly rounded quotient of two whole numbers, (12 - 3n)/9 = (4 - n)/3.
 [[nodiscard]] inline double layerviscosity(double ustar, double z, double visc, int n, int layers) {
     const double share =
         std::min(1.0, static_cast<double>((wall_layers + 1) * layers - wall_layers * n) /
