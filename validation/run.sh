@@ -158,6 +158,8 @@ all="$all dune-coarse dune-coarse-wm dune-fine dune-fine-wm"
             row "mean bed shear stress / rho u*²" bed_stress_x_over_rho_ustar2 "$c" "$c-wm"
             row "total stress / u*², largest deviation from 1 - z/D" total_stress_max_deviation \
                 "$c" "$c-wm"
+            row "drag carried into the bed region by stress, solver's budget (Pa)" stress_drag \
+                "$c" "$c-wm"
             ;;
         dune*)
             row "reattachment behind the crest (H), near-bed U" reattachment_length_over_H \
@@ -170,6 +172,11 @@ all="$all dune-coarse dune-coarse-wm dune-fine dune-fine-wm"
             row "driving force rho fx D (Pa)" driving_force "$c" "$c-wm"
             row "(form drag + skin friction) / driving force" drag_over_driving "$c" "$c-wm"
             row "form drag share" form_drag_share "$c" "$c-wm"
+            row "pressure drag on the bed region, solver's budget (Pa)" pressure_drag "$c" "$c-wm"
+            row "driving force on the flow's own u faces (Pa)" flow_driving_force "$c" "$c-wm"
+            row "the rest, carried into the bed region by stress (Pa)" stress_drag "$c" "$c-wm"
+            row "(pressure drag + skin friction) / driving force" \
+                pressure_drag_plus_skin_over_driving "$c" "$c-wm"
             ;;
         esac
         for run in "$c" "$c-wm"; do

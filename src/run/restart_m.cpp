@@ -276,6 +276,13 @@ public:
         for (std::size_t m = 0; m < v.size(); ++m)
             st_.stats.bedsum[m](i, j, 0) = v[m];
     }
+    // The sums of the forces on the bed region, as those of the bed shear stress.
+    void bedforces(long long samples, double pressuredrag, double flowdriving) {
+        if (st_.stats.enabled != 1) return;
+        st_.stats.forcesamples = samples;
+        st_.stats.sumpressuredrag = pressuredrag;
+        st_.stats.sumflowdriving = flowdriving;
+    }
 
 private:
     Storage& st_;
@@ -294,6 +301,7 @@ struct DiscardValues {
     void pressure(int, int, int, double) {}
     void bedstatistics(long long) {}
     void bednode(int, int, const std::array<double, 3>&) {}
+    void bedforces(long long, double, double) {}
 };
 
 // The records of a restart file for the grid `g`, in the order restartwrite writes them, each
@@ -399,6 +407,17 @@ template <class Sink> void parserecords(std::string_view text, const Layout& g, 
                     in.endrecord();
                     sink.bednode(i, j, three);
                 }
+            }
+            // Then the sums of the forces on the bed region and their sample count, when the
+            // run that wrote the file had them.
+            if (!in.atend()) {
+                const int forcesamples = in.integer();
+                const double pressuredrag = in.real();
+                const double flowdriving = in.real();
+                in.endrecord();
+                if (forcesamples < 0)
+                    in.fail(messages::restart_bad_count, std::to_string(forcesamples));
+                sink.bedforces(forcesamples, pressuredrag, flowdriving);
             }
         }
     }
@@ -529,6 +548,13 @@ void restartwrite(const Storage& st, int istep, double time, const std::string& 
                 }
                 out.maybeflush();
             }
+            buf += ' ';
+            appendint(buf, static_cast<int>(s.forcesamples));
+            buf += ' ';
+            appendreal(buf, s.sumpressuredrag);
+            buf += ' ';
+            appendreal(buf, s.sumflowdriving);
+            buf += '\n';
         }
     }
     out.close();

@@ -17,10 +17,11 @@
 // and, when its wall-layer model was on too:
 //  10. bedsamples
 //  11. the three sums of the bed shear stress at each bed node, three per record, j, i = 0..imax
+//  12. forcesamples sumpressuredrag sumflowdriving
 // The face arrays are saved from index 0: their extra ghost layer at -1 is not in the file, and
 // without statistics neither is the pressure (the next Poisson solve starts from the saved phi
-// instead). A run without statistics passes over 7 to 11; a run with them reads a file that
-// stops after 6 or after 9 and starts the sums it lacks afresh.
+// instead). A run without statistics passes over 7 to 12; a run with them reads a file that
+// stops after 6, 9 or 11 and starts the sums it lacks afresh.
 //
 // Writing goes to a temporary file beside the final one, which is then renamed over
 // outpath/outfile.dat: a run stopped while writing never leaves a half-written file in place of

@@ -1,9 +1,11 @@
 #include "run/statistics_m.hpp"
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 
+#include "ibm/flagdeter_m.hpp"
 #include "ibm/wallmodel_m.hpp"
 #include "platform/casefile.hpp"
 #include "run/driver_m.hpp"
@@ -37,6 +39,24 @@ RIFFLE_HD inline double edgeuw(const ConstView3<double>& u, const ConstView3<dou
 
 } // namespace
 
+BedForces bedforces(const Storage& st) {
+    const ConstView3<double> phi = st.mg(0).phi.cview();
+    const ConstView3<std::int32_t> flag = st.iflagu.cview();
+    const double facearea = st.dy * st.dz, drive = st.dens * st.fx * st.dx * st.dy * st.dz;
+    // Every block sums its own faces: face 0 of a block is face imax of its western neighbour.
+    const BedForces sum = loops::reducebox(
+        loops::Box{{1, st.imax}, {1, st.jmax}, {1, st.kmax}}, BedForces{},
+        [=](int i, int j, int k) {
+            if (flag(i, j, k) == ibm::fluid) return BedForces{0.0, drive};
+            return BedForces{-(phi(i + 1, j, k) - phi(i, j, k)) * facearea, 0.0};
+        },
+        [](BedForces a, BedForces b) {
+            return BedForces{a.pressuredrag + b.pressuredrag, a.flowdriving + b.flowdriving};
+        });
+    const double area = allsum(st.dec, st.imax * st.dx * st.jmax * st.dy);
+    return {allsum(st.dec, sum.pressuredrag) / area, allsum(st.dec, sum.flowdriving) / area};
+}
+
 void allocatestatistics(Storage& st) {
     const Range ri{0, st.imax}, rj{0, st.jmax}, rk{0, st.kmax};
     for (Field3d& a : st.stats.sum) {
@@ -50,6 +70,9 @@ void allocatestatistics(Storage& st) {
     st.stats.samples = 0;
     st.stats.bedsamples = 0;
     st.stats.sumfx = 0.0;
+    st.stats.forcesamples = 0;
+    st.stats.sumpressuredrag = 0.0;
+    st.stats.sumflowdriving = 0.0;
 }
 
 void readstatistics(Storage& st) {
@@ -131,6 +154,10 @@ void addsample(Storage& st, const NodeArrays& nodes) {
                 sum[at] += add[at];
         }
         ++s.bedsamples;
+        const BedForces f = bedforces(st);
+        s.sumpressuredrag += f.pressuredrag;
+        s.sumflowdriving += f.flowdriving;
+        ++s.forcesamples;
     }
     if (s.samples == 0) s.first = st.time;
     s.last = st.time;
@@ -228,6 +255,10 @@ void writestatistics(const Storage& st, const NodeArrays& nodes) {
         for (std::size_t m = 0; m < bedfields.size(); ++m)
             surface.fields.push_back({bedstatisticnames[m], bedfields[m].data()});
         notes.emplace_back("BedShearSamples", static_cast<double>(st.stats.bedsamples));
+        const double n = static_cast<double>(st.stats.forcesamples);
+        notes.emplace_back("MeanPressureDragX", n > 0.0 ? st.stats.sumpressuredrag / n : 0.0);
+        notes.emplace_back("MeanFlowDrivingX", n > 0.0 ? st.stats.sumflowdriving / n : 0.0);
+        notes.emplace_back("BedForceSamples", n);
     }
     try {
         platform::writeresultsfile(path, st.imax + 1, st.jmax + 1, st.kmax + 1, x.data(), y.data(),

@@ -1,9 +1,9 @@
 // Running flow statistics at the grid nodes: time means of u, v, w, p and the eddy viscosity, and
 // the second moments u'u', v'v', w'w', u'w', u'v', v'w', over the steps that end at or after a
 // start time; with the wall-layer model on, the time mean of the bed shear stress at the bed's
-// nodes too. Switched on by "StatisticsItm" = 1 ("StatStartItm" the start time); absent, the
-// run is exactly what it is without them. The sums carry over through restart files, so a
-// continued run goes on averaging.
+// nodes and of the forces on the bed region too. Switched on by "StatisticsItm" = 1 ("StatStartItm"
+// the start time); absent, the run is exactly what it is without them. The sums carry over through
+// restart files, so a continued run goes on averaging.
 //
 // The pressure. The predictor carries no pressure gradient, so each step's projection solves for
 // the whole kinematic pressure: the step's pressure is level 0's phi of the multigrid (cell
@@ -12,6 +12,15 @@
 // level of the pressure, which only the ghost rule at the bottom of the box sets and which
 // carries no physics, drops out, and the mean pressure has a fluid mean of zero:
 //     P = < phi_node - mean over the fluid nodes of phi_node >  (Pa; the hydrostatic part kept).
+//
+// The forces on the bed region. The flow's momentum leaves it only at the u faces that the bed
+// region holds, forcing and solid points: there the projection's pressure gradient acts, and
+// there the forcing resets what stress and advection brought in. Summing -dphi/dx over the
+// volume of those faces gives the x force of the pressure on the bed exactly as the discrete
+// momentum budget sees it, whatever the shape of the stepped bed: the pressure drag, beside which
+// a form drag from the mean pressure extrapolated to the bed is an estimate. In a statistically
+// steady flow the driving force on the flow's own u faces less the pressure drag is what the
+// stress and advection carry into the bed region: the drag that is not the pressure's.
 #pragma once
 
 #include <array>
@@ -35,6 +44,15 @@ inline constexpr std::array<const char*, 11> statisticnames = {
 inline constexpr std::array<const char*, 3> bedstatisticnames = {
     "MeanBedShearStress", "MeanBedShearStressX", "MeanBedShearStressY"};
 
+// The x forces of one moment per unit plan area of the whole grid (Pa), summed over the ranks:
+// the pressure drag, sum over the u faces (i = 1..imax, j = 1..jmax, k = 1..kmax) whose flag is
+// not fluid of -(phi(i+1, j, k) - phi(i, j, k)) dy dz, phi level 0's step pressure; and the
+// driving force on the flow's own u faces, dens fx dx dy dz over the fluid ones.
+struct BedForces {
+    double pressuredrag = 0.0, flowdriving = 0.0;
+};
+[[nodiscard]] BedForces bedforces(const Storage& st);
+
 // Reads "StatisticsItm" and, when it is 1, "StatStartItm"; allocates the sums at the nodes
 // (0..imax x 0..jmax x 0..kmax) and at the bed's nodes, zero.
 void readstatistics(Storage& st);
@@ -47,7 +65,7 @@ void allocatestatistics(Storage& st);
 // on the x-z edges through the node, where the momentum equations exchange them), of the step's
 // pressure less its fluid mean (see above) and the eight-cell mean of the eddy viscosity, at the
 // nodes above the bed only; with the wall-layer model on, the bed shear stress at every node of
-// the bed (ibm::bedshearnodes, from st.bedshear as the step left it).
+// the bed (ibm::bedshearnodes, from st.bedshear as the step left it) and the bed forces.
 void addsample(Storage& st, const NodeArrays& nodes);
 
 // The mean over the fluid nodes (above the bed) of the whole grid of the eight-cell node values
@@ -70,7 +88,9 @@ void addsample(Storage& st, const NodeArrays& nodes);
 // and the mean driving acceleration in x (MeanForceX, m/s^2) under /Flow/Statistics; with the
 // wall-layer model on, also the bed surface zone Bed (the bed's nodes at x = xmin + i dx,
 // y = ymin + j dy, z = nodes.elev) with the fields of bedstatisticfields, and its sample count
-// (BedShearSamples) under /Flow/Statistics. Throws std::runtime_error naming the file when it
+// (BedShearSamples), the mean pressure drag (MeanPressureDragX, Pa), the mean driving force on
+// the flow's own u faces (MeanFlowDrivingX, Pa) and their sample count (BedForceSamples) under
+// /Flow/Statistics. Throws std::runtime_error naming the file when it
 // cannot.
 void writestatistics(const Storage& st, const NodeArrays& nodes);
 

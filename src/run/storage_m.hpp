@@ -187,6 +187,11 @@ struct RunClock {
         // allocated with the sums above (the model's switch is read after a restart file).
         long long bedsamples = 0;
         std::array<Field3d, 3> bedsum;
+        // With the wall-layer model on too: the x force per unit plan area (Pa) of the step's
+        // pressure on the bed region and the driving force on the flow's own u faces per unit
+        // plan area (statistics_m.hpp's bedforces), summed over their own count of samples.
+        long long forcesamples = 0;
+        double sumpressuredrag = 0.0, sumflowdriving = 0.0;
     } stats;
 };
 

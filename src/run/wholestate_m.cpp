@@ -89,6 +89,9 @@ void gatherstate(const Storage& st, Part part) {
         w->stats.last = st.stats.last;
         w->stats.sumfx = st.stats.sumfx;
         w->stats.bedsamples = st.stats.bedsamples;
+        w->stats.forcesamples = st.stats.forcesamples;
+        w->stats.sumpressuredrag = st.stats.sumpressuredrag;
+        w->stats.sumflowdriving = st.stats.sumflowdriving;
         w->iwallmodel = st.iwallmodel; // whether the files carry the bed's sums
     }
     const Decomposition& d = st.dec;
@@ -191,20 +194,26 @@ void scatterrestart(Storage& st) {
     broadcast(bed.data(), bed.size());
     std::copy(bed.data(), bed.data() + bed.size(), st.zb.data());
     if (st.stats.enabled == 1) {
-        double scalars[5] = {0.0, 0.0, 0.0, 0.0, 0.0};
+        double scalars[8] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
         if (w != nullptr) {
             scalars[0] = static_cast<double>(w->stats.samples);
             scalars[1] = w->stats.first;
             scalars[2] = w->stats.last;
             scalars[3] = w->stats.sumfx;
             scalars[4] = static_cast<double>(w->stats.bedsamples);
+            scalars[5] = static_cast<double>(w->stats.forcesamples);
+            scalars[6] = w->stats.sumpressuredrag;
+            scalars[7] = w->stats.sumflowdriving;
         }
-        broadcast(scalars, 5);
+        broadcast(scalars, 8);
         st.stats.samples = static_cast<long long>(scalars[0]);
         st.stats.first = scalars[1];
         st.stats.last = scalars[2];
         st.stats.sumfx = scalars[3];
         st.stats.bedsamples = static_cast<long long>(scalars[4]);
+        st.stats.forcesamples = static_cast<long long>(scalars[5]);
+        st.stats.sumpressuredrag = scalars[6];
+        st.stats.sumflowdriving = scalars[7];
         for (std::size_t m = 0; m < st.stats.sum.size(); ++m) {
             scatter(st.stats.sum[m], Range{0, st.imax}, Range{0, st.jmax}, d.i0, d.j0,
                     w ? &w->stats.sum[m] : nullptr);

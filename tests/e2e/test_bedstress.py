@@ -3,7 +3,9 @@ gets a third base /Bed whose zone Surface lies on the bed's nodes (the case's be
 its elevation) with the output times of /Flow and one solution of finite BedShearStress,
 BedShearStressX and BedShearStressY per time; the statistics file gets their time means on the
 same surface; cgnscheck finds no error in either; with the key off neither file has the base, and
-a case run with the key on and then off keeps only an empty /Bed. Over a sinusoidal bed in the
+a case run with the key on and then off keeps only an empty /Bed. Over a flat bed the forces on
+the bed region that the statistics file gets are the pressure's none and the flow's driving on
+whole layers of u faces. Over a sinusoidal bed in the
 uniform initial flow the stress varies smoothly along the bed, with no column several times its
 neighbours where the bed crosses a level of the grid."""
 
@@ -89,6 +91,7 @@ class BedStress(CaseTest):
             samples = data(f, "Flow/Statistics/Samples")[0]
             self.assertEqual(samples, 5)  # the steps ending at or after 0.01 s
             self.assertEqual(data(f, "Flow/Statistics/BedShearSamples")[0], samples)
+            self.assertEqual(data(f, "Flow/Statistics/BedForceSamples")[0], samples)
         self.assert_clean(case)
         self.assert_clean(stats)
 
@@ -102,7 +105,7 @@ class BedStress(CaseTest):
             self.assertEqual(len(data(f, "Flow/BaseIterativeData/TimeValues")), 3)
         with h5py.File(stats, "r") as f:
             self.assertNotIn("Bed", f)
-            self.assertNotIn("BedShearSamples", f["Flow/Statistics"])
+            self.assertFalse({"BedShearSamples", "MeanPressureDragX"} & set(f["Flow/Statistics"]))
         self.assert_clean(case)
 
         # A fresh case with the key off has no /Bed at all.
@@ -111,6 +114,24 @@ class BedStress(CaseTest):
         for path in (plain, os.path.join(self.dir, "plain_stats.cgns")):
             with h5py.File(path, "r") as f:
                 self.assertNotIn("Bed", f)
+
+    def test_forces_on_the_bed_region_over_a_flat_bed(self):
+        # Each row of the bed region's u faces spans the periodic box: the pressure's push on it
+        # telescopes to nothing, and the driving force on the flow's own faces is rho fx times
+        # their depth, whole cells above the forcing layer, next to the bed.
+        keys = {k: v for k, v in CASE.items() if k not in ("height", "length")}
+        case = self.make("flat", dict(keys, bed="flat", level=0.02, outfileItm="flat"))
+        self.riffle(case)
+        with h5py.File(os.path.join(self.dir, "flat_stats.cgns"), "r") as f:
+            stat = {k: data(f, "Flow/Statistics/" + k)[0] for k in f["Flow/Statistics"]
+                    if k != " data"}
+        driving = stat["MeanFlowDrivingX"]
+        self.assertEqual(stat["BedForceSamples"], stat["Samples"])
+        self.assertLess(abs(stat["MeanPressureDragX"]), 1e-9 * driving)
+        dz = (0.1 - 0.02) / 7  # 8 cells, the lowest under the bed (the case builder's zmin)
+        depth = driving / (1000.0 * stat["MeanForceX"])  # densItm of the case builder
+        self.assertAlmostEqual(depth / dz, round(depth / dz), places=9)
+        self.assertTrue(0.08 - 2 * dz <= depth < 0.08, depth)
 
     def test_smooth_along_a_sinusoid(self):
         # The bed crosses cell levels at many columns; a forcing point deep in its cell, whose

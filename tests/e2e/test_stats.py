@@ -124,9 +124,11 @@ def box(case, z):
             np.broadcast_to(np.asarray(z)[:, None, None], shape), zb)
 
 
-def write_stats(path, grid, fields, force, stress=None, where="Flow/BedSurface/FlowSolution1"):
+def write_stats(path, grid, fields, force, stress=None, where="Flow/BedSurface/FlowSolution1",
+                budget=None):
     """A statistics file as riffle writes it: FIELDS on the box GRID (the rest zero), MeanForceX =
-    FORCE, and STRESS (name: array) at the bed's nodes in the solution WHERE."""
+    FORCE, STRESS (name: array) at the bed's nodes in the solution WHERE, and BUDGET, the pair
+    MeanPressureDragX, MeanFlowDrivingX."""
     with h5py.File(path, "w") as f:
         def put(name, value):
             f.create_dataset(name + "/ data", data=np.asarray(value, dtype=float))
@@ -138,6 +140,8 @@ def write_stats(path, grid, fields, force, stress=None, where="Flow/BedSurface/F
             put("Flow/Statistics/" + name, [v])
         for name, value in (stress or {}).items():
             put(where + "/" + name, value)
+        for name, value in zip(("MeanPressureDragX", "MeanFlowDrivingX"), budget or ()):
+            put("Flow/Statistics/" + name, [value])
 
 
 def summary(out, name):
@@ -178,6 +182,7 @@ class SyntheticStats(CaseTest):
         # rho u*^2 = 1000 * 1e-3 = 1 Pa.
         self.assertAlmostEqual(float(s["bed_stress_x_over_rho_ustar2"]), 0.8, places=9)
         self.assertAlmostEqual(float(s["total_stress_max_deviation"]), 0.05, places=9)
+        self.assertNotIn("pressure_drag", s)  # a file without the solver's budget
         self.assertRegex(printed, rf"largest deviation \+0.05 at z' = {zp[7, 0, 0] / depth:.3g} D")
         with open(os.path.join(self.dir, "flat_shear.csv")) as f:
             rows = [{k: float(v) for k, v in r.items()} for r in csv.DictReader(f)]
@@ -212,7 +217,8 @@ class SyntheticStats(CaseTest):
         write_stats(os.path.join(self.dir, "sine_stats.cgns"), grid,
                     {"MeanVelocityX": np.full(z.shape, 0.3), "MeanPressure": p}, 0.02,
                     {"MeanBedShearStress": tau0 + 0.1, "MeanBedShearStressX": tau0,
-                     "MeanBedShearStressY": 0 * tau0}, where="Surface/Bed/FlowSolution1")
+                     "MeanBedShearStressY": 0 * tau0}, where="Surface/Bed/FlowSolution1",
+                    budget=(0.9, 1.9))
         printed, s = self.stats("sine", case)
         form = amp * a * k / 2
         xs = np.linspace(0, SINE["wavelength"], 100000, endpoint=False)
@@ -227,6 +233,12 @@ class SyntheticStats(CaseTest):
         self.assertAlmostEqual(float(s["form_drag_share"]), form / (form + 0.5 * area),
                                delta=3e-3)
         self.assertNotIn("void", printed)
+        # The solver's own budget: the pressure drag beside the form drag, the rest beside the
+        # skin friction.
+        self.assertAlmostEqual(float(s["stress_drag"]), 1.0, places=12)
+        self.assertAlmostEqual(float(s["skin_over_stress_drag"]), 0.5 * area, delta=1e-3)
+        self.assertAlmostEqual(float(s["pressure_drag_plus_skin_over_driving"]),
+                               (0.9 + 0.5 * area) / driving, delta=1e-3)
         # The pressure at the bed less its hydrostatic part is the added part, exactly.
         bed = np.genfromtxt(os.path.join(self.dir, "sine_bed.csv"), delimiter=",", names=True)
         np.testing.assert_allclose(bed["p_bed_piezometric"], 500 + amp * np.cos(k * bed["x"] + 1),

@@ -2,8 +2,8 @@
 // grid the count allows: over a bed that cuts the lowest node layers, with a pressure and a bed
 // shear stress that vary in every direction and from sample to sample, the sums that rank 0
 // gathers give the one-process mean pressure (its level taken over the whole grid's fluid nodes,
-// each once though the blocks on either side of a face both hold it) to round-off, and the same
-// mean bed shear stress bit for bit.
+// each once though the blocks on either side of a face both hold it) and forces on the bed region
+// to round-off, and the same mean bed shear stress bit for bit.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -57,8 +57,14 @@ void sample(Sampled& r, const Decomposition& d) {
     st.iwallmodel = 1;
     st.bedshear.allocate(Range{0, st.imax + 1}, Range{0, st.jmax + 1}, Range{0, 2});
     const int i0 = st.ioffset(), j0 = st.joffset();
+    // The bed region: one or two face layers, by the face's place in the whole grid.
+    for (int k = 0; k <= nk + 1; ++k)
+        for (int j = 0; j <= st.jmax + 1; ++j)
+            for (int i = 0; i <= st.imax + 1; ++i)
+                st.iflagu(i, j, k) = k <= 1 + (i + i0 + j + j0) % 2 ? -1 : 1;
     Field3d& phi = st.mg(0).phi;
     for (int n = 1; n <= samples; ++n) {
+        st.fx = 0.001 * n;
         for (int k = phi.krange().lo; k <= phi.krange().hi; ++k)
             for (int j = phi.jrange().lo; j <= phi.jrange().hi; ++j)
                 for (int i = phi.irange().lo; i <= phi.irange().hi; ++i)
@@ -99,6 +105,11 @@ TEST(DistributedStatistics, BlocksGiveTheMeansOfOneProcess) {
         EXPECT_LT(worst, 1e-12 * 50.0 * samples) << px << "x" << n / px; // the levels' round-off
         EXPECT_GT(largest, 0.3);                                         // not all zero
         EXPECT_EQ(bedstatisticfields(*whole), bone) << px << "x" << n / px;
+        // The forces on the bed region: sums over the blocks' faces, each face once.
+        EXPECT_NEAR(whole->stats.sumpressuredrag, one.st.stats.sumpressuredrag, 1e-12);
+        EXPECT_NEAR(whole->stats.sumflowdriving, one.st.stats.sumflowdriving, 1e-15);
+        EXPECT_GT(std::abs(one.st.stats.sumpressuredrag), 1e-3);
+        EXPECT_EQ(whole->stats.forcesamples, samples);
     }
     EXPECT_GE(grids, 1);
 }

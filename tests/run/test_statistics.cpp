@@ -1,13 +1,14 @@
 // Running statistics: means and second moments of a hand-made sequence of flows, exact; nothing
 // added at or below the bed nor before the start time; the pressure measured from its fluid mean,
-// whatever its level; the mean bed shear stress of the wall-layer model; the sums carried bit for
-// bit through a restart file, so that a continued run averages as one run does; a file with sums
-// read by a run without statistics, and one without sums (or without the bed's) by a run with
-// them.
+// whatever its level; the mean bed shear stress of the wall-layer model and the forces on the bed
+// region against hand sums; the sums carried bit for bit through a restart file, so that a
+// continued run averages as one run does; a file with sums read by a run without statistics, and
+// one without sums (or without the bed's) by a run with them.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
+#include "ibm/flagdeter_m.hpp"
 #include "run/driver_m.hpp"
 #include "run/restart_m.hpp"
 #include "run/statistics_m.hpp"
@@ -40,7 +41,9 @@ struct Sampled {
     // A uniform flow (u, v, w, nut) at time t, with the step's pressure p k + level in cell layer
     // k: node layer k gets p (k + 1/2), and the fluid nodes (59 of the 60; 20 in each layer but
     // the one under the bed's node) have the mean p (20 (0.5 + 1.5 + 2.5) - 0.5)/59 = p 89.5/59.
-    void sample(double t, double u, double v, double w, double p, double nut, double level = 0.0) {
+    // A pressure falling by `fall` per cell in x pushes the bed region downstream.
+    void sample(double t, double u, double v, double w, double p, double nut, double level = 0.0,
+                double fall = 0.0) {
         st.time = t;
         st.fx = 0.1 * u;
         st.u.fill(u), st.v.fill(v), st.w.fill(w), st.nut.fill(nut);
@@ -48,7 +51,7 @@ struct Sampled {
         for (int k = 0; k <= 3; ++k)
             for (int j = 0; j <= 4; ++j)
                 for (int i = 0; i <= 5; ++i)
-                    phi(i, j, k) = p * k + level;
+                    phi(i, j, k) = p * k + level - fall * i;
         st.p.fill(1e6 * t); // the sum of the steps' pressures: not sampled
         addsample(st, nodes);
     }
@@ -155,6 +158,50 @@ TEST(Statistics, MeanBedShearStressOfTheWallLayerModel) {
     EXPECT_EQ(r.st.stats.bedsamples, 2);
 }
 
+TEST(Statistics, BedForcesArePressuresPushOnTheBedRegionAndDrivingOnTheFlow) {
+    // 4 x 3 x 2 u faces of 0.5 x 0.4 x 0.25 (face area dy dz = 0.1, plan area 2.4), density 2,
+    // fx = 0.3, step pressure phi = -i^2 + 10 j + 100 k. The lowest face layer is solid and one
+    // face above it, (2, 1, 2), a forcing point: each of the three solid rows takes
+    // phi(1) - phi(5) = 24 times 0.1, the forcing face phi(2) - phi(3) = 5 times 0.1, 7.7 N in
+    // all; the other 11 faces are the flow's, 11 x 0.05 m^3 driven by 2 x 0.3.
+    Sampled r(1);
+    r.st.dens = 2.0;
+    r.st.fx = 0.3;
+    r.st.iflagu.fill(ibm::fluid);
+    Field3d& phi = r.st.mg(0).phi;
+    for (int k = 0; k <= 3; ++k)
+        for (int j = 0; j <= 4; ++j)
+            for (int i = 0; i <= 5; ++i) {
+                phi(i, j, k) = -i * i + 10.0 * j + 100.0 * k;
+                r.st.iflagu(i, j, k) = k <= 1 ? ibm::solid : ibm::fluid;
+            }
+    r.st.iflagu(2, 1, 2) = ibm::forcing;
+    BedForces f = bedforces(r.st);
+    EXPECT_NEAR(f.pressuredrag, 7.7 / 2.4, 1e-14);
+    EXPECT_NEAR(f.flowdriving, 2.0 * 0.3 * 11 * 0.05 / 2.4, 1e-15);
+    // Over a flat bed every row of the bed region telescopes to nothing in a periodic pressure.
+    for (int k = 0; k <= 3; ++k)
+        for (int j = 0; j <= 4; ++j) {
+            phi(0, j, k) = phi(4, j, k);
+            phi(5, j, k) = phi(1, j, k);
+        }
+    r.st.iflagu(2, 1, 2) = ibm::fluid;
+    f = bedforces(r.st);
+    EXPECT_NEAR(f.pressuredrag, 0.0, 1e-15);
+    EXPECT_NEAR(f.flowdriving, 2.0 * 0.3 * 12 * 0.05 / 2.4, 1e-15);
+
+    // Sampled with the model on: their means over the samples from the start time.
+    r.st.iflagu(2, 1, 2) = ibm::forcing;
+    r.shear(1.0);
+    // phi = -a i: the solid rows take 3 x 4a x 0.1, the forcing face a x 0.1; fx = 0.1 u.
+    r.sample(0.5, 9.0, 0.0, 0.0, 0.0, 0.0, 0.0, 50.0); // before the start
+    r.sample(1.0, 1.0, 0.0, 0.0, 0.0, 0.0, 0.0, 1.0);
+    r.sample(2.0, 3.0, 0.0, 0.0, 0.0, 0.0, 0.0, 3.0);
+    EXPECT_EQ(r.st.stats.forcesamples, 2);
+    EXPECT_NEAR(r.st.stats.sumpressuredrag, 1.3 * (1.0 + 3.0) / 2.4, 1e-14);
+    EXPECT_NEAR(r.st.stats.sumflowdriving, 2.0 * 0.4 * 11 * 0.05 / 2.4, 1e-15);
+}
+
 TEST(Statistics, RestartCarriesTheSumsBitForBit) {
     testsupport::Scratch s;
     Sampled one(1), first(1);
@@ -163,10 +210,11 @@ TEST(Statistics, RestartCarriesTheSumsBitForBit) {
                                 {1.0 / 7, -0.4, 0.9, 0.5, 3e-3, 0.7},
                                 {0.6, 0.2, 0.0, 1.5, 4e-3, 1.0 / 9}};
     const auto play = [&](Sampled& r, int from, int to) {
+        r.st.iflagu(2, 1, 1) = ibm::solid; // one face of the bed region, the rest the flow's
         for (int n = from; n < to; ++n) {
             r.shear(flows[n][5]);
             r.sample(1.0 + n, flows[n][0], flows[n][1], flows[n][2], flows[n][3], flows[n][4],
-                     100.0 * n);
+                     100.0 * n, flows[n][5]);
         }
     };
     const auto same = [](const Field3d& a, const Field3d& b) {
@@ -191,6 +239,11 @@ TEST(Statistics, RestartCarriesTheSumsBitForBit) {
         EXPECT_TRUE(same(one.st.stats.sum[m], second.st.stats.sum[m])) << m;
     for (std::size_t m = 0; m < 3; ++m)
         EXPECT_TRUE(same(one.st.stats.bedsum[m], second.st.stats.bedsum[m])) << m;
+    EXPECT_EQ(second.st.stats.forcesamples, 4);
+    EXPECT_EQ(std::tuple(second.st.stats.sumpressuredrag, second.st.stats.sumflowdriving),
+              std::tuple(one.st.stats.sumpressuredrag, one.st.stats.sumflowdriving));
+    EXPECT_GT(one.st.stats.sumpressuredrag, 0.0);
+    EXPECT_GT(one.st.stats.sumflowdriving, 0.0);
 
     // A file without sums starts a run with statistics afresh.
     restartwrite(without.st, 2, 2.0, s.dir.string(), "plain");
