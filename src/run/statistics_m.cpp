@@ -53,7 +53,7 @@ BedForces bedforces(const Storage& st) {
         [](BedForces a, BedForces b) {
             return BedForces{a.pressuredrag + b.pressuredrag, a.flowdriving + b.flowdriving};
         });
-    const double area = allsum(st.dec, st.imax * st.dx * st.jmax * st.dy);
+    const double area = st.iwhole() * st.dx * st.jwhole() * st.dy;
     return {allsum(st.dec, sum.pressuredrag) / area, allsum(st.dec, sum.flowdriving) / area};
 }
 

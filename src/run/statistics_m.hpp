@@ -16,11 +16,11 @@
 // The forces on the bed region. The flow's momentum leaves it only at the u faces that the bed
 // region holds, forcing and solid points: there the projection's pressure gradient acts, and
 // there the forcing resets what stress and advection brought in. Summing -dphi/dx over the
-// volume of those faces gives the x force of the pressure on the bed exactly as the discrete
-// momentum budget sees it, whatever the shape of the stepped bed: the pressure drag, beside which
-// a form drag from the mean pressure extrapolated to the bed is an estimate. In a statistically
-// steady flow the driving force on the flow's own u faces less the pressure drag is what the
-// stress and advection carry into the bed region: the drag that is not the pressure's.
+// volume of those faces gives the pressure's x force on the bed as the discrete momentum budget
+// sees it (the pressure drag); in a statistically steady flow the driving force on the flow's own
+// u faces less the pressure drag is what stress and advection carry into the bed region. The split
+// is exact for the discrete equations but not the physical one between form drag and skin
+// friction: the forcing's reset also takes up the flow stopped against each step of the bed.
 #pragma once
 
 #include <array>
@@ -90,8 +90,7 @@ void addsample(Storage& st, const NodeArrays& nodes);
 // y = ymin + j dy, z = nodes.elev) with the fields of bedstatisticfields, and its sample count
 // (BedShearSamples), the mean pressure drag (MeanPressureDragX, Pa), the mean driving force on
 // the flow's own u faces (MeanFlowDrivingX, Pa) and their sample count (BedForceSamples) under
-// /Flow/Statistics. Throws std::runtime_error naming the file when it
-// cannot.
+// /Flow/Statistics. Throws std::runtime_error naming the file when it cannot.
 void writestatistics(const Storage& st, const NodeArrays& nodes);
 
 } // namespace riffle
